@@ -1,0 +1,433 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "BrindlexViewModel.h"
+
+namespace {
+
+SCENE_MATRIX Translation(float x, float y, float z) {
+  SCENE_MATRIX m{};
+  m.m[0] = m.m[5] = m.m[10] = m.m[15] = 1.0f;
+  m.m[12] = x, m.m[13] = y, m.m[14] = z;
+  return m;
+}
+
+SCENE_MATRIX UniformScale(float s) {
+  SCENE_MATRIX m{};
+  m.m[0] = m.m[5] = m.m[10] = s;
+  m.m[15] = 1.0f;
+  return m;
+}
+
+// A node with one triangle whose corners are (0,0,0), (1,0,0), (0,1,0).
+SCENE_GRAPH_NODE* MeshNode(const char* name) {
+  auto* node = new SCENE_GRAPH_NODE(name);
+  SCENE_VERTEX v[3] = {};
+  v[1].position = {1, 0, 0};
+  v[2].position = {0, 1, 0};
+  unsigned int triangle[3] = {0, 1, 2};
+  node->CreateNodeMeshData()->SetMeshData(v, 3, triangle, 3);
+  return node;
+}
+
+// Records the walk as "+name", "mesh name", "-name"; enters only active
+// nodes, as a renderer does.
+class Recorder : public TRAVERSE_SCENE_GRAPH {
+ public:
+  bool TraversalEnterNode(SCENE_GRAPH_NODE_INTERFACE* node) override {
+    log.push_back(std::string("+") + node->GetNodeName());
+    return node->IsNodeActive();
+  }
+  void TraversalVisitMesh(SCENE_GRAPH_NODE_INTERFACE* node) override {
+    log.push_back(std::string("mesh ") + node->GetNodeName());
+  }
+  void TraversalLeaveNode(SCENE_GRAPH_NODE_INTERFACE* node) override {
+    log.push_back(std::string("-") + node->GetNodeName());
+  }
+  bool TraversalQueryTrue() const override { return meshFirst; }
+  bool TraversalQueryFalse() const override { return log.size() >= stopAfter; }
+
+  std::vector<std::string> log;
+  bool meshFirst = true;
+  size_t stopAfter = 1000;
+};
+
+void ExpectPoint(const SCENE_VERTEX_XYZ& p, float x, float y, float z) {
+  EXPECT_FLOAT_EQ(p.x, x);
+  EXPECT_FLOAT_EQ(p.y, y);
+  EXPECT_FLOAT_EQ(p.z, z);
+}
+
+TEXTURE_LINK Colored(unsigned long rgb) {
+  TEXTURE_LINK link;
+  link.SetColor(rgb);
+  return link;
+}
+
+}  // namespace
+
+TEST(SceneGraph, WalkBracketsNodesAndSkipsInactiveOnes) {
+  SCENE_GRAPH scene;
+  SCENE_GRAPH_NODE_INTERFACE* root = scene.GetSceneGraphNode("Scene Graph Root");
+  ASSERT_NE(root, nullptr);
+  auto* a = MeshNode("a");
+  auto* b = new SCENE_GRAPH_NODE("b");
+  auto* hidden = MeshNode("hidden");
+  ASSERT_TRUE(root->AddChildNode(a));
+  ASSERT_TRUE(a->AddChildNode(b));
+  ASSERT_TRUE(b->AddChildNode(hidden));
+  ASSERT_TRUE(root->AddChildNode(MeshNode("c")));
+  hidden->AddChildNode(MeshNode("below"));
+  hidden->ActivateNode(false);
+
+  Recorder meshFirst;
+  TraverseSceneGraph(root, &meshFirst);
+  // The inactive node is entered, answers false, and gets neither mesh,
+  // children nor leave.
+  EXPECT_EQ(meshFirst.log, (std::vector<std::string>{"+Scene Graph Root", "+a", "mesh a", "+b", "+hidden",
+                                                     "-b", "-a", "+c", "mesh c", "-c", "-Scene Graph Root"}));
+
+  Recorder childrenFirst;
+  childrenFirst.meshFirst = false;
+  TraverseSceneGraph(a, &childrenFirst);
+  EXPECT_EQ(childrenFirst.log, (std::vector<std::string>{"+a", "+b", "+hidden", "-b", "mesh a", "-a"}));
+
+  // Stopping still leaves every node entered so far, innermost first.
+  Recorder stopper;
+  stopper.stopAfter = 3;
+  TraverseSceneGraph(root, &stopper);
+  EXPECT_EQ(stopper.log,
+            (std::vector<std::string>{"+Scene Graph Root", "+a", "mesh a", "-a", "-Scene Graph Root"}));
+
+  EXPECT_EQ(scene.GetSceneGraphNode("below")->GetParentNode(), hidden);
+  EXPECT_EQ(scene.GetSceneGraphNode("nothing"), nullptr);
+  EXPECT_EQ(scene.GetSceneGraphNode(nullptr), nullptr);
+}
+
+TEST(SceneGraph, SharedNodesAreInstancesAndCyclesAreRefused) {
+  SCENE_GRAPH scene;
+  SCENE_GRAPH_NODE* root = scene.GetRootNode();
+  auto* left = new SCENE_GRAPH_NODE("left");
+  auto* right = new SCENE_GRAPH_NODE("right");
+  auto* shared = MeshNode("shared");
+  root->AddChildNode(left);
+  root->AddChildNode(right);
+  ASSERT_TRUE(left->AddChildNode(shared));
+  ASSERT_TRUE(right->AddChildNode(shared));
+  EXPECT_FALSE(right->AddChildNode(shared));  // already there
+  EXPECT_FALSE(shared->AddChildNode(root));   // would be a cycle
+  EXPECT_FALSE(shared->AddChildNode(shared));
+  EXPECT_EQ(shared->GetNumberOfParentNodes(), 2u);
+
+  Recorder walk;
+  TraverseSceneGraph(root, &walk);
+  EXPECT_EQ(std::count(walk.log.begin(), walk.log.end(), "mesh shared"), 2);
+
+  // The first detach leaves the node to its other parent; the last hands it
+  // back to the caller.
+  EXPECT_EQ(left->DetachChildNode(shared), nullptr);
+  EXPECT_EQ(shared->GetParentNode(), right);
+  EXPECT_EQ(right->DetachChildNode(shared), shared);
+  EXPECT_EQ(shared->GetParentNode(), nullptr);
+  EXPECT_TRUE(left->AddChildNode(shared));
+  EXPECT_TRUE(root->DeleteChildNode(left));
+  EXPECT_FALSE(root->DeleteChildNode(left));
+}
+
+TEST(SceneGraph, BoundsFollowNestedTransforms) {
+  SCENE_GRAPH scene;
+  SCENE_GRAPH_NODE* root = scene.GetRootNode();
+  auto* outer = new SCENE_GRAPH_NODE("outer");
+  auto* inner = MeshNode("inner");
+  root->AddChildNode(outer);
+  outer->AddChildNode(inner);
+  SCENE_MATRIX move = Translation(10, 0, 0), innerMove = Translation(0, 5, 1);
+  outer->CreateNodeGroupData()->SetGroupMatrix(&move);
+  inner->CreateNodeGroupData()->SetGroupMatrix(&innerMove);
+  // Corners (0,0,0), (1,0,0), (0,1,0) go to (10,5,1), (11,5,1), (10,6,1).
+  SCENE_VERTEX_XYZ min, max;
+  ASSERT_TRUE(root->GetNodeBounds(&min, &max, true));
+  ExpectPoint(min, 10, 5, 1);
+  ExpectPoint(max, 11, 6, 1);
+
+  // Outer now scales by 2 and then moves by 10 in x: the inner move is
+  // scaled too, so the corners go to (10,10,2), (12,10,2), (10,12,2). A
+  // second mesh at the root widens the box to the origin.
+  SCENE_MATRIX scaleThenMove = UniformScale(2);
+  scaleThenMove.m[12] = 10;
+  outer->GetNodeGroupData()->SetGroupMatrix(&scaleThenMove);
+  root->AddChildNode(MeshNode("origin"));
+  ASSERT_TRUE(root->GetNodeBounds(&min, &max, true));
+  ExpectPoint(min, 0, 0, 0);
+  ExpectPoint(max, 12, 12, 2);
+  SCENE_VERTEX_XYZ center;
+  root->GetNodeCenter(&center, true);
+  ExpectPoint(center, 6, 6, 1);
+
+  // A subtree's box starts at that node, whose own matrix counts.
+  ASSERT_TRUE(outer->GetNodeBounds(&min, &max, true));
+  ExpectPoint(min, 10, 10, 2);
+  SCENE_MATRIX world;
+  ASSERT_TRUE(inner->GetNodeWorldMatrix(&world));
+  ExpectPoint({world.m[12], world.m[13], world.m[14]}, 10, 10, 2);
+
+  // Inactive subtrees drop out only with activeOnly; an empty box is the
+  // origin.
+  outer->ActivateNode(false);
+  ASSERT_TRUE(root->GetNodeBounds(&min, &max, true));
+  ExpectPoint(max, 1, 1, 0);
+  ASSERT_TRUE(root->GetNodeBounds(&min, &max, false));
+  ExpectPoint(max, 12, 12, 2);
+  SCENE_GRAPH_NODE empty("empty");
+  EXPECT_FALSE(empty.GetNodeBounds(&min, &max, true));
+  ExpectPoint(max, 0, 0, 0);
+}
+
+TEST(SceneGraph, MeshDataRejectsInconsistentArrays) {
+  SCENE_GRAPH_MESH_DATA mesh;
+  SCENE_VERTEX v[2] = {};
+  unsigned int outOfRange[3] = {0, 1, 2}, pair[2] = {0, 1};
+  EXPECT_FALSE(mesh.SetMeshData(v, 2, outOfRange, 3));
+  EXPECT_FALSE(mesh.SetMeshData(v, 2, pair, 2));
+  EXPECT_FALSE(mesh.SetMeshData(nullptr, 2, nullptr, 0));
+  EXPECT_EQ(mesh.GetMeshVertices(), nullptr);
+  EXPECT_EQ(mesh.GetMeshIndices(), nullptr);
+}
+
+TEST(MaterialTree, IdsResolveToTheNearestDefinition) {
+  MATERIAL_3D_NODE root(nullptr, ':');
+  root.SetThisNodesID("*");
+  root.SetShouldThisNodeUseDefault(false, false);
+  auto* walls = new MATERIAL_3D_NODE(&root, ':');
+  walls->SetThisNodesID("Walls");
+  TEXTURE_LINK red = Colored(0x0000FF);
+  walls->SetTextureLink(&red);
+  auto* brick = new MATERIAL_3D_NODE(walls, ':');
+  brick->SetThisNodesID("Brick");
+  auto* glass = new MATERIAL_3D_NODE(walls, ':');
+  glass->SetThisNodesID("Glass");
+  TEXTURE_LINK blue = Colored(0xFF0000);
+  glass->SetTextureLink(&blue);
+  auto* roof = new MATERIAL_3D_NODE(&root, ':');
+  roof->SetThisNodesID("Roof");
+
+  // Brick has no settings of its own and takes Walls'; Glass defines its own.
+  EXPECT_EQ(root.GetNodeThatControlsMaterial("Walls:Brick"), walls);
+  EXPECT_EQ(root.GetNodeThatControlsMaterial("*:Walls:Brick"), walls);
+  EXPECT_EQ(root.GetNodeThatControlsMaterial("Walls:Glass"), glass);
+  EXPECT_EQ(root.GetNodeThatControlsMaterial("Roof"), &root);
+  EXPECT_EQ(root.GetNodeThatControlsMaterial("*"), &root);
+  EXPECT_EQ(root.GetNodeThatControlsMaterial("Brick"), nullptr);
+  EXPECT_EQ(root.GetNodeThatControlsMaterial("Walls:Nothing"), nullptr);
+  EXPECT_EQ(root.GetNodeThatControlsMaterial(""), nullptr);
+  EXPECT_EQ(root.GetNodeThatControlsMaterial(nullptr), nullptr);
+
+  // Making the whole Walls group use the default sends all of it to the root.
+  walls->SetShouldThisNodeUseDefault(true, true);
+  EXPECT_EQ(root.GetNodeThatControlsMaterial("Walls:Glass"), &root);
+  EXPECT_EQ(brick->GetFullID(), "*:Walls:Brick");
+
+  walls->SetVisible(false);
+  EXPECT_EQ(brick->IsVisible(), 0);
+  EXPECT_EQ(roof->IsVisible(), 1);
+  EXPECT_TRUE(roof->IsValidCast(StringTreeNodeTag));
+  EXPECT_FALSE(STRING_TREE_NODE(nullptr, ':').IsValidCast(Material3DNodeTag));
+}
+
+TEST(MaterialTree, ConcurrentReadersSeeTheSameAnswers) {
+  // Render threads resolve and read materials at the same time; the const
+  // operations must not write anything.
+  MATERIAL_3D_NODE root(nullptr, ':');
+  root.SetThisNodesID("*");
+  auto* group = new MATERIAL_3D_NODE(&root, ':');
+  group->SetThisNodesID("Group");
+  TEXTURE_LINK green = Colored(0x00FF00);
+  group->SetTextureLink(&green);
+  (new MATERIAL_3D_NODE(group, ':'))->SetThisNodesID("Leaf");
+  std::vector<int> wrong(4, 0);
+  std::vector<std::thread> readers;
+  for (int t = 0; t < 4; ++t)
+    readers.emplace_back([&, t] {
+      for (int i = 0; i < 2000; ++i) {
+        const MATERIAL_3D_NODE* found = root.GetNodeThatControlsMaterial("Group:Leaf");
+        if (found != group || !found->IsVisible() || found->GetTextureLink()->GetColor() != 0x00FF00)
+          ++wrong[t];
+      }
+    });
+  for (std::thread& reader : readers) reader.join();
+  EXPECT_EQ(wrong, std::vector<int>(4, 0));
+}
+
+TEST(MaterialTree, AssignmentCopiesTheWholeTreeIndependently) {
+  MATERIAL_3D_NODE original(nullptr, ':');
+  original.SetThisNodesID("*");
+  auto* child = new MATERIAL_3D_NODE(&original, ':');
+  child->SetThisNodesID("Stone");
+  TEXTURE_LINK grey = Colored(0x808080);
+  grey.SetTextureLinkFullFileName("stone.png");
+  child->SetTextureLink(&grey);
+
+  MATERIAL_3D_NODE copy(nullptr, '/');
+  copy = original;
+  const MATERIAL_3D_NODE* copied = copy.GetNodeThatControlsMaterial("Stone");
+  ASSERT_NE(copied, nullptr);
+  EXPECT_NE(copied, child);
+  EXPECT_EQ(copy.GetSeparator(), ':');
+  EXPECT_EQ(copied->GetParentNode(), &copy);
+  ASSERT_NE(copied->GetTextureLink(), child->GetTextureLink());
+  EXPECT_STREQ(copied->GetTextureLink()->GetTextureLinkFullFileName(), "stone.png");
+
+  // Changing or deleting the original leaves the copy as it was.
+  child->GetTextureLink()->SetColor(0x0000FF);
+  original.DeleteChildNode(child);
+  EXPECT_EQ(original.GetNumberOfChildNodes(), 0u);
+  EXPECT_EQ(copied->GetTextureLink()->GetColor(), 0x808080ul);
+
+  // Assigning a node's own descendant into it must not read freed nodes.
+  auto* inner = new MATERIAL_3D_NODE(new MATERIAL_3D_NODE(&copy, ':'), ':');
+  inner->SetThisNodesID("deep");
+  copy = *inner;
+  EXPECT_STREQ(copy.GetThisNodesID(), "deep");
+  EXPECT_EQ(copy.GetNumberOfChildNodes(), 0u);
+}
+
+TEST(MaterialTree, FileRoundTripAndDamagedInput) {
+  MATERIAL_3D_NODE root(nullptr, ':');
+  root.SetThisNodesID("*");
+  auto* odd = new MATERIAL_3D_NODE(&root, ':');
+  odd->SetThisNodesID("Name with \"quotes\" and spaces");
+  TEXTURE_LINK link;
+  link.SetTextureLinkFullFileName("folder/my file.jpg");
+  link.SetColor(0x123456);
+  link.SetTextureMappingType(TEXTURE_LINK::SV_BOX_MAPPING);
+  link.SetTransparent(true);
+  link.SetOpacityLevel(33.3333f);
+  link.SetReliefDepthLevel(0.1f);
+  odd->SetTextureLink(&link);
+  odd->SetVisible(false);
+  new MATERIAL_3D_NODE(odd, ':');
+
+  std::stringstream file;
+  ASSERT_TRUE(root.WriteToFile(&file));
+  MATERIAL_3D_NODE read(nullptr, ':');
+  ASSERT_TRUE(read.ReadFromFile(&file));
+  auto* back = dynamic_cast<MATERIAL_3D_NODE*>(read.GetChildNode(0));
+  ASSERT_NE(back, nullptr);
+  EXPECT_STREQ(back->GetThisNodesID(), odd->GetThisNodesID());
+  ASSERT_NE(back->GetTextureLink(), nullptr);
+  EXPECT_TRUE(*back->GetTextureLink() == link);
+  EXPECT_EQ(back->IsVisible(), 0);
+  EXPECT_FALSE(back->ShouldThisNodeUseDefault());
+  EXPECT_EQ(back->GetNumberOfChildNodes(), 1u);
+
+  // A cut-off file and a wrong mapping type are refused, and the node that
+  // was read into keeps its tree.
+  std::string text = file.str();
+  std::istringstream cut(text.substr(0, text.size() / 2));
+  EXPECT_FALSE(read.ReadFromFile(&cut));
+  std::string badMapping = text;
+  badMapping.replace(badMapping.find(" 2 0 1 0 "), 9, " 7 0 1 0 ");
+  std::istringstream bad(badMapping);
+  EXPECT_FALSE(read.ReadFromFile(&bad));
+  EXPECT_EQ(read.GetNumberOfChildNodes(), 1u);
+  EXPECT_FALSE(read.ReadFromFile(nullptr));
+}
+
+TEST(Project, MaterialRootsAreLentWithViewSetsOverProjectTrees) {
+  ENVIRONMENT_3D_PROJECT project;
+  MATERIAL_3D_NODE* main = project.CreateMaterialRoot(0);
+  ASSERT_NE(main, nullptr);
+  EXPECT_STREQ(main->GetThisNodesID(), "*");
+  auto* furniture = new MATERIAL_3D_NODE(nullptr, ':');
+  ASSERT_TRUE(project.SetMaterialRoot(5, furniture));
+  auto* viewMain = new MATERIAL_3D_NODE(nullptr, ':');
+  ASSERT_TRUE(project.SetViewMaterialRoot(3, 0, viewMain));
+
+  MATERIAL_ROOT_MAP roots{{99, nullptr}};
+  project.GetMaterialRoots(false, 3, roots);
+  EXPECT_EQ(roots, (MATERIAL_ROOT_MAP{{0, main}, {5, furniture}}));
+  // Lent roots cannot be replaced or deleted.
+  EXPECT_FALSE(project.SetMaterialRoot(5, nullptr));
+  EXPECT_FALSE(project.ClearMaterials());
+  project.GetMaterialRoots(true, 3, roots);
+  EXPECT_EQ(roots, (MATERIAL_ROOT_MAP{{0, viewMain}, {5, furniture}}));
+  project.ReleaseMaterialRoots();
+  EXPECT_TRUE(project.AreMaterialRootsLent());
+  project.ReleaseMaterialRoots();
+  EXPECT_FALSE(project.AreMaterialRootsLent());
+  // A node that already belongs somewhere is refused.
+  EXPECT_FALSE(project.SetMaterialRoot(6, furniture));
+
+  std::stringstream saved;
+  ASSERT_TRUE(project.SaveMaterials(&saved));
+  ENVIRONMENT_3D_PROJECT loaded;
+  ASSERT_TRUE(loaded.LoadMaterials(&saved));
+  EXPECT_EQ(loaded.GetNumberOfMaterialRoots(), 2u);
+  EXPECT_NE(loaded.GetViewMaterialRoot(3, 0), nullptr);
+
+  EXPECT_EQ(project.GetProjectHorizon(), nullptr);
+  project.ReleaseProjectHorizon();
+  project.CreateProjectHorizon()->SetRenderAutoHorizon(true);
+  EXPECT_TRUE(project.GetProjectHorizon()->RenderAutoHorizon());
+  EXPECT_FALSE(project.DeleteProjectHorizon());
+  project.ReleaseProjectHorizon();
+  EXPECT_TRUE(project.DeleteProjectHorizon());
+}
+
+TEST(Project, LightNumbersAreStableAndNeverReused) {
+  SCENE_LIGHTS lights;
+  SCENE_LIGHT_DEFINITION lamp{};
+  int definition = lights.AddLightDefinition(lamp);
+  SCENE_MATRIX up = Translation(0, 0, 3);
+  EXPECT_EQ(lights.AddLightInstance(definition, nullptr), 0);
+  EXPECT_EQ(lights.AddLightInstance(definition, &up), 1);
+  EXPECT_EQ(lights.AddLightInstance(definition + 1, nullptr), -1);
+  EXPECT_FLOAT_EQ(lights.GetLightInstance(0)->matrix.m[0], 1.0f);
+  EXPECT_FLOAT_EQ(lights.GetLightInstance(1)->matrix.m[14], 3.0f);
+  EXPECT_FALSE(lights.RemoveLightDefinition(definition));
+  EXPECT_TRUE(lights.RemoveLightInstance(0));
+  EXPECT_EQ(lights.GetLightInstance(0), nullptr);
+  EXPECT_EQ(lights.AddLightInstance(definition, nullptr), 2);
+  EXPECT_EQ(lights.GetNumberOfLightInstances(), 3);
+  EXPECT_EQ(lights.GetLightInstance(-1), nullptr);
+}
+
+TEST(RenderOptions, ChosenDefaultsAndCheckedSetters) {
+  ENVIRONMENT_3D_VIEW view;
+  view.GetRenderOptions().SetBackgroundTextureName("sky.png");
+  view.GetRenderOptions().SetFogLevel(250.0f);
+  MODE_RENDER_OPTIONS options;
+  options.SetFogLevel(10.0f);
+  view.GetCurrentRenderOptions(nullptr, options);
+  EXPECT_FLOAT_EQ(options.GetFogLevel(), 100.0f);
+  EXPECT_TRUE(options.DoLighting());
+  EXPECT_FALSE(options.DoCustomLighting());
+  EXPECT_EQ(options.GetAntialiasingLevel(), 2);
+  EXPECT_EQ(options.GetBackgroundColor(), 0x00EBCE87ul);  // sky blue, red low
+
+  char path[MODE_RENDER_OPTIONS::MaxPathLength];
+  options.GetBackgroundTexture(path, "/textures");
+  EXPECT_STREQ(path, "/textures/sky.png");
+  options.GetBackgroundTexture(path, "/textures/");
+  EXPECT_STREQ(path, "/textures/sky.png");
+  options.GetBackgroundTexture(path, nullptr);
+  EXPECT_STREQ(path, "sky.png");
+  std::string longFolder(400, 'x');
+  options.GetBackgroundTexture(path, longFolder.c_str());
+  EXPECT_EQ(std::string(path), longFolder.substr(0, MODE_RENDER_OPTIONS::MaxPathLength - 1));
+  options.SetBackgroundTextureName(nullptr);
+  options.GetBackgroundTexture(path, "/textures");
+  EXPECT_STREQ(path, "");
+
+  options.SetAntialiasingLevel(9);
+  EXPECT_EQ(options.GetAntialiasingLevel(), 4);
+  options.SetFaceTextureScale(0.0f);
+  EXPECT_FLOAT_EQ(options.GetFaceTextureScale(), 100.0f);
+  options.SetHighlightColor(0xFF00FF00);
+  EXPECT_EQ(options.GetHighlightColor(), 0x0000FF00ul);
+}

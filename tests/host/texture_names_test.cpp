@@ -1,0 +1,84 @@
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <string>
+
+#include "BrindlexTexture.h"
+
+namespace {
+
+TEST(TexMapScalePow2, NearestPowerOnALogScaleWithinTheLimit) {
+  struct Case {
+    int width, height, limit, expectedWidth, expectedHeight;
+  } cases[] = {
+      {300, 100, 8192, 256, 128},       // 300 < 256 * 1.414 = 362; 100 > 64 * 1.414 = 90.5
+      {400, 1, 8192, 512, 1},           // 400 > 362
+      {181, 182, 8192, 128, 256},       // 181^2 = 32761 < 2 * 128^2 = 32768 < 182^2
+      {1, 1, 8192, 1, 1},               // a 1 by 1 picture stays one level
+      {0, -5, 8192, 1, 1},              // never 0
+      {20000, 5000, 8192, 8192, 4096},  // 16384 cut to the limit; 5000 < 5793
+      {1000, 700, 1000, 512, 512},      // 1024 above a limit whose largest power is 512
+      {64, 64, 0, 1, 1},                // no room at all still gives 1
+  };
+  for (const Case& c : cases) {
+    int width = -1, height = -1;
+    TexMapScalePow2(c.width, c.height, c.limit, width, height);
+    EXPECT_EQ(width, c.expectedWidth) << c.width << " x " << c.height << " within " << c.limit;
+    EXPECT_EQ(height, c.expectedHeight) << c.width << " x " << c.height << " within " << c.limit;
+  }
+}
+
+TEST(TextureFileNames, TypeByExtension) {
+  EXPECT_EQ(GetTextureFileType("a/b.BMP"), kTextureFileTypeBmp);
+  EXPECT_EQ(GetTextureFileType("b.jpeg"), kTextureFileTypeJpeg);
+  EXPECT_EQ(GetTextureFileType("c.JPG"), kTextureFileTypeJpeg);
+  EXPECT_EQ(GetTextureFileType("d.png"), kTextureFileTypePng);
+  EXPECT_EQ(GetTextureFileType("e.Tiff"), kTextureFileTypeTiff);
+  for (const char* other : {"f.gif", "noextension", "folder.png/file", "g.png.txt", ""})
+    EXPECT_EQ(GetTextureFileType(other), kTextureFileTypeAny) << other;
+  EXPECT_EQ(GetTextureFileType(nullptr), kTextureFileTypeAny);
+}
+
+TEST(TextureFileNames, FindsThePictureThatIsReallyThere) {
+  std::string pattern = testing::TempDir() + "names-XXXXXX";
+  ASSERT_NE(mkdtemp(pattern.data()), nullptr);
+  const std::string folder = pattern + "/";
+  ATL::CImage picture;
+  ASSERT_NE(picture.Create(2, 2, 24), 0);
+  ASSERT_TRUE(SavePictureFile((folder + "wood.png").c_str(), picture.Surface(), PictureFileFormat::Png));
+
+  int type = kTextureFileTypeAny;
+  EXPECT_TRUE(IsValidTextureFileName("wood.png", folder.c_str(), &type));
+  EXPECT_EQ(type, kTextureFileTypePng);
+  type = kTextureFileTypeAny;
+  EXPECT_TRUE(IsValidTextureFileName("wood.bmp", pattern.c_str(), &type));  // folder without separator
+  EXPECT_EQ(type, kTextureFileTypePng);
+  EXPECT_TRUE(IsValidTextureFileName((folder + "wood.JPG").c_str(), nullptr, nullptr));
+  type = kTextureFileTypeBmp;  // insisting on a type that is not there
+  EXPECT_FALSE(IsValidTextureFileName("wood.png", folder.c_str(), &type));
+  EXPECT_EQ(type, kTextureFileTypeBmp);
+  EXPECT_FALSE(IsValidTextureFileName("wood.gif", folder.c_str(), nullptr));
+  EXPECT_FALSE(IsValidTextureFileName("stone.png", folder.c_str(), nullptr));
+  EXPECT_FALSE(IsValidTextureFileName(nullptr, folder.c_str(), nullptr));
+
+  // The steps by which a cached texture's true file is found.
+  char source[300];
+  std::snprintf(source, sizeof(source), "%swood.tif", folder.c_str());
+  type = kTextureFileTypeAny;
+  ASSERT_TRUE(IsValidTextureFileName(source, nullptr, &type));
+  ASSERT_NE(GetTextureFileType(source), type);
+  ConvertStringToMatchTextureFileType(source, type);
+  EXPECT_EQ(std::string(source), folder + "wood.png");
+
+  // Without a file on disk the short spelling is written, in the old case.
+  char upper[] = "x/WOOD.BMP\0....";
+  ConvertStringToMatchTextureFileType(upper, kTextureFileTypeTiff);
+  EXPECT_STREQ(upper, "x/WOOD.TIF");
+  char lower[] = "x/wood.tiff";
+  ConvertStringToMatchTextureFileType(lower, kTextureFileTypeAny);
+  EXPECT_STREQ(lower, "x/wood.tiff");
+  std::filesystem::remove_all(folder);
+}
+
+}  // namespace

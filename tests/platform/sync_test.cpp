@@ -1,0 +1,113 @@
+#include <sys/resource.h>
+
+#include <algorithm>
+#include <atomic>
+#include <gtest/gtest.h>
+#include <thread>
+#include <vector>
+
+#include "CriticalSection.h"
+#include "Semaphore.h"
+#include "Thread.h"
+
+using platform::CriticalSection;
+using platform::Semaphore;
+using platform::Thread;
+
+TEST(Semaphore, ReleaseHonoursMaximumAndReportsPreviousCount) {
+  Semaphore semaphore(1, 3);
+  long previous = -1;
+  EXPECT_TRUE(semaphore.Release(1, &previous));
+  EXPECT_EQ(previous, 1);
+  EXPECT_FALSE(semaphore.Release(2, &previous));  // 2 + 2 would pass 3
+  EXPECT_EQ(semaphore.Count(), 2);
+  EXPECT_TRUE(semaphore.Release(1, &previous));
+  EXPECT_EQ(previous, 2);
+  EXPECT_FALSE(semaphore.Release(1));
+  // The large maximum of the engine's wake and done semaphores.
+  Semaphore wide(0, 0x7FFFFFFF);
+  EXPECT_TRUE(wide.Release(1, &previous));
+  EXPECT_TRUE(wide.Release(0x7FFFFFFF - 1, &previous));
+  EXPECT_EQ(previous, 1);
+  EXPECT_FALSE(wide.Release(1));
+}
+
+TEST(Semaphore, ZeroWaitTakesOnlyWhatIsThere) {
+  Semaphore semaphore(0, 10);
+  EXPECT_FALSE(semaphore.TryWait());
+  semaphore.Release(2);
+  EXPECT_TRUE(semaphore.TryWait());
+  EXPECT_TRUE(semaphore.TryWait());
+  EXPECT_FALSE(semaphore.TryWait());
+}
+
+TEST(Semaphore, WaitWakesOneWaiterPerCount) {
+  Semaphore semaphore(0, 100);
+  std::atomic<int> woken{0};
+  std::vector<std::thread> waiters;
+  for (int i = 0; i < 4; ++i)
+    waiters.emplace_back([&] {
+      semaphore.Wait();
+      ++woken;
+    });
+  semaphore.Release(3);
+  while (woken.load() < 3) std::this_thread::yield();
+  EXPECT_EQ(semaphore.Count(), 0);
+  semaphore.Release(1);
+  for (auto& t : waiters) t.join();
+  EXPECT_EQ(woken.load(), 4);
+}
+
+TEST(CriticalSection, SameThreadMayEnterAgainOtherThreadWaits) {
+  CriticalSection section;
+  section.Enter();
+  section.Enter();
+  std::atomic<bool> entered{false};
+  std::thread other([&] {
+    section.Enter();
+    entered = true;
+    section.Leave();
+  });
+  section.Leave();
+  std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  EXPECT_FALSE(entered.load());  // still held once
+  section.Leave();
+  other.join();
+  EXPECT_TRUE(entered.load());
+}
+
+namespace {
+struct ThreadReport {
+  Semaphore go{0, 1};
+  uint32_t id = 0;
+  int nice = 0;
+};
+unsigned long Report(void* opaque) {
+  auto* report = static_cast<ThreadReport*>(opaque);
+  report->go.Wait();
+  report->id = platform::GetCurrentThreadId();
+  report->nice = getpriority(PRIO_PROCESS, 0);
+  return 42;
+}
+}  // namespace
+
+TEST(Thread, IdIsKnownAtCreationAndPriorityDropsOneStep) {
+  ThreadReport report;
+  auto thread = Thread::Create(&Report, &report);
+  ASSERT_TRUE(thread);
+  const int normal = getpriority(PRIO_PROCESS, 0);
+  EXPECT_TRUE(thread->SetPriority(-1));
+  report.go.Release();
+  EXPECT_EQ(thread->Join(), 42u);
+  EXPECT_EQ(report.id, thread->Id());
+  EXPECT_NE(report.id, platform::GetCurrentThreadId());
+  EXPECT_EQ(report.nice, std::min(normal + 1, 19));  // a higher nice value is a lower priority
+}
+
+TEST(Thread, TickCountAdvancesInMilliseconds) {
+  uint32_t start = platform::GetTickCount();
+  std::this_thread::sleep_for(std::chrono::milliseconds(30));
+  uint32_t elapsed = platform::GetTickCount() - start;
+  EXPECT_GE(elapsed, 30u);
+  EXPECT_LT(elapsed, 5000u);
+}

@@ -1,0 +1,132 @@
+#include <gtest/gtest.h>
+#include <set>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "Gdi.h"
+#include "GdiPlus.h"
+#include "Window.h"
+
+using platform::RecordingWindow;
+
+TEST(RecordingWindow, ShowsTheImagesDrawnThroughItsContext) {
+  RecordingWindow window(6, 4);
+  EXPECT_EQ(window.Pixel(0, 0), 0xFF000000u);  // opaque black before any drawing
+  Gdiplus::Bitmap block(2, 2, Gdiplus::PixelFormat32bppARGB);
+  const platform::PixelSurface pixels = block.Surface();
+  for (int i = 0; i < 4; ++i) pixels.firstRow[i * 4] = uint8_t(i + 1), pixels.firstRow[i * 4 + 3] = 255;
+
+  HDC dc = GetDC(&window);
+  ASSERT_NE(dc, nullptr);
+  Gdiplus::Graphics graphics(dc);
+  graphics.SetCompositingMode(Gdiplus::CompositingModeSourceCopy);
+  // The bottom right pixel of the block at (5, 3): the last pixel of the client area.
+  ASSERT_EQ(graphics.DrawImage(&block, 5, 3, 1, 1, 1, 1, Gdiplus::UnitPixel), Gdiplus::Ok);
+  EXPECT_EQ(window.Pixel(5, 3), 0xFF000004u);
+  // The whole block doubled at (0, 0).
+  ASSERT_EQ(graphics.DrawImage(&block, 0, 0, 4, 4), Gdiplus::Ok);
+  EXPECT_EQ(window.Pixel(1, 1), 0xFF000001u);
+  EXPECT_EQ(window.Pixel(2, 1), 0xFF000002u);
+  EXPECT_EQ(window.Pixel(3, 3), 0xFF000004u);
+  EXPECT_EQ(window.Pixel(4, 0), 0xFF000000u);
+  EXPECT_EQ(ReleaseDC(&window, dc), 1);
+
+  const auto events = window.Events();
+  ASSERT_EQ(events.size(), 2u);
+  const auto* first = std::get_if<platform::DrawnPixels>(&events[0]);
+  ASSERT_NE(first, nullptr);
+  EXPECT_TRUE(first->sourceCopy);
+  EXPECT_EQ(first->destination.left, 5);
+  EXPECT_EQ(first->destination.bottom, 4);
+  EXPECT_EQ(first->sourceRect.top, 1);
+}
+
+TEST(RecordingWindow, BlockOutlineLinesPaintEachEdgePixelOnce) {
+  RecordingWindow window(8, 8);
+  HDC dc = GetDC(&window);
+  ASSERT_NE(dc, nullptr);
+  const COLORREF red = 0x0000FF;
+  const COLORREF old = SelectPenColor(dc, red);
+  // The outline of a 6 x 5 block at (0, 0), one pixel inside its edge.
+  MoveToEx(dc, 1, 1, nullptr);
+  LineTo(dc, 5, 1);
+  LineTo(dc, 5, 4);
+  LineTo(dc, 1, 4);
+  LineTo(dc, 1, 1);
+  EXPECT_EQ(SelectPenColor(dc, old), red);
+  ReleaseDC(&window, dc);
+
+  int painted = 0;
+  for (int y = 0; y < 8; ++y)
+    for (int x = 0; x < 8; ++x) {
+      const bool edge = x >= 1 && x <= 5 && y >= 1 && y <= 4 && (x == 1 || x == 5 || y == 1 || y == 4);
+      EXPECT_EQ(window.Pixel(x, y), edge ? 0xFFFF0000u : 0xFF000000u) << x << "," << y;
+      painted += edge;
+    }
+  EXPECT_EQ(painted, 14);
+  const auto events = window.Events();
+  ASSERT_EQ(events.size(), 4u);
+  const auto& second = std::get<platform::DrawnLine>(events[1]);
+  EXPECT_EQ(second.from.x, 5);
+  EXPECT_EQ(second.from.y, 1);
+  EXPECT_EQ(second.to.y, 4);
+  EXPECT_EQ(second.color, red);
+
+  // A diagonal stops short of its end; the same lines go into an image.
+  Gdiplus::Bitmap image(4, 4, Gdiplus::PixelFormat32bppARGB);
+  platform::DeviceContext imageDc;
+  imageDc.surface = image.Surface();
+  SelectPenColor(&imageDc, 0x00FF00);
+  MoveToEx(&imageDc, 0, 0, nullptr);
+  LineTo(&imageDc, 3, 3);
+  for (int i = 0; i < 4; ++i) {
+    const uint8_t* p = imageDc.surface.Row(i) + i * 4;
+    EXPECT_EQ(p[1], i < 3 ? 255 : 0);
+  }
+  EXPECT_EQ(ReleaseDC(&window, &imageDc), 0);  // not the window's to release
+}
+
+TEST(Windows, MessagesReachTheReceiverAndHeadlessWindowsGiveNoContext) {
+  std::vector<std::pair<unsigned, LPARAM>> received;
+  platform::MessageWindow progress(
+      [&](unsigned message, WPARAM, LPARAM lParam) { received.emplace_back(message, lParam); });
+  EXPECT_TRUE(PostMessageA(&progress, PBM_SETRANGE, 0, MAKELPARAM(0, 42)));
+  EXPECT_TRUE(PostMessageA(&progress, PBM_STEPIT, 0, 0));
+  ASSERT_EQ(received.size(), 2u);
+  EXPECT_EQ(received[0].first, 0x401u);
+  EXPECT_EQ(received[0].second, 42 << 16);
+  EXPECT_EQ(HIWORD(received[0].second), 42);
+  EXPECT_EQ(received[1].first, 0x405u);
+  EXPECT_FALSE(PostMessageA(nullptr, PBM_STEPIT, 0, 0));
+
+  platform::NullWindow headless(640, 480);
+  RECT client;
+  ASSERT_TRUE(GetClientRect(&headless, &client));
+  EXPECT_EQ(client.right, 640);
+  EXPECT_EQ(client.bottom, 480);
+  EXPECT_EQ(GetDC(&headless), nullptr);
+  EXPECT_TRUE(PostMessageA(&headless, PBM_STEPIT, 0, 0));
+}
+
+// Four workers blit their blocks while the host reads the window.
+TEST(RecordingWindow, ConcurrentBlocksAllArrive) {
+  RecordingWindow window(16, 16);
+  std::vector<std::thread> workers;
+  for (int t = 0; t < 4; ++t)
+    workers.emplace_back([&window, t] {
+      std::vector<uint8_t> bytes(8 * 8 * 4, uint8_t(t + 1));
+      const platform::PixelSurface block{8, 8, 32, bytes.data(), 32};
+      const RECT destination{(t % 2) * 8, (t / 2) * 8, (t % 2) * 8 + 8, (t / 2) * 8 + 8};
+      for (int i = 0; i < 50; ++i) window.DrawPixels(block, {0, 0, 8, 8}, destination, true);
+    });
+  std::set<uint32_t> seen;
+  for (int i = 0; i < 200; ++i) seen.insert(window.Pixel(i % 16, (i / 16) % 16));
+  for (auto& worker : workers) worker.join();
+  // Whole pixels only: black, or one worker's colour.
+  for (uint32_t value : seen)
+    EXPECT_TRUE(value == 0xFF000000u || (value % 0x01010101u == 0 && value <= 0x04040404u));
+  for (int t = 0; t < 4; ++t)
+    EXPECT_EQ(window.Pixel((t % 2) * 8 + 3, (t / 2) * 8 + 5), 0x01010101u * (t + 1));
+  EXPECT_EQ(window.Events().size(), 200u);
+}
