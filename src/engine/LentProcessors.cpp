@@ -1,0 +1,80 @@
+// Splitting a block among helper threads on processors lent by idle workers.
+//
+// In the tail of a batch the queue has nothing left to share, and the last
+// blocks would run on one processor each while others sleep. An idle worker
+// leaves its token in `coreTokenSemaphore`; the owner of a block takes such
+// tokens and starts short-lived helpers that take pixels from a shared
+// counter. Every pixel is traced exactly once: the owner and its helpers
+// each take the next pixel by one atomic increment.
+#include <memory>
+
+#include "BrindlexViewRTRenderEngine.h"
+
+namespace {
+// Traces pixels taken from the shared counter until none is left.
+void TraceSharedPixels(RaytraceBlockThreadData& helper, uint32_t total) {
+  for (;;) {
+    uint32_t index = helper.pixelCounter->fetch_add(1) + 1;
+    if (index >= total || *helper.abort) return;
+    if (!helper.tracer(helper.engine, &helper.block, index, helper.samples[index], *helper.abort)) {
+      *helper.abort = true;
+      return;
+    }
+  }
+}
+}  // namespace
+
+unsigned long RT_RENDER_ENGINE::RaytraceBlockThread(void* data) {
+  auto* helper = static_cast<RaytraceBlockThreadData*>(data);
+  if (!helper) return 0;
+  helper->threadId = platform::GetCurrentThreadId();
+  TraceSharedPixels(*helper, helper->block.width * helper->block.height);
+  return 0;
+}
+
+bool RT_RENDER_ENGINE::TraceBlockPixels(SWRT_RENDER_THREAD_DATA* data, SCENE_VERTEX_XYZW* samples,
+                                        PixelTracer tracer) {
+  const uint32_t total = data->width * data->height;
+  const unsigned int n = GetProcessorCount();
+  std::atomic<uint32_t> pixelCounter{0};
+  std::atomic<bool> abort{false};
+  std::unique_ptr<RaytraceBlockThreadData[]> helperData;
+  std::unique_ptr<std::unique_ptr<platform::Thread>[]> helperThreads;
+  uint16_t helpers = 0;
+
+  for (uint32_t i = 0; i < total;) {
+    if (idleCoreAvailable && helpers + 1u < n && coreTokenSemaphore) {
+      bool tookToken = false;
+      while (helpers < n && coreTokenSemaphore->TryWait()) {
+        if (!tookToken) {
+          pixelCounter = i;
+          helperData.reset(new RaytraceBlockThreadData[n]);
+          helperThreads.reset(new std::unique_ptr<platform::Thread>[n]);
+          tookToken = true;
+        }
+        RaytraceBlockThreadData& helper = helperData[helpers];
+        helper = {0, this, *data, &pixelCounter, samples, &abort, tracer};
+        helperThreads[helpers] = platform::Thread::Create(&RaytraceBlockThread, &helper);
+        if (!helperThreads[helpers]) {
+          coreTokenSemaphore->Release(1);  // no thread to lend it to
+          break;
+        }
+        ++helpers;
+      }
+      if (!tookToken) idleCoreAvailable = false;
+    }
+    if (!tracer(this, data, i, samples[i], abort)) {
+      abort = true;
+      break;
+    }
+    i = helpers == 0 ? i + 1 : pixelCounter.fetch_add(1) + 1;
+  }
+
+  // Every helper ends before its token goes back to the worker that lent it.
+  for (uint16_t h = 0; h < helpers; ++h) {
+    helperThreads[h]->Join();
+    helperThreads[h].reset();
+    coreTokenSemaphore->Release(1);
+  }
+  return !abort;
+}

@@ -1,0 +1,7 @@
+#include "LightTable.h"
+
+void RTLightTable::Clear() {
+  for (auto& entry : lightsByNumber) delete entry.second;
+  lightsByNumber.clear();
+  lights.clear();
+}

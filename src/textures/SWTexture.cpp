@@ -1,0 +1,7 @@
+#include "SWTexture.h"
+
+#include "BrindlexTexture.h"
+
+SWTexture::~SWTexture() {
+  delete[] levels;
+}

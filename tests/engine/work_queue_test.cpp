@@ -1,0 +1,186 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <memory>
+#include <random>
+#include <set>
+#include <thread>
+#include <vector>
+
+#include "BrindlexViewRTRenderEngine.h"
+#include "EngineTestAccess.h"
+
+namespace {
+
+struct EngineFixture : ::testing::Test {
+  void SetUp() override {
+    engine = static_cast<RT_RENDER_ENGINE*>(CreateRenderEngine());
+    engine->Initialize(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
+    access = std::make_unique<EngineTestAccess>(engine);
+    workers = engine->GetProcessorCount();
+  }
+  void TearDown() override { engine->Release(); }
+
+  RT_RENDER_ENGINE* engine = nullptr;
+  std::unique_ptr<EngineTestAccess> access;
+  unsigned int workers = 0;
+};
+
+// Kd-tree jobs without a tree only ask their own abort function, which
+// makes them a clean way to see each job run.
+struct JobLedger {
+  std::vector<std::atomic<int>> runs;
+  explicit JobLedger(size_t count) : runs(count) {}
+};
+struct JobTicket {
+  JobLedger* ledger;
+  size_t index;
+};
+
+bool CountRun(void* context) {
+  auto* ticket = static_cast<JobTicket*>(context);
+  ticket->ledger->runs[ticket->index].fetch_add(1);
+  return false;
+}
+
+WorkItem BlockJob() {
+  return WorkItem{RT_JOB_RENDER, new SWRT_RENDER_THREAD_DATA()};
+}
+
+}  // namespace
+
+TEST_F(EngineFixture, EmptyQueueWakesEveryWorkerAndAllReturnTheirTokens) {
+  for (int round = 0; round < 20; ++round) access->WaitForCompletion();
+  EXPECT_EQ(access->CoreTokens(), long(workers));
+  EXPECT_EQ(access->WakeCount(), 0);
+}
+
+TEST_F(EngineFixture, TenThousandJobsInBatchesRunExactlyOnce) {
+  const size_t total = 10000, batch = 1000;
+  JobLedger ledger(total);
+  std::vector<JobTicket> tickets(total);
+  for (size_t start = 0; start < total; start += batch) {
+    std::vector<WorkItem> items;
+    for (size_t i = start; i < start + batch; ++i) {
+      tickets[i] = {&ledger, i};
+      auto* job = new KDBuildJob();
+      job->shouldAbort = &CountRun;
+      job->abortContext = &tickets[i];
+      items.push_back({RT_JOB_KDTREE_BUILD, job});
+    }
+    access->Push(items);
+    access->WaitForCompletion();
+    EXPECT_EQ(access->QueueLength(), 0u);
+  }
+  for (size_t i = 0; i < total; ++i) ASSERT_EQ(ledger.runs[i].load(), 1) << "job " << i;
+  EXPECT_EQ(access->CoreTokens(), long(workers));
+}
+
+namespace {
+struct AbortAfter {
+  std::atomic<int> polls{0};
+  int limit;
+};
+bool AbortAfterLimit(void* context) {
+  auto* abort = static_cast<AbortAfter*>(context);
+  return abort->polls.fetch_add(1) + 1 > abort->limit;
+}
+}  // namespace
+
+TEST_F(EngineFixture, AbortAtRandomMomentsEmptiesTheQueueAndKeepsTheTokens) {
+  std::mt19937 random(1234);
+  const int jobs = 400;
+  for (int round = 0; round < 30; ++round) {
+    AbortAfter abort;
+    abort.limit = std::uniform_int_distribution<int>(0, jobs)(random);
+    engine->SetShouldAbortRenderFunction(&AbortAfterLimit, &abort);
+    std::vector<WorkItem> items;
+    for (int i = 0; i < jobs; ++i) items.push_back(BlockJob());
+    access->Push(items);
+    access->WaitForCompletion();
+    // Every block either polled or was cleared; ASan sees any payload left.
+    EXPECT_EQ(access->QueueLength(), 0u);
+    EXPECT_LE(abort.polls.load(), jobs);
+    if (abort.limit < jobs) {
+      EXPECT_GT(abort.polls.load(), abort.limit);
+    }
+    EXPECT_EQ(access->CoreTokens(), long(workers));
+    engine->SetShouldAbortRenderFunction(nullptr, nullptr);
+  }
+}
+
+TEST_F(EngineFixture, UnknownJobClassIsIgnoredAndItsPayloadLeftAlone) {
+  int untouched = 42;
+  access->Push({WorkItem{7, &untouched}, WorkItem{RT_JOB_RENDER, nullptr}, BlockJob()});
+  access->WaitForCompletion();
+  EXPECT_EQ(untouched, 42);
+  EXPECT_EQ(access->QueueLength(), 0u);
+}
+
+namespace {
+struct PixelLedger {
+  std::vector<std::atomic<int>> traced;
+  std::mutex mutex;
+  std::set<std::thread::id> threads;
+  int abortAt = -1;
+  explicit PixelLedger(size_t count) : traced(count) {}
+};
+PixelLedger* ledger = nullptr;
+
+bool TracePixel(RT_RENDER_ENGINE*, SWRT_RENDER_THREAD_DATA*, unsigned int index, SCENE_VERTEX_XYZW& color,
+                std::atomic<bool>&) {
+  if (int(index) == ledger->abortAt) return false;
+  ledger->traced[index].fetch_add(1);
+  {
+    std::lock_guard<std::mutex> lock(ledger->mutex);
+    ledger->threads.insert(std::this_thread::get_id());
+  }
+  color.x = float(index);
+  // Long enough for a helper to start while pixels are left.
+  std::this_thread::sleep_for(std::chrono::microseconds(50));
+  return true;
+}
+}  // namespace
+
+TEST_F(EngineFixture, IdleProcessorsHelpFinishABlockAndEveryPixelIsTracedOnce) {
+  SWRT_RENDER_THREAD_DATA block;
+  block.width = 32;
+  block.height = 32;
+  const unsigned pixels = 32 * 32;
+  for (int round = 0; round < 3; ++round) {
+    PixelLedger pixelLedger(pixels);
+    ledger = &pixelLedger;
+    std::vector<SCENE_VERTEX_XYZW> samples(pixels);
+    EXPECT_TRUE(access->TraceBlockPixels(&block, samples.data(), &TracePixel));
+    for (unsigned i = 0; i < pixels; ++i) {
+      ASSERT_EQ(pixelLedger.traced[i].load(), 1) << "pixel " << i;
+      ASSERT_EQ(samples[i].x, float(i));
+    }
+    // This thread owns the block; with two processors or more at least one
+    // lent processor took part.
+    if (workers >= 2) {
+      EXPECT_GE(pixelLedger.threads.size(), 2u);
+    }
+    // The owner here is not a worker, so every worker's token can be lent.
+    EXPECT_LE(pixelLedger.threads.size(), size_t(workers) + 1);
+    EXPECT_EQ(access->CoreTokens(), long(workers));
+    // Workers that went idle put the hint back for the next block.
+    access->WaitForCompletion();
+  }
+  ledger = nullptr;
+}
+
+TEST_F(EngineFixture, AbortInsideABlockStopsItAndReturnsTheTokens) {
+  SWRT_RENDER_THREAD_DATA block;
+  block.width = 16;
+  block.height = 16;
+  PixelLedger pixelLedger(256);
+  pixelLedger.abortAt = 100;
+  ledger = &pixelLedger;
+  std::vector<SCENE_VERTEX_XYZW> samples(256);
+  EXPECT_FALSE(access->TraceBlockPixels(&block, samples.data(), &TracePixel));
+  EXPECT_EQ(pixelLedger.traced[100].load(), 0);
+  for (unsigned i = 0; i < 256; ++i) ASSERT_LE(pixelLedger.traced[i].load(), 1);
+  EXPECT_EQ(access->CoreTokens(), long(workers));
+  ledger = nullptr;
+}

@@ -1,0 +1,43 @@
+// Reaches the engine's internals that tests check but hosts never see.
+#pragma once
+
+#include "BrindlexViewRTRenderEngine.h"
+
+class EngineTestAccess {
+ public:
+  explicit EngineTestAccess(RT_RENDER_ENGINE* engine) : engine(engine) {}
+
+  EngineFlags& Flags() { return engine->engineFlags; }
+  const std::string& Folder(int i) const {
+    const std::string* folders[] = {&engine->textureDirectory, &engine->colorMapFolder,
+                                    &engine->bumpMapFolder,    &engine->maskMapFolder,
+                                    &engine->fifthFolder,      &engine->sixthFolder};
+    return *folders[i];
+  }
+  std::map<uint32_t, MATERIAL_3D_NODE*>& MaterialRoots() { return engine->materialRoots; }
+  const std::set<int32_t>& RemovedLights() const { return engine->removedLights; }
+  const std::set<int32_t>& ModifiedLights() const { return engine->modifiedLights; }
+  const char* RenderToFileName() const { return engine->renderToFileName; }
+  size_t WorkerCount() const { return engine->renderThreads.size(); }
+  long CoreTokens() const { return engine->coreTokenSemaphore->Count(); }
+  long WakeCount() const { return engine->wakeSemaphore->Count(); }
+  bool HasTables() const { return engine->kdTrees && engine->meshTables && engine->lightTable; }
+  const RTRendererLight* Headlight() const { return engine->headlight; }
+
+  // Pushes a batch under the queue lock, as a producer does.
+  void Push(const std::vector<WorkItem>& items) {
+    platform::CriticalSectionGuard guard(engine->queueLock);
+    for (const WorkItem& item : items) engine->workQueue.push_back(item);
+  }
+  size_t QueueLength() {
+    platform::CriticalSectionGuard guard(engine->queueLock);
+    return engine->workQueue.size();
+  }
+  void WaitForCompletion() { engine->WaitForCompletion(); }
+  bool TraceBlockPixels(SWRT_RENDER_THREAD_DATA* data, SCENE_VERTEX_XYZW* samples, PixelTracer tracer) {
+    return engine->TraceBlockPixels(data, samples, tracer);
+  }
+
+ private:
+  RT_RENDER_ENGINE* engine;
+};
