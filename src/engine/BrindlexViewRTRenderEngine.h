@@ -17,6 +17,7 @@
 #include "Thread.h"
 #include "KDTree.h"
 #include "LightTable.h"
+#include "RayIntersection.h"
 #include "RenderThreadData.h"
 #include "SWMaterialEntry.h"
 #include "SWMeshTable.h"
@@ -103,8 +104,30 @@ class RT_RENDER_ENGINE : public RT_RENDER_ENGINE_BASE, public RENDER_PROGRESS_IN
   void WaitForCompletion();
   void ClearWorkToDo();
 
+ // ---- Scene ingestion: materials, lights, meshes (src/scene) ----
+
+  // ---- end of scene ingestion ----
+
+  // ---- Ray queries and photon store (src/accel, src/photons) ----
+  // The nearest hit of both trees; true if any triangle was hit.
+  bool IntersectSWGeometry(const SCENE_VERTEX_XYZ_64& origin, const SCENE_VERTEX_XYZ_64& direction,
+                           const SCENE_VERTEX_XYZ_64& inverseDirection, SWRayIntersectionResult& result) const;
+  // ---- end of ray queries ----
+
+  // ---- Textures (src/textures) ----
+
+  // ---- end of textures ----
+
+  // ---- Frame pipeline (src/pipeline) ----
+
+  // ---- end of frame pipeline ----
+
  private:
   friend class EngineTestAccess;
+  friend class SceneTestAccess;
+  friend class AccelTestAccess;
+  friend class TextureTestAccess;
+  friend class PipelineTestAccess;
 
   void StartWorkerThreads();
   void StopWorkerThreads();
