@@ -1,6 +1,5 @@
 // Creation, initialisation and shutdown of the ray-tracing engine.
 #include <algorithm>
-#include <limits>
 #include <new>
 
 #include "BrindlexViewModel.h"
@@ -9,13 +8,7 @@
 #include "brindlexutil.h"
 
 namespace {
-constexpr double LargestDouble = std::numeric_limits<double>::max();
 constexpr char DefaultMaterialTag = 58;
-
-void ResetSceneBox(SCENE_VERTEX_XYZ_64& sceneMin, SCENE_VERTEX_XYZ_64& sceneMax) {
-  sceneMin = {LargestDouble, LargestDouble, LargestDouble};
-  sceneMax = {-LargestDouble, -LargestDouble, -LargestDouble};
-}
 
 template <typename T>
 void DeleteAndClear(T*& pointer) {
@@ -36,7 +29,7 @@ extern "C" RENDER_ENGINE_INTERFACE* CreateRenderEngine() {
 
 RT_RENDER_ENGINE::RT_RENDER_ENGINE() {
   renderProgress = this;
-  ResetSceneBox(sceneMin, sceneMax);
+  ResetSceneBounds(sceneMin, sceneMax);
 }
 
 RT_RENDER_ENGINE::~RT_RENDER_ENGINE() {
@@ -134,7 +127,7 @@ void RT_RENDER_ENGINE::ShutDownModel() {
   backgroundTexture = 0xFFFFFFFF;
   dirtyShadowLights.clear();
 
-  ResetSceneBox(sceneMin, sceneMax);
+  ResetSceneBounds(sceneMin, sceneMax);
   RT_RENDER_ENGINE_BASE::ShutDownModel();
 }
 

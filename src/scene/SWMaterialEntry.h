@@ -1,7 +1,9 @@
-// One row of the dense material table.
+// One row of the dense material table, and how rows are made.
 #pragma once
 
 #include <cstdint>
+#include <map>
+#include <vector>
 
 class MATERIAL_3D_NODE;
 
@@ -12,3 +14,10 @@ struct SWMaterialEntry {
   uint32_t normalMapIndex = 0xFFFFFFFF;        // normal and height map row
 };
 #pragma pack(pop)
+
+using SWMaterialIndexMap = std::map<const MATERIAL_3D_NODE*, uint32_t>;
+
+// The row of `material`, appended (without textures) the first time a
+// material is met, so that each material node has exactly one row.
+uint32_t FindOrAddSWMaterial(std::vector<SWMaterialEntry>& materials, SWMaterialIndexMap& indexByNode,
+                             const MATERIAL_3D_NODE* material);

@@ -1,5 +1,7 @@
 #include "SWMeshTable.h"
 
+#include <limits>
+
 #include "BrindlexViewMath.h"
 
 void SWMeshTable::Clear() {
@@ -9,4 +11,10 @@ void SWMeshTable::Clear() {
   SCENE_MATRIX identity;
   GetIdentityMatrix(&identity);
   transforms.push_back(identity);
+}
+
+void ResetSceneBounds(SCENE_VERTEX_XYZ_64& boundsMin, SCENE_VERTEX_XYZ_64& boundsMax) {
+  constexpr double largest = std::numeric_limits<double>::max();
+  boundsMin = {largest, largest, largest};
+  boundsMax = {-largest, -largest, -largest};
 }

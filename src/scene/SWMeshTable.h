@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "SceneRecords.h"
+#include "SWMaterialEntry.h"
 
 struct SWMesh {
   std::vector<SCENE_VERTEX> vertices;  // world space, or local when the mesh is shared
@@ -28,4 +29,25 @@ struct SWMeshTable {
   SWMeshTable() { Clear(); }
   // Empties the table and pushes the identity as transform 0.
   void Clear();
+};
+
+// Sets the scene box to its empty state: the largest double as minimum and
+// its negative as maximum, so that the first vertex sets both.
+void ResetSceneBounds(SCENE_VERTEX_XYZ_64& boundsMin, SCENE_VERTEX_XYZ_64& boundsMax);
+
+// How far a ray hit leads back to its surface.
+enum class SWHitSurfaceStatus : uint8_t {
+  Resolved,
+  // Tree, instance, mesh, material row or triangle is out of range, or the
+  // row has no material: there is no surface.
+  NoSurface,
+  // Instance and material are known, but a vertex index of the triangle is
+  // out of range; `material` is set, `vertices` are not.
+  VertexOutOfRange,
+};
+
+// The surface a hit lies on, as every reader of a hit needs it.
+struct SWHitSurface {
+  const SWMaterialEntry* material = nullptr;  // its material is not null
+  SCENE_VERTEX vertices[3];                   // world space, in triangle order
 };

@@ -1,0 +1,48 @@
+// The engine's own copies of the host's material trees. Copies keep every
+// material pointer of the dense table valid while the host edits its trees;
+// they are replaced only by a full rebuild.
+#include <new>
+
+#include "BrindlexViewModel.h"
+#include "BrindlexViewRTRenderEngine.h"
+
+namespace {
+// The separator of material paths, as the host's material trees use it.
+constexpr char MaterialPathSeparator = 58;  // ':'
+
+// A new root holding a deep copy of `source`; null when memory is short.
+MATERIAL_3D_NODE* CopyMaterialTree(const MATERIAL_3D_NODE& source) {
+  MATERIAL_3D_NODE* copy = new (std::nothrow) MATERIAL_3D_NODE(nullptr, MaterialPathSeparator);
+  if (!copy) return nullptr;
+  try {
+    *copy = source;
+  } catch (const std::bad_alloc&) {
+    delete copy;
+    return nullptr;
+  }
+  return copy;
+}
+}  // namespace
+
+void RT_RENDER_ENGINE::ReplaceMaterialRoots(ENVIRONMENT_3D_PROJECT* project, ENVIRONMENT_3D_VIEW* view,
+                                            unsigned int materialOption) {
+  for (auto& root : materialRoots) delete root.second;
+  materialRoots.clear();
+  // Without a project or view there are no trees to draw with; every mesh then
+  // finds no material and stays out of the tables.
+  if (!project || !view) return;
+
+  MATERIAL_ROOT_MAP hostRoots;
+  project->GetMaterialRoots(!view->ShareProjectMaterials(), materialOption, hostRoots);
+  for (const auto& [key, root] : hostRoots) {
+    if (!root) continue;  // the walk falls back to the enclosing material
+    MATERIAL_3D_NODE* copy = CopyMaterialTree(*root);
+    if (copy) materialRoots[key] = copy;
+  }
+  project->ReleaseMaterialRoots();
+}
+
+void RT_RENDER_ENGINE::ClearSWMaterials() {
+  swMaterials.clear();
+  materialIndexByNode.clear();
+}

@@ -1,0 +1,234 @@
+#include <gtest/gtest.h>
+
+#include "BrindlexViewMath.h"
+#include "SceneTestAccess.h"
+
+using namespace scene_test;
+
+namespace {
+
+void ExpectPosition(const SCENE_VERTEX& v, float x, float y, float z, float tolerance = 0.0f) {
+  const SCENE_VERTEX_XYZ p = v.position;
+  EXPECT_NEAR(p.x, x, tolerance);
+  EXPECT_NEAR(p.y, y, tolerance);
+  EXPECT_NEAR(p.z, z, tolerance);
+}
+
+void ExpectInstance(const SWMeshInstance& instance, uint32_t mesh, uint32_t transform, uint32_t material) {
+  const SWMeshInstance copy = instance;
+  EXPECT_EQ(copy.meshIndex, mesh);
+  EXPECT_EQ(copy.transformIndex, transform);
+  EXPECT_EQ(copy.materialIndex, material);
+}
+
+void ExpectBox(const SCENE_VERTEX_XYZ_64& box, double x, double y, double z) {
+  const SCENE_VERTEX_XYZ_64 copy = box;
+  EXPECT_EQ(copy.x, x);
+  EXPECT_EQ(copy.y, y);
+  EXPECT_EQ(copy.z, z);
+}
+
+// A project whose map also holds a null root under key 7.
+class ProjectWithNullRoot : public ENVIRONMENT_3D_PROJECT {
+ public:
+  void GetMaterialRoots(bool viewOwn, unsigned int option, MATERIAL_ROOT_MAP& roots) override {
+    ENVIRONMENT_3D_PROJECT::GetMaterialRoots(viewOwn, option, roots);
+    roots[7] = nullptr;
+  }
+};
+
+class SceneMeshes : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    engine->Initialize("", "", "", "", "", "");
+    Material(project.CreateMaterialRoot(0), "Brick");
+    Material(project.GetMaterialRoot(0), "Glass", false);
+    Material(project.GetMaterialRoot(0), "Ground");
+    Material(project.CreateMaterialRoot(5), "Brick");
+    engine->ReplaceMaterialRoots(&project, project.GetView(0), 0);
+    brick = access.MaterialRoots()[0]->GetNodeThatControlsMaterial("Brick");
+    ResetSceneBounds(access.SceneBox(0), access.SceneBox(1));
+    root->CreateNodeGroupData()->SetGroupMaterialID("Brick");
+  }
+  void TearDown() override { engine->Release(); }
+
+  // Root (Brick)
+  //   T(10,0,0) > scale 2 > once                               placed once
+  //   T(0,5,0), T(0,0,30), T(-3,0,0) > shared                  three placements
+  //   Hidden (Glass, invisible) > twice                        not counted
+  //   Unknown ("Nope") > lost, and Rescue (Brick) T(0,0,20) > twice
+  void BuildScene() {
+    const SCENE_MATRIX a = Translation(10, 0, 0);
+    SCENE_MATRIX b = Translation(0, 0, 0);
+    b.m[0] = b.m[5] = b.m[10] = 2.0f;
+    Group(Group(root, "A", nullptr, &a), "B", nullptr, &b)->AddChildNode(MeshNode("once"));
+    auto* shared = MeshNode("shared", {Vertex(0, 0, 0), Vertex(0, 0, 1), Vertex(1, 0, 0)});
+    const SCENE_MATRIX p[3] = {Translation(0, 5, 0), Translation(0, 0, 30), Translation(-3, 0, 0)};
+    for (const SCENE_MATRIX& m : p) Group(root, "P", nullptr, &m)->AddChildNode(shared);
+    auto* twice = MeshNode("twice");
+    Group(root, "Hidden", "Glass")->AddChildNode(twice);
+    SCENE_GRAPH_NODE* unknown = Group(root, "Unknown", "Nope");
+    unknown->AddChildNode(MeshNode("lost"));
+    const SCENE_MATRIX up = Translation(0, 0, 20);
+    Group(unknown, "Rescue", "Brick", &up)->AddChildNode(twice);
+    access.Walk(0, root);
+    access.Walk(1, root);
+  }
+
+  RT_RENDER_ENGINE* engine = static_cast<RT_RENDER_ENGINE*>(CreateRenderEngine());
+  SceneTestAccess access{engine};
+  ProjectWithNullRoot project;
+  SCENE_GRAPH scene;
+  SCENE_GRAPH_NODE_INTERFACE* root = scene.GetSceneGraphNode("Scene Graph Root");
+  const MATERIAL_3D_NODE* brick = nullptr;
+};
+
+}  // namespace
+
+TEST_F(SceneMeshes, OrdinaryPassBakesSingleMeshesSharesRepeatedOnesAndDropsHiddenOnes) {
+  BuildScene();
+  const SWMeshTable& table = access.MeshTable(0);
+  ASSERT_EQ(table.meshes.size(), 3u);
+  ASSERT_EQ(table.instances.size(), 5u);
+  ExpectInstance(table.instances[0], 0, 0, 0);
+  ExpectInstance(table.instances[1], 1, 1, 0);
+  ExpectInstance(table.instances[3], 1, 3, 0);
+  ExpectInstance(table.instances[4], 2, 0, 0);            // the hidden placement did not count
+  ExpectPosition(table.meshes[0].vertices[1], 12, 0, 0);  // T(10,0,0) * scale 2
+  ExpectPosition(table.meshes[0].vertices[2], 10, 2, 0);
+  ExpectPosition(table.meshes[1].vertices[1], 0, 0, 1);  // shared: local
+  ExpectPosition(table.meshes[2].vertices[2], 0, 1, 20);
+  ASSERT_EQ(table.transforms.size(), 4u);
+  EXPECT_EQ(float{table.transforms[2].m[14]}, 30.0f);
+  EXPECT_EQ(float{table.transforms[3].m[12]}, -3.0f);
+
+  // Both Brick nodes share one row.
+  ASSERT_EQ(access.SWMaterials().size(), 1u);
+  EXPECT_EQ(MaterialOf(access.SWMaterials()[0]), brick);
+  EXPECT_EQ(uint32_t{access.SWMaterials()[0].textureIndex}, 0xFFFFFFFFu);
+
+  // Only the first placement of `shared` grows the box: not x = -3 of the
+  // third, nor z = 31 of the second.
+  ExpectBox(access.SceneBox(0), 0, 0, 0);
+  ExpectBox(access.SceneBox(1), 12, 5, 20);
+  EXPECT_TRUE(access.MeshTable(1).instances.empty());
+}
+
+TEST_F(SceneMeshes, RotateToCameraGeometryGoesOnlyToTheSecondTableTurnedToTheViewer) {
+  root->AddChildNode(MeshNode("ground"));
+  const SCENE_MATRIX at = Translation(5, 0, 0);
+  SCENE_GRAPH_NODE* tree = Group(root, "Tree", nullptr, &at);
+  tree->GetNodeGroupData()->SetGroupRotateToCamera(true);
+  tree->AddChildNode(MeshNode("leaf", {Vertex(0, 0, 0), Vertex(1, 0, 0), Vertex(0, 0, 1)}));
+  SCENE_GRAPH_NODE* tile = Group(tree, "Tile", "Brick");  // Brick of tree 5: a second row
+  tile->GetNodeGroupData()->SetGroupMaterialTree(5);
+  tile->AddChildNode(MeshNode("tile"));
+
+  // Eye at world (15,0,0): the billboard's front, local -y, turns a quarter
+  // about z to face +x, so local (1,0,0) goes to (0,1,0).
+  SCENE_CAMERA_INFO camera{{15, 0, 0}, {5, 0, 0}, 45.0f, 10.0f, 0.0f};
+  SCENE_MATRIX view;
+  CalculateModelViewMatrix(&view, &camera);
+  access.Walk(0, root);
+  access.Walk(1, root, nullptr, nullptr, &view);
+
+  ASSERT_EQ(access.MeshTable(0).instances.size(), 1u);
+  ExpectPosition(access.MeshTable(0).meshes[0].vertices[2], 0, 1, 0);
+  const SWMeshTable& turned = access.MeshTable(1);
+  ASSERT_EQ(turned.instances.size(), 2u);
+  ExpectInstance(turned.instances[0], 0, 0, 0);
+  ExpectInstance(turned.instances[1], 1, 0, 1);
+  ExpectPosition(turned.meshes[0].vertices[1], 5, 1, 0, 1e-5f);
+  ExpectPosition(turned.meshes[0].vertices[2], 5, 0, 1, 1e-5f);
+  EXPECT_EQ(MaterialOf(access.SWMaterials()[1]),
+            access.MaterialRoots()[5]->GetNodeThatControlsMaterial("Brick"));
+}
+
+TEST_F(SceneMeshes, HorizonComesFirstWithYNegatedAndStaysOutOfTheBox) {
+  SCENE_GRAPH empty;
+  access.Walk(0, empty.GetSceneGraphNode("Scene Graph Root"));
+  EXPECT_EQ(access.MeshTable(0).transforms.size(), 1u);
+  ExpectBox(access.SceneBox(0), 1.7976931348623157e308, 1.7976931348623157e308, 1.7976931348623157e308);
+
+  SCENE_GRAPH_NODE horizon("Horizon");
+  SCENE_VERTEX corners[3] = {Vertex(1, 2, 3), Vertex(4, 5, 6), Vertex(7, 8, 9)};
+  corners[0].normal = {0, 1, 0};
+  corners[0].tangent = {1, 1, 0};
+  corners[0].u = 0.25f;
+  const unsigned int triangle[3] = {0, 1, 2};
+  horizon.CreateNodeMeshData()->SetMeshData(corners, 3, triangle, 3);
+  root->AddChildNode(MeshNode("m"));
+  access.Walk(0, root, &horizon, "Glass");  // invisible: no horizon
+  EXPECT_EQ(access.MeshTable(0).instances.size(), 1u);
+  access.Walk(1, root, &horizon, "Ground");  // rotate pass: no horizon
+  EXPECT_TRUE(access.MeshTable(1).meshes.empty());
+
+  engine->ClearSWMaterials();
+  access.Walk(0, root, &horizon, "Ground");
+  const SWMeshTable& table = access.MeshTable(0);
+  ASSERT_EQ(table.instances.size(), 2u);
+  ExpectInstance(table.instances[0], 0, 0, 0);
+  ExpectInstance(table.instances[1], 1, 0, 1);
+  const SCENE_VERTEX v = table.meshes[0].vertices[0];
+  ExpectPosition(v, 1, -2, 3);
+  EXPECT_EQ(float{v.normal.y}, -1.0f);
+  EXPECT_EQ(float{v.tangent.x}, 1.0f);
+  EXPECT_EQ(float{v.tangent.y}, -1.0f);
+  EXPECT_EQ(float{v.u}, 0.25f);
+  EXPECT_EQ(MaterialOf(access.SWMaterials()[1]), brick);
+  ExpectBox(access.SceneBox(1), 1, 1, 0);
+}
+
+TEST_F(SceneMeshes, HitsLeadBackToWorldVerticesOrReportWhatIsMissing) {
+  BuildScene();
+  SWHitSurface surface;
+  auto resolve = [&](uint32_t tree, uint32_t instance, uint32_t triangle) {
+    SWRayIntersectionResult hit{};
+    hit.treeIndex = tree, hit.instanceIndex = instance, hit.triangleIndex = triangle;
+    return engine->ResolveHitSurface(hit, surface);
+  };
+  ASSERT_EQ(resolve(0, 2, 0), SWHitSurfaceStatus::Resolved);  // shared under T(0,0,30)
+  EXPECT_EQ(surface.material, &access.SWMaterials()[0]);
+  ExpectPosition(surface.vertices[1], 0, 0, 31);
+  ASSERT_EQ(resolve(0, 0, 0), SWHitSurfaceStatus::Resolved);  // baked
+  ExpectPosition(surface.vertices[1], 12, 0, 0);
+
+  for (uint32_t tree : {1u, 2u}) EXPECT_EQ(resolve(tree, 0, 0), SWHitSurfaceStatus::NoSurface);
+  EXPECT_EQ(resolve(0, 5, 0), SWHitSurfaceStatus::NoSurface);
+  EXPECT_EQ(resolve(0, 0, 1), SWHitSurfaceStatus::NoSurface);
+  EXPECT_EQ(resolve(0, 0, 0x55555555), SWHitSurfaceStatus::NoSurface);  // 3t + 2 wraps in 32 bits
+
+  SWMeshTable& table = access.MeshTable(0);
+  table.transforms.resize(2);  // instance 3's transform is gone: vertices as stored
+  ASSERT_EQ(resolve(0, 3, 0), SWHitSurfaceStatus::Resolved);
+  ExpectPosition(surface.vertices[2], 1, 0, 0);
+  table.meshes[0].indices[2] = 3;
+  EXPECT_EQ(resolve(0, 0, 0), SWHitSurfaceStatus::VertexOutOfRange);
+  access.SWMaterials()[0].material = nullptr;
+  EXPECT_EQ(resolve(0, 1, 0), SWHitSurfaceStatus::NoSurface);
+  access.SWMaterials().clear();
+  EXPECT_EQ(resolve(0, 1, 0), SWHitSurfaceStatus::NoSurface);
+}
+
+TEST_F(SceneMeshes, MaterialTreesAreDeepCopiesOfWhatTheViewDrawsWith) {
+  MATERIAL_3D_NODE* own = MaterialRoot();
+  Material(own, "Marble");
+  ASSERT_TRUE(project.SetViewMaterialRoot(3, 0, own));
+  auto& roots = access.MaterialRoots();
+  EXPECT_EQ(roots.size(), 2u);  // key 7 had no root
+  EXPECT_NE(roots[0], project.GetMaterialRoot(0));
+  EXPECT_FALSE(project.AreMaterialRootsLent());
+  const_cast<MATERIAL_3D_NODE*>(project.GetMaterialRoot(0)->GetNodeThatControlsMaterial("Brick"))
+      ->SetVisible(false);
+  EXPECT_NE(brick->IsVisible(), 0);  // a later host edit does not reach the copy
+
+  // After ShutDownModel every key is replaced again, key 0 included; a view
+  // with its own materials draws with its set.
+  engine->ShutDownModel();
+  EXPECT_EQ(roots[0], nullptr);
+  project.GetView(0)->SetShareProjectMaterials(false);
+  engine->ReplaceMaterialRoots(&project, project.GetView(0), 3);
+  ASSERT_NE(roots[0], nullptr);
+  EXPECT_NE(roots[0]->GetNodeThatControlsMaterial("Marble"), nullptr);
+  EXPECT_EQ(roots[0]->GetNodeThatControlsMaterial("Brick"), nullptr);
+}
