@@ -1,52 +1,147 @@
-// The kd-tree over the triangles of one mesh table.
+// The kd-tree over the triangles of one mesh table, and the records of its
+// parallel build: one work-queue job per node, each split making two more.
 #pragma once
 
 #include <cstdint>
+#include <deque>
+#include <map>
 #include <vector>
 
+#include "KDWalkLayout.h"
+#include "SWTriangle.h"
 #include "SceneRecords.h"
 
 #pragma pack(push, 1)
 // Inner node: low two bits of childAndAxis the split axis, the rest the
 // index of the first child; splitOrCount the plane as a float. Leaf: low two
 // bits 3, the rest the first entry in leafTriangles; splitOrCount the count.
+// The children of an inner node are adjacent, the lower side first.
 struct KDNode {
   uint32_t childAndAxis = 0;
   uint32_t splitOrCount = 0;
 };
+
+enum KDEventType : int32_t {
+  KD_EVENT_END = 0,
+  KD_EVENT_PLANAR = 1,
+  KD_EVENT_START = 2,
+};
+
+// Where a triangle's clipped box begins, ends, or lies flat on one axis.
+struct KDEvent {
+  int32_t type;  // KDEventType
+  float position;
+  uint32_t triangle;
+  uint32_t axis;
+};
+
+// The winning plane of a node, and the event that won it, which the
+// partition looks for again.
+struct KDSplit {
+  uint32_t axis;
+  float position;
+  float cost;
+  uint32_t eventType;
+  uint32_t eventTriangle;
+};
 #pragma pack(pop)
+
+// A sorted event list: position, then axis, then type, equal events in the
+// order they came. A vector does what a linked list would: events move from
+// parent to child in order, and the parent's list dies with its job.
+using KDEventList = std::vector<KDEvent>;
+
+// The work description of one node. Not packed: it holds containers.
+struct KDBuildNode {
+  uint32_t node = 0;   // index in nodes
+  uint32_t depth = 0;  // root 0
+  float boxMin[3] = {0, 0, 0};
+  float boxMax[3] = {0, 0, 0};
+  std::vector<uint32_t> triangleList;
+  KDEventList events;
+};
+
+// Per-thread scratch of a build, keyed by thread identifier.
+using KDPolygonMap = std::map<uint32_t, std::vector<SCENE_VERTEX_XYZ>>;
+using KDTriangleSideMap = std::map<uint32_t, std::vector<uint32_t>>;
+
+struct SWMeshTable;
+struct SWRayIntersectionResult;
+struct WorkItem;
+struct RenderThreadRecord;
+struct KDBuildJob;
+namespace platform {
+class CriticalSection;
+class Semaphore;
+}  // namespace platform
 
 class KDTree {
  public:
   KDTree() { Clear(); }
 
-  // Empties the tree and resets its box; the costs stay.
+  // Empties the tree, its triangle records and its box; the costs stay.
   void Clear();
 
-  std::vector<uint32_t> leafTriangles;
-  std::vector<KDNode> nodes;
+  // Builds the tree over `meshTable` on the engine's workers, one queue job
+  // per node, and returns when it is finished or aborted. Must run on a
+  // thread that is not one of the workers. `shouldAbort` may be null.
+  void Build(const SWMeshTable* meshTable, std::deque<WorkItem>& workQueue,
+             platform::CriticalSection& queueLock, const std::vector<RenderThreadRecord>& renderThreads,
+             platform::Semaphore* wakeSemaphore, platform::Semaphore* doneSemaphore,
+             bool (*shouldAbort)(void*), void* abortContext);
+  // Runs one node of a build on a worker: makes it a leaf, or splits it and
+  // queues its two children with a wake for each.
+  static void BuildStep(KDBuildJob* job, std::deque<WorkItem>& workQueue,
+                        platform::CriticalSection& queueLock, platform::Semaphore* wakeSemaphore);
+
+  // Traversal
+  // The nearest triangle on the ray, from both sides, into `result`; false on
+  // a miss. A miss before the walk leaves `result` as it was.
+  bool Intersect(const SCENE_VERTEX_XYZ_64& origin, const SCENE_VERTEX_XYZ_64& direction,
+                 const SCENE_VERTEX_XYZ_64& inverseDirection, SWRayIntersectionResult& result) const;
+  // Clips the ray to the tree's box; `startNear`, `startFar` may narrow the
+  // start interval. False on a miss or a null direction.
+  bool IntersectBounds(const SCENE_VERTEX_XYZ_64& origin, const SCENE_VERTEX_XYZ_64& direction,
+                       const SCENE_VERTEX_XYZ_64& inverseDirection, double& tNear, double& tFar,
+                       const double* startNear = nullptr, const double* startFar = nullptr) const;
+  // Tests the triangles of one leaf; true if one of them improved `result`.
+  bool IntersectLeaf(const KDNode& leaf, const SCENE_VERTEX_XYZ_64& origin,
+                     const SCENE_VERTEX_XYZ_64& direction, SWRayIntersectionResult& result) const;
+
+  std::vector<uint32_t> leafTriangles;  // one run per leaf
+  // One record per triangle number. A vector stands for the double-ended
+  // sequence: it is sized once per build and only indexed afterwards.
+  std::vector<SWTriangle> triangles;
+  std::vector<KDNode> nodes;  // element 0 is the root
   SCENE_VERTEX_XYZ boundsMin{};
   SCENE_VERTEX_XYZ boundsMax{};
   const float traversalCost = 1.0f;
   const float emptyCost = 0.0f;
   const float leafBaseCost = 0.0f;
   const float triangleCost = 1.0f;
-};
 
-struct SWMeshTable;
-namespace platform {
-class CriticalSection;
-}
+  // The walk's own copy of the tree, made at the end of Build; Intersect
+  // uses it while it still matches the fields above.
+  const KDWalkLayout& WalkLayout() const { return walkLayout; }
+
+ private:
+  KDWalkLayout walkLayout;
+
+  // The box's start value: the largest float as minimum, its negative as
+  // maximum, so that the first vertex sets both.
+  void ResetBounds();
+};
 
 #pragma pack(push, 1)
 // One kd-tree node of a build, as a work-queue payload. The pointers lead to
-// state of the build driver, which outlives every job.
+// state of the build driver, which outlives every job; a job owns only this
+// record, which the worker deletes after running or dropping it.
 struct KDBuildJob {
-  void* buildStack = nullptr;
-  void* clipPolygonsA = nullptr;
-  void* clipPolygonsB = nullptr;
-  void* triangleSides = nullptr;
-  SWMeshTable* meshTable = nullptr;
+  std::deque<KDBuildNode>* buildStack = nullptr;  // used as a stack
+  KDPolygonMap* clipPolygonsA = nullptr;
+  KDPolygonMap* clipPolygonsB = nullptr;
+  KDTriangleSideMap* triangleSides = nullptr;
+  const SWMeshTable* meshTable = nullptr;
   uint32_t maxDepth = 0;
   uint32_t* jobCount = nullptr;
   platform::CriticalSection* buildLock = nullptr;

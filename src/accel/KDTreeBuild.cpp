@@ -1,0 +1,197 @@
+// The kd-tree build driver. It prepares the root on the calling thread,
+// queues it as the first job, and then waits by counting: every wake of a
+// worker is answered by one post of doneSemaphore, and every job released a
+// wake, so when the posts reach the job count no worker is awake and the
+// tree is finished.
+#include <atomic>
+#include <numeric>
+
+#include "BrindlexViewMath.h"
+#include "BrindlexViewRTRenderEngine.h"
+#include "KDTreeBuild.h"
+
+namespace {
+
+// The abort poll of a build; a true answer is remembered.
+class AbortPoll {
+ public:
+  AbortPoll(bool (*function)(void*), void* context) : function(function), context(context) {}
+  // Asks the function and says whether it answered true just now.
+  bool Ask() {
+    const bool answer = function && function(context);
+    aborted = aborted || answer;
+    return answer;
+  }
+  // Asks the function and says whether any answer so far was true.
+  bool AskSticky() {
+    Ask();
+    return aborted;
+  }
+
+ private:
+  bool (*function)(void*);
+  void* context;
+  bool aborted = false;
+};
+
+void Grow(SCENE_VERTEX_XYZ& boundsMin, SCENE_VERTEX_XYZ& boundsMax, const SCENE_VERTEX_XYZ& p) {
+  if (p.x < boundsMin.x) boundsMin.x = p.x;
+  if (p.y < boundsMin.y) boundsMin.y = p.y;
+  if (p.z < boundsMin.z) boundsMin.z = p.z;
+  if (p.x > boundsMax.x) boundsMax.x = p.x;
+  if (p.y > boundsMax.y) boundsMax.y = p.y;
+  if (p.z > boundsMax.z) boundsMax.z = p.z;
+}
+
+// The box grows over every vertex of the mesh, used by a triangle or not.
+void GrowOverInstance(const SWMeshTable& table, const SWMesh& mesh, const SWMeshInstance& instance,
+                      SCENE_VERTEX_XYZ& boundsMin, SCENE_VERTEX_XYZ& boundsMax) {
+  const SCENE_MATRIX* transform = GetInstanceTransform(table, instance);
+  for (const SCENE_VERTEX& vertex : mesh.vertices) {
+    SCENE_VERTEX_XYZ p = vertex.position;
+    if (transform) TransformPoint3D(transform, &p, &p);
+    Grow(boundsMin, boundsMax, p);
+  }
+}
+
+bool IsWorker(const std::vector<RenderThreadRecord>& renderThreads) {
+  const uint32_t self = platform::GetCurrentThreadId();
+  for (const RenderThreadRecord& thread : renderThreads)
+    if (thread.threadId == self) return true;
+  return false;
+}
+
+void CopyBox(const SCENE_VERTEX_XYZ& from, float to[3]) {
+  to[0] = from.x;
+  to[1] = from.y;
+  to[2] = from.z;
+}
+
+// Entries left on the queue can only be build jobs dropped by an abort, as
+// nothing else is queued while a build waits; their records are deleted. An
+// entry of any other class has a payload of a type unknown here and is only
+// removed.
+void DiscardQueue(std::deque<WorkItem>& workQueue, platform::CriticalSection& queueLock) {
+  platform::CriticalSectionGuard guard(queueLock);
+  for (const WorkItem& item : workQueue)
+    if (item.jobClass == RT_JOB_KDTREE_BUILD) delete static_cast<KDBuildJob*>(item.payload);
+  workQueue.clear();
+}
+
+// The root: every triangle number in order, its record filled, its events
+// from the triangle clipped to the tree's box, sorted unless aborted.
+void PrepareRoot(KDTree& tree, const SWMeshTable& table, size_t total, KDBuildNode& root,
+                 std::vector<SCENE_VERTEX_XYZ>& polygonA, std::vector<SCENE_VERTEX_XYZ>& polygonB,
+                 AbortPoll& abort) {
+  abort.Ask();
+  root.triangleList.resize(total);
+  tree.triangles.assign(total, SWTriangle{});
+  size_t filled = 0;
+  for (uint32_t i = 0; i < table.instances.size(); ++i) {
+    const size_t count = FillInstanceTriangles(table, i, tree.triangles.data() + filled, total - filled);
+    std::iota(root.triangleList.begin() + filled, root.triangleList.begin() + filled + count,
+              uint32_t(filled));
+    filled += count;
+    if (abort.AskSticky()) break;
+  }
+  // Six events is the most a triangle makes.
+  root.events.reserve(total * 6);
+  for (uint32_t triangle : root.triangleList) {
+    AddTriangleEvents(tree, table, triangle, root.boxMin, root.boxMax, polygonA, polygonB, root.events);
+    if (abort.AskSticky()) break;
+  }
+  if (!abort.AskSticky()) SortEvents(root.events);
+}
+
+// Queues the root job and waits until the posts of doneSemaphore reach the
+// job count. The build's shared state lives here and outlives every job.
+void RunJobs(KDTree& tree, const SWMeshTable& table, std::deque<KDBuildNode>& buildStack,
+             const std::vector<SCENE_VERTEX_XYZ>& polygonA, const std::vector<SCENE_VERTEX_XYZ>& polygonB,
+             uint32_t maxDepth, std::deque<WorkItem>& workQueue, platform::CriticalSection& queueLock,
+             const std::vector<RenderThreadRecord>& renderThreads, platform::Semaphore* wakeSemaphore,
+             platform::Semaphore* doneSemaphore, bool (*shouldAbort)(void*), void* abortContext) {
+  platform::CriticalSection buildLock;
+  uint32_t jobCount = 1;
+  uint32_t jobsDone = 0;
+  KDPolygonMap clipPolygonsA, clipPolygonsB;
+  KDTriangleSideMap triangleSides;
+  for (const RenderThreadRecord& thread : renderThreads) {
+    clipPolygonsA[thread.threadId] = polygonA;
+    clipPolygonsB[thread.threadId] = polygonB;
+    triangleSides[thread.threadId].assign(tree.triangles.size(), 0);
+  }
+
+  KDBuildJob* job = new KDBuildJob();
+  job->buildStack = &buildStack;
+  job->clipPolygonsA = &clipPolygonsA;
+  job->clipPolygonsB = &clipPolygonsB;
+  job->triangleSides = &triangleSides;
+  job->meshTable = &table;
+  job->maxDepth = maxDepth;
+  job->jobCount = &jobCount;
+  job->buildLock = &buildLock;
+  job->tree = &tree;
+  job->shouldAbort = shouldAbort;
+  job->abortContext = abortContext;
+  {
+    platform::CriticalSectionGuard guard(queueLock);
+    workQueue.push_back(WorkItem{RT_JOB_KDTREE_BUILD, job});
+  }
+  wakeSemaphore->Release(1);
+
+  for (bool finished = false; !finished;) {
+    doneSemaphore->Wait();
+    ++jobsDone;
+    platform::CriticalSectionGuard guard(queueLock);
+    finished = jobsDone == std::atomic_ref<uint32_t>(jobCount).load();
+  }
+  DiscardQueue(workQueue, queueLock);
+}
+
+}  // namespace
+
+void KDTree::Build(const SWMeshTable* meshTable, std::deque<WorkItem>& workQueue,
+                   platform::CriticalSection& queueLock, const std::vector<RenderThreadRecord>& renderThreads,
+                   platform::Semaphore* wakeSemaphore, platform::Semaphore* doneSemaphore,
+                   bool (*shouldAbort)(void*), void* abortContext) {
+  if (!meshTable) return;
+  const SWMeshTable& table = *meshTable;
+  AbortPoll abort(shouldAbort, abortContext);
+  if (abort.Ask()) return;
+  leafTriangles.clear();
+  nodes.clear();
+  walkLayout.Clear();
+  ResetBounds();
+
+  size_t total = 0;
+  for (const SWMeshInstance& instance : table.instances) {
+    if (const SWMesh* mesh = GetInstanceMesh(table, instance)) {
+      total += mesh->indices.size() / 3;
+      GrowOverInstance(table, *mesh, instance, boundsMin, boundsMax);
+    }
+    if (abort.AskSticky()) break;
+  }
+
+  nodes.push_back(KDNode{});
+  std::deque<KDBuildNode> buildStack(1);
+  CopyBox(boundsMin, buildStack.back().boxMin);
+  CopyBox(boundsMax, buildStack.back().boxMax);
+  std::vector<SCENE_VERTEX_XYZ> polygonA(3, SCENE_VERTEX_XYZ{0, 0, 0});
+  std::vector<SCENE_VERTEX_XYZ> polygonB(3, SCENE_VERTEX_XYZ{0, 0, 0});
+  PrepareRoot(*this, table, total, buildStack.back(), polygonA, polygonB, abort);
+  const uint32_t maxDepth = KDMaxDepth(total);
+
+  // Without workers or semaphores nothing could run the jobs, and a worker
+  // that waited for its own queue would wait for ever: in both cases the tree
+  // stays absent rather than the build hanging.
+  const bool canRun = wakeSemaphore && doneSemaphore && !renderThreads.empty() && !IsWorker(renderThreads);
+  if (!abort.AskSticky() && canRun)
+    RunJobs(*this, table, buildStack, polygonA, polygonB, maxDepth, workQueue, queueLock, renderThreads,
+            wakeSemaphore, doneSemaphore, shouldAbort, abortContext);
+  if (abort.Ask() || !canRun) {
+    leafTriangles.clear();
+    nodes.clear();
+    return;
+  }
+  walkLayout.Make(*this);
+}

@@ -1,0 +1,85 @@
+// The pieces of a kd-tree build that the driver and the per-node step share:
+// event lists, clipping, split selection and partition.
+#pragma once
+
+#include <bit>
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "KDTree.h"
+
+// The scratch of the thread running a step: two clip polygons and one side
+// mark per triangle, made once per build.
+struct KDThreadScratch {
+  std::vector<SCENE_VERTEX_XYZ>* polygonA = nullptr;
+  std::vector<SCENE_VERTEX_XYZ>* polygonB = nullptr;
+  std::vector<uint32_t>* triangleSides = nullptr;
+};
+
+// --- Event lists ------------------------------------------------------------
+
+// One number that orders events as the lists need: position, then axis,
+// then type. Positions compare as floats do, so -0 equals +0; a NaN, which
+// has no place among numbers, sorts after +infinity so that sorting stays a
+// strict order whatever the input.
+inline uint64_t KDEventKey(const KDEvent& event) {
+  const float position = event.position;
+  uint32_t ordered = 0xFFFFFFFFu;
+  if (position == position) {
+    // Flipping the sign bit of positives and all bits of negatives makes the
+    // unsigned order the numeric one; zero of either sign becomes +0 first.
+    const uint32_t bits = position == 0.0f ? 0u : std::bit_cast<uint32_t>(position);
+    ordered = (bits & 0x80000000u) ? ~bits : (bits | 0x80000000u);
+  }
+  return (uint64_t(ordered) << 4) | (uint64_t(event.axis & 3u) << 2) | uint64_t(uint32_t(event.type) & 3u);
+}
+inline bool KDEventLess(const KDEvent& a, const KDEvent& b) {
+  return KDEventKey(a) < KDEventKey(b);
+}
+
+// Sorts into list order; equal events keep their order.
+void SortEvents(KDEventList& events);
+// Merges the sorted `fresh` into the sorted `into`. A fresh event goes before
+// the first event of `into` that is greater, so on equality the older stays
+// first.
+void MergeEvents(KDEventList& into, const KDEventList& fresh);
+
+// --- Clipping ---------------------------------------------------------------
+
+// Clips a triangle to a box in single precision (Sutherland-Hodgman, axis by
+// axis, lower plane then upper plane). On overlap, `lo` and `hi` receive the
+// box of what is left and the result is true. The polygons are scratch; they
+// grow when needed and never shrink.
+bool ClipTriangleToBox(const SCENE_VERTEX_XYZ corners[3], const float boxMin[3], const float boxMax[3],
+                       std::vector<SCENE_VERTEX_XYZ>& polygonA, std::vector<SCENE_VERTEX_XYZ>& polygonB,
+                       float lo[3], float hi[3]);
+// Per axis, a planar event where lo equals hi, else a start at lo and an end
+// at hi.
+void AppendBoxEvents(uint32_t triangle, const float lo[3], const float hi[3], KDEventList& events);
+// Clips triangle `triangle` of the tree to the box and appends its events.
+// Nothing happens to a triangle with an index out of range or one that lies
+// outside the box.
+void AddTriangleEvents(const KDTree& tree, const SWMeshTable& table, uint32_t triangle, const float boxMin[3],
+                       const float boxMax[3], std::vector<SCENE_VERTEX_XYZ>& polygonA,
+                       std::vector<SCENE_VERTEX_XYZ>& polygonB, KDEventList& events);
+
+// --- Split selection --------------------------------------------------------
+
+// Deepest level of a tree over `triangleCount` triangles: 8 + 1.3 ln N,
+// truncated, at most 20.
+uint32_t KDMaxDepth(size_t triangleCount);
+// 2 (dx dy + dy dz + dz dx) of the absolute extents, in single precision.
+float KDSurfaceArea(const float boxMin[3], const float boxMax[3]);
+// The cheapest plane of the node by the exact surface-area sweep over its
+// events. False when no event gave a candidate.
+bool FindBestSplit(const KDBuildNode& node, const KDTree& tree, KDSplit& best);
+
+// --- Partition --------------------------------------------------------------
+
+// Shares the parent's triangles and events out to the two children, whose
+// node, depth and box are set. Triangles on both sides are clipped again to
+// each child's box, and their new events are merged in, so that both
+// children's lists come out sorted. The parent's events are used up.
+void PartitionNode(KDBuildNode& parent, const KDSplit& split, const KDTree& tree, const SWMeshTable& table,
+                   const KDThreadScratch& scratch, KDBuildNode& left, KDBuildNode& right);

@@ -1,0 +1,128 @@
+// One node of a kd-tree build, run by a worker: a leaf, or a split whose two
+// children go back on the queue. The build lock is held only while the
+// shared arrays change; sweep, partition and clipping run on the job's own
+// data.
+#include <atomic>
+#include <bit>
+#include <new>
+
+#include "BrindlexViewRTRenderEngine.h"
+#include "KDTreeBuild.h"
+
+namespace {
+
+bool JobIsComplete(const KDBuildJob& job) {
+  return job.buildStack && job.clipPolygonsA && job.clipPolygonsB && job.triangleSides && job.meshTable &&
+         job.jobCount && job.buildLock && job.tree;
+}
+
+template <typename Map>
+auto* FindForThread(Map* map, uint32_t thread) {
+  auto found = map->find(thread);
+  return found == map->end() ? nullptr : &found->second;
+}
+
+bool FindThreadScratch(const KDBuildJob& job, KDThreadScratch& scratch) {
+  const uint32_t thread = platform::GetCurrentThreadId();
+  scratch.polygonA = FindForThread(job.clipPolygonsA, thread);
+  scratch.polygonB = FindForThread(job.clipPolygonsB, thread);
+  scratch.triangleSides = FindForThread(job.triangleSides, thread);
+  return scratch.polygonA && scratch.polygonB && scratch.triangleSides;
+}
+
+// Takes the most recently pushed node, which need not be the one whose push
+// queued this job: every job takes one node, and the counts match.
+bool PopBuildNode(const KDBuildJob& job, KDBuildNode& node) {
+  platform::CriticalSectionGuard guard(*job.buildLock);
+  std::deque<KDBuildNode>& stack = *job.buildStack;
+  if (stack.empty()) return false;
+  node = std::move(stack.back());
+  stack.pop_back();
+  return node.node < job.tree->nodes.size();
+}
+
+void MakeLeaf(const KDBuildJob& job, const KDBuildNode& node) {
+  KDTree& tree = *job.tree;
+  platform::CriticalSectionGuard guard(*job.buildLock);
+  const uint32_t first = uint32_t(tree.leafTriangles.size());
+  tree.leafTriangles.insert(tree.leafTriangles.end(), node.triangleList.begin(), node.triangleList.end());
+  tree.nodes[node.node] = KDNode{first * 4 | 3u, uint32_t(node.triangleList.size())};
+}
+
+// Writes the inner node and appends its two children; returns the first.
+uint32_t WriteSplit(const KDBuildJob& job, const KDBuildNode& node, const KDSplit& split) {
+  KDTree& tree = *job.tree;
+  platform::CriticalSectionGuard guard(*job.buildLock);
+  const uint32_t first = uint32_t(tree.nodes.size());
+  tree.nodes[node.node] = KDNode{first * 4 | split.axis, std::bit_cast<uint32_t>(split.position)};
+  tree.nodes.push_back(KDNode{});
+  tree.nodes.push_back(KDNode{});
+  return first;
+}
+
+void SetUpChild(const KDBuildNode& parent, uint32_t index, KDBuildNode& child) {
+  child.node = index;
+  child.depth = parent.depth + 1;
+  for (int a = 0; a < 3; ++a) {
+    child.boxMin[a] = parent.boxMin[a];
+    child.boxMax[a] = parent.boxMax[a];
+  }
+}
+
+// The count goes up before the wakes that it counts, so that the driver never
+// sees its posts catch up with a count that is about to grow.
+void PushChildren(const KDBuildJob& job, KDBuildNode& left, KDBuildNode& right) {
+  platform::CriticalSectionGuard guard(*job.buildLock);
+  job.buildStack->push_back(std::move(left));
+  job.buildStack->push_back(std::move(right));
+  std::atomic_ref<uint32_t>(*job.jobCount).fetch_add(2);
+}
+
+// A failed allocation queues a null payload, which the worker skips; its
+// node then stays on the stack and dies with it.
+void QueueChildJobs(const KDBuildJob& job, std::deque<WorkItem>& workQueue,
+                    platform::CriticalSection& queueLock) {
+  for (int i = 0; i < 2; ++i) {
+    KDBuildJob* copy = new (std::nothrow) KDBuildJob(job);
+    platform::CriticalSectionGuard guard(queueLock);
+    workQueue.push_back(WorkItem{RT_JOB_KDTREE_BUILD, copy});
+  }
+}
+
+}  // namespace
+
+void KDTree::BuildStep(KDBuildJob* job, std::deque<WorkItem>& workQueue, platform::CriticalSection& queueLock,
+                       platform::Semaphore* wakeSemaphore) {
+  if (!job || !wakeSemaphore || !JobIsComplete(*job)) return;
+  KDThreadScratch scratch;
+  if (!FindThreadScratch(*job, scratch)) return;
+  KDBuildNode node;
+  if (!PopBuildNode(*job, node)) return;
+
+  const KDTree& tree = *job->tree;
+  const float area = KDSurfaceArea(node.boxMin, node.boxMax);
+  if (node.triangleList.empty() || node.depth >= job->maxDepth || !(double(area) > 6.0)) {
+    MakeLeaf(*job, node);
+    return;
+  }
+  KDSplit split;
+  const bool found = FindBestSplit(node, tree, split);
+  const float leafCost = area * (tree.leafBaseCost + float(node.triangleList.size()) * tree.triangleCost);
+  // An equal cost splits.
+  if (!found || split.cost > leafCost) {
+    MakeLeaf(*job, node);
+    return;
+  }
+
+  const uint32_t first = WriteSplit(*job, node, split);
+  KDBuildNode left, right;
+  SetUpChild(node, first, left);
+  SetUpChild(node, first + 1, right);
+  left.boxMax[split.axis] = split.position;
+  right.boxMin[split.axis] = split.position;
+  PartitionNode(node, split, tree, *job->meshTable, scratch, left, right);
+
+  PushChildren(*job, left, right);
+  QueueChildJobs(*job, workQueue, queueLock);
+  wakeSemaphore->Release(2);
+}

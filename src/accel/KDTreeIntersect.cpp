@@ -1,0 +1,301 @@
+// The nearest-hit query over one kd-tree: a front-to-back walk with an
+// explicit stack, in double precision, and the projected triangle test.
+#include <bit>
+#include <cmath>
+#include <limits>
+#include <vector>
+
+#include "KDTree.h"
+#include "RayIntersection.h"
+#include "brindlexutil.h"
+
+namespace {
+
+// The name under which the log reports this query's failures.
+constexpr const char* kSourceFile = ".\\BrindlexViewRTRenderEngine";
+constexpr double kLargest = std::numeric_limits<double>::max();
+constexpr double kParallel = 1e-7;
+constexpr double kNearest = 1e-6;
+
+struct Ray {
+  double origin[3];
+  double direction[3];
+  double inverse[3];
+};
+
+Ray MakeRay(const SCENE_VERTEX_XYZ_64& o, const SCENE_VERTEX_XYZ_64& d, const SCENE_VERTEX_XYZ_64& inv) {
+  return {{o.x, o.y, o.z}, {d.x, d.y, d.z}, {inv.x, inv.y, inv.z}};
+}
+
+template <class Node>
+struct KDStackEntry {
+  const Node* node;
+  double tNear;
+  double tFar;
+};
+
+// A stack of the walk. A tree that the build made is at most 20 levels
+// deep, so the inline entries hold any sound walk without allocating; only a
+// deeper hand-made tree, or one that is not sound, spills to the heap.
+template <class Node>
+class TraversalStack {
+  using KDStackEntry = ::KDStackEntry<Node>;
+
+ public:
+  size_t Size() const { return count; }
+  bool Empty() const { return count == 0; }
+  void Push(const KDStackEntry& entry) {
+    if (count < kInline) {
+      entries[count++] = entry;
+    } else {
+      Spill(entry);
+    }
+  }
+  KDStackEntry Pop() {
+    --count;
+    if (count < kInline) return entries[count];
+    const KDStackEntry entry = spill.back();
+    spill.pop_back();
+    return entry;
+  }
+
+ private:
+  [[gnu::noinline]] void Spill(const KDStackEntry& entry) {
+    spill.push_back(entry);
+    ++count;
+  }
+
+  static constexpr size_t kInline = 64;
+  KDStackEntry entries[kInline];
+  std::vector<KDStackEntry> spill;
+  size_t count = 0;
+};
+
+// Stands for a child index outside `nodes`, which only a tree that is not
+// sound can hold: it reads as an empty leaf.
+const KDNode kEmptyLeaf = {3, 0};
+
+const KDNode* Child(const std::vector<KDNode>& nodes, uint32_t index) {
+  return index < nodes.size() ? &nodes[index] : &kEmptyLeaf;
+}
+
+// One whole line, however many workers fail at once: debugOS hands each
+// thread's text to its target only in complete lines.
+[[noreturn, gnu::noinline, gnu::cold]] void ReportInfiniteRecursion(int line) {
+  debugOS << "Error: " << kSourceFile << " (" << line
+          << ") KDTree::Intersect - infinite recursion case detected" << std::endl;
+  throw 0;
+}
+
+// The projected test of one triangle against the hits so far; `k` is its
+// dominant axis, already known to be 0, 1 or 2. Shared by both layouts so
+// that both compute every hit from the same expressions.
+template <class Triangle>
+inline bool TestTriangle(const Triangle& tri, uint32_t k, uint32_t instanceIndex, const Ray& ray,
+                         double& nearest, SWRayIntersectionResult& result) {
+  const double* o = ray.origin;
+  const double* d = ray.direction;
+  const uint32_t u = k == 2 ? 0 : k + 1;
+  const uint32_t v = k == 0 ? 2 : k - 1;
+  const double normalU = tri.normalU, normalV = tri.normalV;
+  const double denominator = d[k] + normalU * d[u] + normalV * d[v];
+  const double numerator = tri.planeD - o[k] - normalU * o[u] - normalV * o[v];
+  // Only a numerator and denominator of one sign give a t above 0, so the
+  // division is skipped for every other triangle; a ray in the plane (0 / 0)
+  // and a parallel ray (x / 0) are misses too.
+  if (!((numerator > 0.0 && denominator > 0.0) || (numerator < 0.0 && denominator < 0.0))) return false;
+  const double t = numerator * (1.0 / denominator);
+  if (!(t <= nearest && t >= kNearest)) return false;
+  const double hu = o[u] + t * d[u] - tri.vertexU;
+  const double hv = o[v] + t * d[v] - tri.vertexV;
+  const double weightB = hv * tri.edge1U + hu * tri.edge1NegV;
+  const double weightC = hu * tri.edge2V + hv * tri.edge2NegU;
+  if (!(weightB >= 0.0 && weightC >= 0.0 && weightB + weightC <= 1.0)) return false;
+  nearest = t;
+  result.distance = t;
+  result.weightB = weightB;
+  result.weightC = weightC;
+  result.instanceIndex = instanceIndex;
+  result.triangleIndex = tri.triangleIndex;
+  return true;
+}
+
+bool LeafTest(const KDTree& tree, const KDNode& leaf, const Ray& ray, SWRayIntersectionResult& result) {
+  const uint64_t start = leaf.childAndAxis >> 2;
+  const uint64_t end = start + leaf.splitOrCount;
+  if (end - 1 >= tree.leafTriangles.size()) return false;
+  double nearest = result.distance;
+  bool improved = false;
+  for (uint64_t entry = start; entry < end; ++entry) {
+    const uint32_t number = tree.leafTriangles[entry];
+    if (number >= tree.triangles.size()) continue;
+    const SWTriangle& tri = tree.triangles[number];
+    if (tri.degenerate != 0) continue;
+    const uint32_t k = tri.dominantAxis;
+    if (k > 2) continue;
+    if (TestTriangle(tri, k, tri.instanceIndex, ray, nearest, result)) improved = true;
+  }
+  return improved;
+}
+
+// The tree's own fields: children adjacent, the lower first, and every index
+// checked, since a hand-made tree may not be sound.
+class TreeFields {
+ public:
+  using Node = KDNode;
+  explicit TreeFields(const KDTree& tree) : tree(tree) {}
+  const KDNode* Root() const { return tree.nodes.data(); }
+  const KDNode* Lower(const KDNode*, uint32_t word) const { return Child(word >> 2); }
+  const KDNode* Upper(const KDNode*, uint32_t word) const { return Child((word >> 2) + 1); }
+  bool Leaf(const KDNode& leaf, const Ray& ray, SWRayIntersectionResult& result) const {
+    return leaf.splitOrCount != 0 && LeafTest(tree, leaf, ray, result);
+  }
+  void CheckDepth(size_t pushed, int line) const {
+    if (pushed > tree.nodes.size()) ReportInfiniteRecursion(line);
+  }
+
+ private:
+  const KDNode* Child(uint32_t index) const { return ::Child(tree.nodes, index); }
+  const KDTree& tree;
+};
+
+// The walk layout: made only from a sound tree, so no index needs a check
+// and no walk can cycle.
+class WalkFields {
+ public:
+  using Node = KDWalkNode;
+  explicit WalkFields(const KDWalkLayout& layout)
+      : nodes(layout.nodes.data()), triangles(layout.triangles.data()), entries(layout.leafEntries.data()) {}
+  const KDWalkNode* Root() const { return nodes; }
+  const KDWalkNode* Lower(const KDWalkNode* node, uint32_t) const { return node + 1; }
+  const KDWalkNode* Upper(const KDWalkNode*, uint32_t word) const { return nodes + (word >> 2); }
+  bool Leaf(const KDWalkNode& leaf, const Ray& ray, SWRayIntersectionResult& result) const {
+    const uint32_t* entry = entries + (leaf.childAndAxis >> 2);
+    const uint32_t* end = entry + leaf.splitOrCount;
+    double nearest = result.distance;
+    bool improved = false;
+    for (; entry != end; ++entry) {
+      const KDWalkTriangle& tri = triangles[*entry];
+      const uint32_t packed = tri.instanceAndAxis;
+      if (TestTriangle(tri, packed & 3, packed >> 2, ray, nearest, result)) improved = true;
+    }
+    return improved;
+  }
+  void CheckDepth(size_t, int) const {}
+
+ private:
+  const KDWalkNode* nodes;
+  const KDWalkTriangle* triangles;
+  const uint32_t* entries;
+};
+
+// The walk from the root, front to back. tNear and tFar stay in registers:
+// nothing outside this function sees them.
+template <class Fields>
+bool Walk(const Fields& fields, const Ray& ray, double tNear, double tFar, SWRayIntersectionResult& result) {
+  using Node = typename Fields::Node;
+  TraversalStack<Node> stack;
+  bool hit = false;
+  const Node* node = fields.Root();
+  const bool parallel[3] = {!(std::fabs(ray.direction[0]) > kParallel),
+                            !(std::fabs(ray.direction[1]) > kParallel),
+                            !(std::fabs(ray.direction[2]) > kParallel)};
+  for (;;) {
+    uint32_t word;
+    while (((word = node->childAndAxis) & 3) != 3) {
+      const uint32_t axis = word & 3;
+      const double split = std::bit_cast<float>(uint32_t(node->splitOrCount));
+      const double origin = ray.origin[axis];
+      if (parallel[axis]) {
+        if (split - kParallel > origin) {
+          node = fields.Lower(node, word);
+        } else if (origin > split + kParallel) {
+          node = fields.Upper(node, word);
+        } else {
+          stack.Push({fields.Upper(node, word), tNear, tFar});
+          node = fields.Lower(node, word);
+        }
+      } else {
+        const double t = (split - origin) * ray.inverse[axis];
+        const bool lowerFirst = split >= origin;
+        const Node* lower = fields.Lower(node, word);
+        const Node* upper = fields.Upper(node, word);
+        const Node* nearChild = lowerFirst ? lower : upper;
+        const Node* farChild = lowerFirst ? upper : lower;
+        if (tNear > t && t > 0.0) {
+          node = farChild;
+        } else if (t > tFar || 0.0 > t) {
+          node = nearChild;
+        } else {
+          stack.Push({farChild, t, tFar});
+          node = nearChild;
+          tFar = t;
+        }
+      }
+      fields.CheckDepth(stack.Size(), __LINE__);
+    }
+    if (fields.Leaf(*node, ray, result)) hit = true;
+    // Nothing that a later node holds can be nearer than this.
+    if (tFar >= result.distance) return hit;
+    if (stack.Empty()) return hit;
+    const KDStackEntry<Node> next = stack.Pop();
+    node = next.node;
+    tNear = next.tNear;
+    tFar = next.tFar;
+  }
+}
+
+}  // namespace
+
+bool KDTree::IntersectBounds(const SCENE_VERTEX_XYZ_64& origin, const SCENE_VERTEX_XYZ_64& direction,
+                             const SCENE_VERTEX_XYZ_64& inverseDirection, double& tNear, double& tFar,
+                             const double* startNear, const double* startFar) const {
+  const Ray ray = MakeRay(origin, direction, inverseDirection);
+  const double lo[3] = {boundsMin.x, boundsMin.y, boundsMin.z};
+  const double hi[3] = {boundsMax.x, boundsMax.y, boundsMax.z};
+  double nearT = startNear ? *startNear : 0.0;
+  double farT = startFar ? *startFar : kLargest;
+  int skipped = 0;
+  for (int axis = 0; axis < 3; ++axis) {
+    if (!(std::fabs(ray.direction[axis]) > kParallel)) {
+      ++skipped;
+      continue;
+    }
+    double t1 = (lo[axis] - ray.origin[axis]) * ray.inverse[axis];
+    double t2 = (hi[axis] - ray.origin[axis]) * ray.inverse[axis];
+    if (t1 > t2) std::swap(t1, t2);
+    if (t1 > nearT) nearT = t1;
+    if (farT > t2) farT = t2;
+    if (nearT > farT) return false;
+  }
+  if (skipped == 3) return false;
+  tNear = nearT;
+  tFar = farT;
+  return true;
+}
+
+bool KDTree::IntersectLeaf(const KDNode& leaf, const SCENE_VERTEX_XYZ_64& origin,
+                           const SCENE_VERTEX_XYZ_64& direction, SWRayIntersectionResult& result) const {
+  const Ray ray = MakeRay(origin, direction, {0.0, 0.0, 0.0});
+  return LeafTest(*this, leaf, ray, result);
+}
+
+bool KDTree::Intersect(const SCENE_VERTEX_XYZ_64& origin, const SCENE_VERTEX_XYZ_64& direction,
+                       const SCENE_VERTEX_XYZ_64& inverseDirection, SWRayIntersectionResult& result) const {
+  try {
+    if (nodes.empty()) return false;
+    double tNear = 0.0, tFar = 0.0;
+    if (!IntersectBounds(origin, direction, inverseDirection, tNear, tFar)) return false;
+    const Ray ray = MakeRay(origin, direction, inverseDirection);
+    result.distance = kLargest;
+    result.triangleIndex = 0;
+    if (walkLayout.Matches(*this)) return Walk(WalkFields(walkLayout), ray, tNear, tFar, result);
+    return Walk(TreeFields(*this), ray, tNear, tFar, result);
+  } catch (...) {
+    // A tree that is not sound, or a stack that cannot grow: the ray counts
+    // as a miss and the worker goes on.
+    const int line = __LINE__;
+    OutputCatchToLog(true, kSourceFile, line, "KDTree::Intersect", true);
+    return false;
+  }
+}

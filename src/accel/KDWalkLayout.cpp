@@ -1,0 +1,142 @@
+#include "KDWalkLayout.h"
+
+#include "KDTree.h"
+
+namespace {
+
+constexpr uint32_t kLeafTag = 3;
+// The largest index that fits beside the two tag bits.
+constexpr uint64_t kMaxPacked = (uint64_t(1) << 30) - 1;
+
+struct Pending {
+  uint32_t source;  // index in the tree's nodes
+  uint32_t parent;  // walk node whose upper child this is, or kNoParent
+};
+constexpr uint32_t kNoParent = UINT32_MAX;
+constexpr uint32_t kUnseen = UINT32_MAX;
+
+KDWalkTriangle CopyTriangle(const SWTriangle& tri) {
+  KDWalkTriangle out;
+  out.normalU = tri.normalU;
+  out.normalV = tri.normalV;
+  out.planeD = tri.planeD;
+  out.vertexU = tri.vertexU;
+  out.vertexV = tri.vertexV;
+  out.edge1U = tri.edge1U;
+  out.edge1NegV = tri.edge1NegV;
+  out.edge2V = tri.edge2V;
+  out.edge2NegU = tri.edge2NegU;
+  out.instanceAndAxis = uint32_t(tri.instanceIndex) << 2 | uint32_t(tri.dominantAxis);
+  out.triangleIndex = tri.triangleIndex;
+  return out;
+}
+
+}  // namespace
+
+void KDWalkLayout::Clear() {
+  nodes.clear();
+  nodes.shrink_to_fit();
+  triangles.clear();
+  triangles.shrink_to_fit();
+  leafEntries.clear();
+  leafEntries.shrink_to_fit();
+  sourceNodes = sourceLeafTriangles = sourceTriangles = nullptr;
+  sourceNodeCount = sourceLeafTriangleCount = sourceTriangleCount = 0;
+}
+
+void KDWalkLayout::Make(const KDTree& tree) {
+  Clear();
+  if (tree.nodes.empty() || tree.nodes.size() > kMaxPacked) return;
+  const bool laid = Lay(tree);
+  renumber = {};
+  if (!laid) {
+    Clear();
+    return;
+  }
+  nodes.shrink_to_fit();
+  leafEntries.shrink_to_fit();
+  triangles.shrink_to_fit();
+  sourceNodes = tree.nodes.data();
+  sourceLeafTriangles = tree.leafTriangles.data();
+  sourceTriangles = tree.triangles.data();
+  sourceNodeCount = tree.nodes.size();
+  sourceLeafTriangleCount = tree.leafTriangles.size();
+  sourceTriangleCount = tree.triangles.size();
+}
+
+bool KDWalkLayout::Matches(const KDTree& tree) const {
+  return !nodes.empty() && sourceNodes == tree.nodes.data() && sourceNodeCount == tree.nodes.size() &&
+         sourceLeafTriangles == tree.leafTriangles.data() &&
+         sourceLeafTriangleCount == tree.leafTriangles.size() && sourceTriangles == tree.triangles.data() &&
+         sourceTriangleCount == tree.triangles.size();
+}
+
+size_t KDWalkLayout::Bytes() const {
+  return nodes.capacity() * sizeof(KDWalkNode) + triangles.capacity() * sizeof(KDWalkTriangle) +
+         leafEntries.capacity() * sizeof(uint32_t);
+}
+
+// Depth first, lower child first: each node is written when it is taken from
+// the stack, and an upper child patches its parent's index when its turn
+// comes, after the whole lower subtree.
+bool KDWalkLayout::Lay(const KDTree& tree) {
+  const size_t count = tree.nodes.size();
+  nodes.reserve(count);
+  triangles.reserve(tree.triangles.size());
+  leafEntries.reserve(tree.leafTriangles.size());
+  renumber.assign(tree.triangles.size(), kUnseen);
+  std::vector<Pending> stack{{0, kNoParent}};
+  while (!stack.empty()) {
+    const Pending next = stack.back();
+    stack.pop_back();
+    // Children lie after their parent, so no node can be reached twice
+    // through a cycle; a node shared by two parents would still come twice.
+    if (nodes.size() >= count) return false;
+    const uint32_t here = uint32_t(nodes.size());
+    if (next.parent != kNoParent) nodes[next.parent].childAndAxis |= here << 2;
+    const KDNode source = tree.nodes[next.source];
+    const uint32_t word = source.childAndAxis;
+    KDWalkNode node;
+    if ((word & 3) == kLeafTag) {
+      if (!CopyLeaf(tree, word >> 2, source.splitOrCount, node)) return false;
+      nodes.push_back(node);
+      continue;
+    }
+    const uint64_t first = word >> 2;
+    if (first <= next.source || first + 1 >= count) return false;
+    node.childAndAxis = word & 3;  // the upper child's index comes later
+    node.splitOrCount = source.splitOrCount;
+    nodes.push_back(node);
+    stack.push_back({uint32_t(first + 1), here});
+    stack.push_back({uint32_t(first), kNoParent});
+  }
+  return true;
+}
+
+// The records the leaf test would look at, in its order, without the ones it
+// would skip. A run that reaches past leafTriangles holds nothing, as there.
+bool KDWalkLayout::CopyLeaf(const KDTree& tree, uint32_t first, uint32_t count, KDWalkNode& leaf) {
+  if (leafEntries.size() > kMaxPacked) return false;
+  leaf.childAndAxis = uint32_t(leafEntries.size()) << 2 | kLeafTag;
+  const uint64_t end = uint64_t(first) + count;
+  if (count == 0 || end - 1 >= tree.leafTriangles.size()) {
+    leaf.splitOrCount = 0;
+    return true;
+  }
+  uint32_t kept = 0;
+  for (uint64_t entry = first; entry < end; ++entry) {
+    const uint32_t number = tree.leafTriangles[entry];
+    if (number >= tree.triangles.size()) continue;
+    const SWTriangle& tri = tree.triangles[number];
+    if (tri.degenerate != 0 || tri.dominantAxis > 2) continue;
+    if (tri.instanceIndex > kMaxPacked) return false;
+    if (renumber[number] == kUnseen) {
+      renumber[number] = uint32_t(triangles.size());
+      triangles.push_back(CopyTriangle(tri));
+    }
+    leafEntries.push_back(renumber[number]);
+    ++kept;
+  }
+  leaf.splitOrCount = kept;
+  return true;
+}

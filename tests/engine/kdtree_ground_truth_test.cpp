@@ -1,0 +1,448 @@
+// Built trees against a test of every triangle: the nearest hit of
+// IntersectSWGeometry must be the same triangle at the same distance.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "AccelTestAccess.h"
+#include "BrindlexViewMath.h"
+#include "BrindlexViewRTRenderEngine.h"
+#include "TraversalTestHelpers.h"
+
+#ifdef BRINDLEX_TEST_ASSIMP
+#include <assimp/postprocess.h>
+#include <assimp/scene.h>
+
+#include <assimp/Importer.hpp>
+#endif
+
+namespace {
+
+// Sanitizer builds check the same kinds of ray at a tenth of the count, so
+// that their runs stay within minutes; the Release run compares them all.
+#ifdef BRINDLEX_SANITIZED_BUILD
+constexpr int kComparedRays = 10000;
+#else
+constexpr int kComparedRays = 100000;
+#endif
+
+struct Random {
+  std::mt19937 engine{12345};
+  double Uniform(double lo, double hi) { return std::uniform_real_distribution<double>(lo, hi)(engine); }
+  size_t Index(size_t count) { return std::uniform_int_distribution<size_t>(0, count - 1)(engine); }
+  SCENE_VERTEX_XYZ_64 UnitVector() {
+    for (;;) {
+      SCENE_VERTEX_XYZ_64 v = {Uniform(-1, 1), Uniform(-1, 1), Uniform(-1, 1)};
+      const double length = std::sqrt(v.x * v.x + v.y * v.y + v.z * v.z);
+      if (length > 0.1 && length <= 1.0) return {v.x / length, v.y / length, v.z / length};
+    }
+  }
+};
+
+double& At(SCENE_VERTEX_XYZ_64& v, int axis) {
+  return axis == 0 ? v.x : axis == 1 ? v.y : v.z;
+}
+double At(const SCENE_VERTEX_XYZ& v, int axis) {
+  return axis == 0 ? v.x : axis == 1 ? v.y : v.z;
+}
+
+SCENE_VERTEX Vertex(double x, double y, double z) {
+  SCENE_VERTEX v{};
+  v.position = {float(x), float(y), float(z)};
+  return v;
+}
+
+// Rotation by `angle` about the unit axis after a scale, then a move.
+SCENE_MATRIX Placement(SCENE_VERTEX_XYZ_64 axis, double angle, SCENE_VERTEX_XYZ_64 scale,
+                       SCENE_VERTEX_XYZ_64 move) {
+  const double c = std::cos(angle), s = std::sin(angle), t = 1 - c;
+  const double x = axis.x, y = axis.y, z = axis.z;
+  const double r[3][3] = {{t * x * x + c, t * x * y - s * z, t * x * z + s * y},
+                          {t * x * y + s * z, t * y * y + c, t * y * z - s * x},
+                          {t * x * z - s * y, t * y * z + s * x, t * z * z + c}};
+  const double k[3] = {scale.x, scale.y, scale.z};
+  const double m[3] = {move.x, move.y, move.z};
+  SCENE_MATRIX out{};
+  for (int row = 0; row < 3; ++row) {
+    for (int col = 0; col < 3; ++col) out.m[col * 4 + row] = float(r[row][col] * k[col]);
+    out.m[12 + row] = float(m[row]);
+  }
+  out.m[15] = 1.0f;
+  return out;
+}
+
+// Random triangles of every size in 0 ... 10. One in six lies in an axis
+// plane; one in four of the rest has its corners on a grid of 0.5, so that
+// many share coordinates with each other and with split planes; a few are
+// collinear.
+SWMesh RandomSoup(Random& random, int count) {
+  SWMesh mesh;
+  for (int i = 0; i < count; ++i) {
+    const double size = random.Uniform(0.02, 1.5);
+    const double center[3] = {random.Uniform(0, 10), random.Uniform(0, 10), random.Uniform(0, 10)};
+    const int flatAxis = i % 6 == 0 ? int(random.Index(3)) : -1;
+    for (int corner = 0; corner < 3; ++corner) {
+      double p[3];
+      for (int axis = 0; axis < 3; ++axis) {
+        p[axis] = axis == flatAxis ? center[axis] : center[axis] + random.Uniform(-size, size);
+        if (i % 4 == 1) p[axis] = std::round(p[axis] * 2) / 2;
+      }
+      if (i % 50 == 7 && corner == 2) {
+        const SCENE_VERTEX a = mesh.vertices[mesh.vertices.size() - 2], b = mesh.vertices.back();
+        p[0] = 2.0 * b.position.x - a.position.x;
+        p[1] = 2.0 * b.position.y - a.position.y;
+        p[2] = 2.0 * b.position.z - a.position.z;
+      }
+      mesh.vertices.push_back(Vertex(p[0], p[1], p[2]));
+      mesh.indices.push_back(uint32_t(mesh.indices.size()));
+    }
+  }
+  return mesh;
+}
+
+// A closed sphere of latitude-longitude quads around the origin.
+SWMesh Sphere(int rings, int segments) {
+  SWMesh mesh;
+  for (int r = 0; r <= rings; ++r) {
+    for (int s = 0; s <= segments; ++s) {
+      const double theta = M_PI * r / rings, phi = 2 * M_PI * s / segments;
+      mesh.vertices.push_back(
+          Vertex(std::sin(theta) * std::cos(phi), std::sin(theta) * std::sin(phi), std::cos(theta)));
+    }
+  }
+  for (int r = 0; r < rings; ++r) {
+    for (int s = 0; s < segments; ++s) {
+      const uint32_t a = r * (segments + 1) + s, b = a + segments + 1;
+      for (uint32_t index : {a, b, a + 1, a + 1, b, b + 1}) mesh.indices.push_back(index);
+    }
+  }
+  return mesh;
+}
+
+// A grid of quads in z = 0 over 0 ... size, two triangles each.
+SWMesh Floor(int cells, double size) {
+  SWMesh mesh;
+  for (int y = 0; y <= cells; ++y)
+    for (int x = 0; x <= cells; ++x) mesh.vertices.push_back(Vertex(size * x / cells, size * y / cells, 0.0));
+  for (int y = 0; y < cells; ++y) {
+    for (int x = 0; x < cells; ++x) {
+      const uint32_t a = y * (cells + 1) + x, b = a + cells + 1;
+      for (uint32_t index : {a, a + 1, b, a + 1, b + 1, b}) mesh.indices.push_back(index);
+    }
+  }
+  return mesh;
+}
+
+struct Answer {
+  bool hit = false;
+  SWRayIntersectionResult result{};
+  double Distance() const { return result.distance; }
+  uint32_t Tree() const { return result.treeIndex; }
+  uint32_t Instance() const { return result.instanceIndex; }
+  uint32_t Triangle() const { return result.triangleIndex; }
+  bool SameHit(const Answer& other) const {
+    return hit == other.hit && (!hit || (Distance() == other.Distance() && Tree() == other.Tree() &&
+                                         Instance() == other.Instance() && Triangle() == other.Triangle()));
+  }
+};
+
+// An engine whose two tables the test fills and whose workers build the trees.
+class GroundTruth {
+ public:
+  GroundTruth() : engine(static_cast<RT_RENDER_ENGINE*>(CreateRenderEngine())), access(engine) {
+    engine->Initialize(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
+  }
+  ~GroundTruth() { engine->Release(); }
+
+  SWMeshTable& Table(int row) { return access.Tables()[row]; }
+
+  void BuildAndCompare(Random& random) {
+    access.BuildTree(0);
+    access.BuildTree(1);
+    Prepare();
+    ASSERT_FALSE(targets.empty());
+    int compared = 0, onPlanes = 0, ties = 0, hits = 0, failures = 0;
+    while (compared < kComparedRays) {
+      const int kind = (compared + onPlanes) % 6;
+      const TestRay ray = MakeRay(random, kind);
+      Answer tree, every;
+      tree.hit = engine->IntersectSWGeometry(ray.origin, ray.direction, ray.inverse, tree.result);
+      every.hit = EveryTriangle(ray, every.result);
+      if (tree.hit) CheckOnSurface(ray, tree.result);
+      if (OnSplitPlane(ray)) {
+        // The walk's rules for a ray in a plane (parallel within 1e-7, or
+        // starting on it) may skip the side that holds the nearest hit; what
+        // it reports must still be a true hit.
+        ++onPlanes;
+        EXPECT_TRUE(!tree.hit || HitsAt(ray, tree)) << "kind " << kind;
+        continue;
+      }
+      ++compared;
+      hits += tree.hit;
+      if (tree.SameHit(every)) continue;
+      // Two triangles at exactly the same distance: which one is reported
+      // depends on the order of the leaves, so any of them is right.
+      if (tree.hit && every.hit && tree.Distance() == every.Distance() && HitsAt(ray, tree)) {
+        ++ties;
+        continue;
+      }
+      if (++failures <= 5) {
+        ADD_FAILURE() << "kind " << kind << ": tree " << tree.hit << " t " << tree.Distance() << " triangle "
+                      << tree.Triangle() << "; every triangle " << every.hit << " t " << every.Distance()
+                      << " triangle " << every.Triangle();
+      }
+    }
+    EXPECT_EQ(failures, 0);
+    EXPECT_GT(hits, kComparedRays / 5);
+    std::printf("%d rays compared, %d hits, %d exact ties; %d rays in split planes\n", compared, hits, ties,
+                onPlanes);
+  }
+
+ private:
+  struct WorldTriangle {
+    SCENE_VERTEX_XYZ corner[3];
+  };
+
+  void Prepare() {
+    for (int row = 0; row < 2; ++row) {
+      const KDTree& tree = access.Trees()[row];
+      SetOneLeaf(everything[row], tree.triangles);
+      for (uint32_t n = 0; n < tree.triangles.size(); ++n) {
+        const SWTriangle record = tree.triangles[n];
+        numbers[row][uint64_t(record.instanceIndex) << 32 | record.triangleIndex] = n;
+      }
+      for (const KDNode& node : tree.nodes) {
+        const uint32_t word = node.childAndAxis;
+        if ((word & 3) != 3) splits[word & 3].push_back(std::bit_cast<float>(uint32_t(node.splitOrCount)));
+      }
+      const SWMeshTable& table = Table(row);
+      for (uint32_t instance = 0; instance < table.instances.size(); ++instance) {
+        const SWMesh* mesh = GetInstanceMesh(table, table.instances[instance]);
+        for (uint32_t t = 0; mesh && t < mesh->indices.size() / 3; ++t) {
+          WorldTriangle w;
+          if (!GetTriangleCorners(table, instance, t, w.corner)) continue;
+          // Rays aim at points inside triangles of some area: a point or a
+          // line would aim them at corners that leaves share, where the walk
+          // may pass between two leaves and miss a triangle that only touches.
+          if (HasArea(w)) targets.push_back(w);
+          for (const SCENE_VERTEX_XYZ& c : w.corner) {
+            for (int axis = 0; axis < 3; ++axis) {
+              lo[axis] = std::min(lo[axis], At(c, axis));
+              hi[axis] = std::max(hi[axis], At(c, axis));
+            }
+          }
+        }
+      }
+    }
+    for (std::vector<double>& list : splits) std::sort(list.begin(), list.end());
+  }
+
+  static bool HasArea(const WorldTriangle& w) {
+    SCENE_VERTEX_XYZ_64 e1 = {double(w.corner[1].x) - w.corner[0].x, double(w.corner[1].y) - w.corner[0].y,
+                              double(w.corner[1].z) - w.corner[0].z};
+    SCENE_VERTEX_XYZ_64 e2 = {double(w.corner[2].x) - w.corner[0].x, double(w.corner[2].y) - w.corner[0].y,
+                              double(w.corner[2].z) - w.corner[0].z};
+    SCENE_VERTEX_XYZ_64 n;
+    CrossProduct(&e1, &e2, &n);
+    return Magnitude(&n) > 1e-6;
+  }
+
+  // Parallel rays within 1e-7 of a plane visit both sides with one interval,
+  // and a ray starting on a plane gives the near side an interval of 0, so
+  // such rays get their own check. The margin covers the widening of floats.
+  bool OnSplitPlane(const TestRay& ray) const {
+    for (int axis = 0; axis < 3; ++axis) {
+      SCENE_VERTEX_XYZ_64 origin = ray.origin;
+      const double c = At(origin, axis);
+      const auto next = std::lower_bound(splits[axis].begin(), splits[axis].end(), c - 2e-7);
+      if (next != splits[axis].end() && *next <= c + 2e-7) return true;
+    }
+    return false;
+  }
+
+  SCENE_VERTEX_XYZ_64 PointOn(Random& random, const WorldTriangle& w) {
+    double b = random.Uniform(0, 1), c = random.Uniform(0, 1);
+    if (b + c > 1) b = 1 - b, c = 1 - c;
+    SCENE_VERTEX_XYZ_64 p;
+    for (int axis = 0; axis < 3; ++axis) {
+      const double a0 = At(w.corner[0], axis), b0 = At(w.corner[1], axis), c0 = At(w.corner[2], axis);
+      At(p, axis) = a0 + b * (b0 - a0) + c * (c0 - a0);
+    }
+    return p;
+  }
+
+  SCENE_VERTEX_XYZ_64 PointInBox(Random& random, double margin) {
+    SCENE_VERTEX_XYZ_64 p;
+    for (int axis = 0; axis < 3; ++axis) {
+      const double extra = (hi[axis] - lo[axis]) * margin;
+      At(p, axis) = random.Uniform(lo[axis] - extra, hi[axis] + extra);
+    }
+    return p;
+  }
+
+  // Six kinds: random; aimed at a triangle; leaving a surface; and the same
+  // three along an axis.
+  TestRay MakeRay(Random& random, int kind) {
+    const WorldTriangle& w = targets[random.Index(targets.size())];
+    SCENE_VERTEX_XYZ_64 direction = random.UnitVector();
+    if (kind >= 3) {
+      const int axis = int(random.Index(6));
+      direction = {0, 0, 0};
+      At(direction, axis % 3) = axis < 3 ? 1.0 : -1.0;
+    }
+    if (kind % 3 == 0) return Ray(PointInBox(random, 0.2), direction);
+    const SCENE_VERTEX_XYZ_64 target = PointOn(random, w);
+    if (kind % 3 == 2) return Ray(target, direction);
+    const double back = random.Uniform(0.0, hi[0] - lo[0] + hi[1] - lo[1] + hi[2] - lo[2]);
+    return Ray({target.x - back * direction.x, target.y - back * direction.y, target.z - back * direction.z},
+               direction);
+  }
+
+  bool EveryTriangle(const TestRay& ray, SWRayIntersectionResult& result) const {
+    bool hit = false;
+    for (uint32_t row = 0; row < 2; ++row) {
+      SWRayIntersectionResult r{};
+      r.distance = kLargest;
+      if (!everything[row].IntersectLeaf(everything[row].nodes[0], ray.origin, ray.direction, r)) continue;
+      if (hit && !(double(result.distance) > double(r.distance))) continue;
+      result = r;
+      result.treeIndex = row;
+      hit = true;
+    }
+    return hit;
+  }
+
+  // The reported triangle, tested alone, is hit at the reported distance.
+  bool HitsAt(const TestRay& ray, const Answer& answer) const {
+    const auto found = numbers[answer.Tree()].find(uint64_t(answer.Instance()) << 32 | answer.Triangle());
+    if (found == numbers[answer.Tree()].end()) return false;
+    SWRayIntersectionResult r{};
+    r.distance = kLargest;
+    const KDTree& all = everything[answer.Tree()];
+    return all.IntersectLeaf(Leaf(found->second, 1), ray.origin, ray.direction, r) &&
+           double(r.distance) == answer.Distance();
+  }
+
+  // Rebuilt from the mesh table, the hit lies on the ray where it says.
+  void CheckOnSurface(const TestRay& ray, const SWRayIntersectionResult& r) {
+    SCENE_VERTEX_XYZ c[3];
+    ASSERT_TRUE(GetTriangleCorners(Table(r.treeIndex), r.instanceIndex, r.triangleIndex, c));
+    const double wb = r.weightB, wc = r.weightC, t = r.distance;
+    SCENE_VERTEX_XYZ_64 origin = ray.origin, direction = ray.direction;
+    for (int axis = 0; axis < 3; ++axis) {
+      const double a = At(c[0], axis), b = At(c[1], axis), cc = At(c[2], axis);
+      ASSERT_NEAR(a + wb * (b - a) + wc * (cc - a), At(origin, axis) + t * At(direction, axis), 1e-4);
+    }
+  }
+
+  RT_RENDER_ENGINE* engine;
+  AccelTestAccess access;
+  KDTree everything[2];
+  std::map<uint64_t, uint32_t> numbers[2];
+  std::vector<double> splits[3];
+  std::vector<WorldTriangle> targets;
+  double lo[3] = {kLargest, kLargest, kLargest};
+  double hi[3] = {-kLargest, -kLargest, -kLargest};
+};
+
+}  // namespace
+
+TEST(KDTreeGroundTruth, RandomTriangleSoup) {
+  Random random;
+  GroundTruth truth;
+  SWMeshTable& table = truth.Table(0);
+  table.meshes.push_back(RandomSoup(random, 2500));
+  table.instances.push_back({0, 0, 0});
+  truth.BuildAndCompare(random);
+}
+
+TEST(KDTreeGroundTruth, SharedAndTransformedInstancesInBothTrees) {
+  Random random;
+  GroundTruth truth;
+  SWMeshTable& table = truth.Table(0);
+  table.meshes.push_back(Sphere(10, 16));
+  table.meshes.push_back(Floor(20, 12.0));
+  for (int i = 0; i < 5; ++i) {
+    table.transforms.push_back(
+        Placement(random.UnitVector(), random.Uniform(0, 6.28),
+                  {random.Uniform(0.3, 2), random.Uniform(0.3, 2), random.Uniform(0.3, 2)},
+                  {random.Uniform(1, 11), random.Uniform(1, 11), random.Uniform(0, 3)}));
+    table.instances.push_back({0, uint32_t(i + 1), 0});
+  }
+  table.instances.push_back({1, 0, 0});
+  table.instances.push_back({7, 0, 0});   // no such mesh: absent
+  table.instances.push_back({0, 99, 0});  // no such transform: as stored
+  SWMeshTable& rotated = truth.Table(1);
+  rotated.meshes.push_back(RandomSoup(random, 300));
+  rotated.transforms.push_back(Placement({0, 0, 1}, 0.5, {0.8, 0.8, 0.5}, {1, 1, 1}));
+  rotated.instances.push_back({0, 1, 0});
+  truth.BuildAndCompare(random);
+}
+
+#ifdef BRINDLEX_TEST_ASSIMP
+namespace {
+
+// A torus in the OBJ format, for a machine without the sample models.
+std::string WriteTorusModel() {
+  const std::string path = (std::filesystem::temp_directory_path() / "brindlex_torus_test.obj").string();
+  std::ofstream out(path);
+  const int rings = 48, sides = 24;
+  for (int i = 0; i < rings; ++i) {
+    for (int j = 0; j < sides; ++j) {
+      const double u = 2 * M_PI * i / rings, v = 2 * M_PI * j / sides;
+      out << "v " << (3 + std::cos(v)) * std::cos(u) << " " << (3 + std::cos(v)) * std::sin(u) << " "
+          << std::sin(v) << "\n";
+    }
+  }
+  for (int i = 0; i < rings; ++i) {
+    for (int j = 0; j < sides; ++j) {
+      const int a = i * sides + j + 1, b = ((i + 1) % rings) * sides + j + 1;
+      const int c = ((i + 1) % rings) * sides + (j + 1) % sides + 1, d = i * sides + (j + 1) % sides + 1;
+      out << "f " << a << " " << b << " " << c << " " << d << "\n";
+    }
+  }
+  return path;
+}
+
+// Every mesh of the file as one mesh of the table, placed as it stands, and
+// the first one placed once more under a transform.
+bool LoadModel(const std::string& path, SWMeshTable& table) {
+  Assimp::Importer importer;
+  const aiScene* scene = importer.ReadFile(path, aiProcess_Triangulate | aiProcess_JoinIdenticalVertices);
+  if (!scene || scene->mNumMeshes == 0) return false;
+  for (unsigned int m = 0; m < scene->mNumMeshes; ++m) {
+    const aiMesh* source = scene->mMeshes[m];
+    SWMesh mesh;
+    for (unsigned int v = 0; v < source->mNumVertices; ++v)
+      mesh.vertices.push_back(Vertex(source->mVertices[v].x, source->mVertices[v].y, source->mVertices[v].z));
+    for (unsigned int f = 0; f < source->mNumFaces; ++f) {
+      if (source->mFaces[f].mNumIndices != 3) continue;
+      for (int k = 0; k < 3; ++k) mesh.indices.push_back(source->mFaces[f].mIndices[k]);
+    }
+    table.meshes.push_back(mesh);
+    table.instances.push_back({m, 0, 0});
+  }
+  table.transforms.push_back(Placement({0, 0, 1}, 1.0, {1, 1, 1}, {1.5, 0, 0}));
+  table.instances.push_back({0, 1, 0});
+  return true;
+}
+
+}  // namespace
+
+TEST(KDTreeGroundTruth, ImportedModel) {
+  std::string path = "/usr/share/assimp/models/OBJ/spider.obj";
+  if (!std::filesystem::exists(path)) path = WriteTorusModel();
+  Random random;
+  GroundTruth truth;
+  ASSERT_TRUE(LoadModel(path, truth.Table(0))) << path;
+  truth.BuildAndCompare(random);
+}
+#endif

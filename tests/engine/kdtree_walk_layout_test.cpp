@@ -1,0 +1,127 @@
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <cmath>
+#include <cstring>
+#include <random>
+
+#include "AccelTestAccess.h"
+#include "BrindlexViewRTRenderEngine.h"
+#include "KDWalkLayout.h"
+#include "TraversalTestHelpers.h"
+
+namespace {
+
+struct LaidNode {
+  uint32_t index, axisOrTag, count;
+};
+LaidNode At(const KDWalkLayout& layout, size_t row) {
+  const KDWalkNode node = layout.nodes[row];
+  return {node.childAndAxis >> 2, node.childAndAxis & 3, node.splitOrCount};
+}
+
+}  // namespace
+
+TEST(KDWalkLayout, DepthFirstLowerChildNextAndLeafRunsInWalkOrder) {
+  // Root (x) -> lower: node 1 (y) -> leaves 3, 4; upper: leaf 2.
+  KDTree tree;
+  tree.triangles = {
+      Triangle({0, 0, 0}, {1, 0, 0}, {0, 1, 0}, 0), Triangle({0, 0, 0}, {1, 1, 1}, {2, 2, 2}, 1),
+      Triangle({0, 0, 1}, {0, 1, 1}, {0, 0, 2}, 2, 5), Triangle({0, 0, 0}, {1, 0, 0}, {0, 0, 1}, 3)};
+  tree.leafTriangles = {0, 1, 2, 3, 0};
+  tree.nodes = {Inner(0, 1, 0.5f), Inner(1, 3, 0.25f), Leaf(0, 2), Leaf(2, 1), Leaf(3, 2)};
+  KDWalkLayout layout;
+  layout.Make(tree);
+  ASSERT_EQ(layout.nodes.size(), 5u);
+  EXPECT_TRUE(layout.Matches(tree));
+  // Walk order: root, node 1, leaf 3, leaf 4, leaf 2.
+  const LaidNode root = At(layout, 0), inner = At(layout, 1);
+  EXPECT_EQ(root.index, 4u);
+  EXPECT_EQ(root.axisOrTag, 0u);
+  EXPECT_EQ(root.count, std::bit_cast<uint32_t>(0.5f));
+  EXPECT_EQ(inner.index, 3u);
+  EXPECT_EQ(inner.axisOrTag, 1u);
+  // Records in the order the walk first meets them (2, 3, 0); the degenerate
+  // triangle 1 is left out and triangle 0 is kept once.
+  ASSERT_EQ(layout.triangles.size(), 3u);
+  EXPECT_EQ(uint32_t(layout.triangles[0].triangleIndex), 2u);
+  EXPECT_EQ(uint32_t(layout.triangles[1].triangleIndex), 3u);
+  EXPECT_EQ(uint32_t(layout.triangles[2].triangleIndex), 0u);
+  EXPECT_EQ(layout.triangles[0].instanceAndAxis >> 2, 5u);
+  EXPECT_EQ(layout.triangles[0].instanceAndAxis & 3, 0u);  // the plane x = 0
+  EXPECT_EQ(layout.triangles[1].instanceAndAxis & 3, 1u);  // y = 0
+  EXPECT_EQ(layout.triangles[2].instanceAndAxis & 3, 2u);  // z = 0
+  EXPECT_EQ(layout.leafEntries, (std::vector<uint32_t>{0, 1, 2, 2}));
+  const uint32_t leafRows[3][3] = {{2, 0, 1}, {3, 1, 2}, {4, 3, 1}};  // row, first, count
+  for (const auto& row : leafRows) {
+    const LaidNode leaf = At(layout, row[0]);
+    EXPECT_EQ(leaf.axisOrTag, 3u);
+    EXPECT_EQ(leaf.index, row[1]);
+    EXPECT_EQ(leaf.count, row[2]);
+  }
+  tree.nodes.push_back(Leaf(0, 0));
+  EXPECT_FALSE(layout.Matches(tree));
+
+  // A run past leafTriangles holds nothing; trees that are not sound get no
+  // layout: a child at or before its parent, or past the end.
+  tree.nodes = {Leaf(4, 2)};
+  layout.Make(tree);
+  ASSERT_EQ(layout.nodes.size(), 1u);
+  EXPECT_EQ(At(layout, 0).count, 0u);
+  for (const std::vector<KDNode>& unsound :
+       {std::vector<KDNode>{Inner(0, 0, 0), Leaf(0, 1)}, std::vector<KDNode>{Inner(0, 1, 0), Leaf(0, 1)}}) {
+    tree.nodes = unsound;
+    layout.Make(tree);
+    EXPECT_TRUE(layout.nodes.empty());
+    EXPECT_FALSE(layout.Matches(tree));
+  }
+}
+
+TEST(KDWalkLayout, BuiltTreesAnswerExactlyAsTheirOwnFields) {
+  RT_RENDER_ENGINE* engine = static_cast<RT_RENDER_ENGINE*>(CreateRenderEngine());
+  engine->Initialize(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
+  AccelTestAccess access(engine);
+  // Triangles on a grid of 0.5, so that many share coordinates with each
+  // other and with split planes, and rays start on those planes too.
+  std::mt19937 random(7);
+  const auto grid = [&](int cells) { return 0.5 * double(random() % cells); };
+  SWMeshTable table;
+  table.meshes.emplace_back();
+  SWMesh& mesh = table.meshes.back();
+  for (int i = 0; i < 3000; ++i) {
+    const double base[3] = {grid(16), grid(16), grid(16)};
+    for (int corner = 0; corner < 3; ++corner) {
+      SCENE_VERTEX v{};
+      v.position = {float(base[0] + grid(4)), float(base[1] + grid(4)),
+                    float(base[2] + (corner ? grid(4) : 0))};
+      mesh.vertices.push_back(v);
+      mesh.indices.push_back(uint32_t(mesh.indices.size()));
+    }
+  }
+  table.instances.push_back({0, 0, 0});
+  KDTree tree;
+  access.Build(tree, table);
+  ASSERT_TRUE(tree.WalkLayout().Matches(tree));
+  const KDTree fields = tree;  // a copy holds other vectors: it walks its own fields
+  ASSERT_FALSE(fields.WalkLayout().Matches(fields));
+
+  std::uniform_real_distribution<double> unit(-1.0, 1.0);
+  int hits = 0;
+  for (int i = 0; i < 20000; ++i) {
+    SCENE_VERTEX_XYZ_64 d = {unit(random), unit(random), unit(random)};
+    if (i % 3 == 0) (i % 2 ? d.x : d.y) = 0.0;  // parallel to split planes
+    const SCENE_VERTEX_XYZ_64 o = {grid(24) - 2, grid(24) - 2, i % 5 ? grid(24) - 2 : unit(random) * 20};
+    const TestRay ray = Ray(o, d);
+    SWRayIntersectionResult a{}, b{};
+    const bool hitA = tree.Intersect(ray.origin, ray.direction, ray.inverse, a);
+    const bool hitB = fields.Intersect(ray.origin, ray.direction, ray.inverse, b);
+    ASSERT_EQ(hitA, hitB) << i;
+    hits += hitA;
+    // Every byte of the record, weights included.
+    ASSERT_EQ(std::memcmp(&a, &b, sizeof a), 0) << i;
+  }
+  EXPECT_GT(hits, 5000);
+  tree.Clear();
+  EXPECT_TRUE(tree.WalkLayout().nodes.empty());
+  engine->Release();
+}

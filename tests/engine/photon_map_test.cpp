@@ -1,0 +1,243 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <bit>
+#include <cmath>
+#include <random>
+#include <vector>
+
+#include "BrindlexViewMath.h"
+#include "SWPhotonMap.h"
+
+namespace {
+
+const SCENE_VERTEX_XYZ_64 kUp = {0.0, 0.0, 1.0};
+const SCENE_VERTEX_XYZ kWhite = {1.0f, 1.0f, 1.0f};
+
+// A photon that came straight down onto a surface facing up.
+SWPhoton Downward(double x, double y, double z, double energy = 1.0) {
+  return {{x, y, z}, {0.0, 0.0, -1.0}, {energy, energy, energy}};
+}
+
+struct NodeWords {
+  uint32_t first;
+  uint32_t second;
+};
+
+NodeWords Words(const SWPhotonMap& map, size_t row) {
+  return {map.nodes[row].first, map.nodes[row].second};
+}
+
+uint32_t FloatBits(float value) {
+  return std::bit_cast<uint32_t>(value);
+}
+
+// Every photon within reach, nearest first.
+std::vector<GatherEntry> PhotonsInReach(const std::vector<SWPhoton>& photons,
+                                        const SCENE_VERTEX_XYZ_64& point, double radius,
+                                        const SCENE_VERTEX_XYZ_64& normal) {
+  std::vector<GatherEntry> kept;
+  for (uint32_t row = 0; row < photons.size(); ++row) {
+    const SCENE_VERTEX_XYZ_64 position = photons[row].position;
+    const SCENE_VERTEX_XYZ_64 d = photons[row].direction;
+    const SCENE_VERTEX_XYZ_64 incoming = {-d.x, -d.y, -d.z};
+    const double distance = Distance(&position, &point);
+    const double cosine = DotProduct(&normal, &incoming);
+    if (distance <= radius && cosine > 0.0) kept.push_back({distance, cosine, row});
+  }
+  std::sort(kept.begin(), kept.end(), [](const GatherEntry& a, const GatherEntry& b) {
+    return double(a.distance) < double(b.distance);
+  });
+  return kept;
+}
+
+// The nearest `maxPhotons` of them, summed from the farthest to the nearest
+// as the gather's heap hands them out.
+SCENE_VERTEX_XYZ_64 SumNearest(const std::vector<GatherEntry>& inReach, const std::vector<SWPhoton>& photons,
+                               double radius, const SCENE_VERTEX_XYZ& diffuse, uint64_t maxPhotons) {
+  SCENE_VERTEX_XYZ_64 sum = {0.0, 0.0, 0.0};
+  for (size_t i = std::min<uint64_t>(inReach.size(), maxPhotons); i-- > 0;) {
+    const GatherEntry kept = inReach[i];
+    const double weight = kept.cosine * ((radius - kept.distance) / radius);
+    const SCENE_VERTEX_XYZ_64 energy = photons[kept.photonRow].energy;
+    sum.x += energy.x * double(diffuse.x) * weight;
+    sum.y += energy.y * double(diffuse.y) * weight;
+    sum.z += energy.z * double(diffuse.z) * weight;
+  }
+  return sum;
+}
+
+void ExpectSameLight(const SCENE_VERTEX_XYZ_64& expected, const SCENE_VERTEX_XYZ_64& actual) {
+  EXPECT_EQ(expected.x, actual.x);
+  EXPECT_EQ(expected.y, actual.y);
+  EXPECT_EQ(expected.z, actual.z);
+}
+
+}  // namespace
+
+TEST(PhotonMapBuild, EmptyAndSmallListsAndTheTreeShape) {
+  SWPhotonMap map;
+  map.Build({});
+  EXPECT_TRUE(map.nodes.empty());
+  EXPECT_TRUE(map.entries.empty());
+  ExpectSameLight({0, 0, 0}, map.GatherPhotons({0, 0, 0}, 10.0, {}, kUp, kWhite, 100));
+
+  // Sixteen photons: the root is one leaf, in row order.
+  std::vector<SWPhoton> photons;
+  for (int i = 0; i < 16; ++i) photons.push_back(Downward(15 - i, 0.25 * i, 0.0));
+  map.Build(photons);
+  ASSERT_EQ(map.nodes.size(), 1u);
+  EXPECT_EQ(Words(map, 0).first, 3u);
+  EXPECT_EQ(Words(map, 0).second, 16u);
+  EXPECT_EQ(uint32_t(map.entries[5].photonRow), 5u);
+  EXPECT_EQ(map.boundsMin[1], 0.0f);
+  EXPECT_EQ(map.boundsMax[1], 3.75f);
+
+  // Forty photons at x = 0 ... 39, rows shuffled: the root splits at x 20 into
+  // rows 1 and 2; the right child (taken first from the stack) splits at 30
+  // into rows 3 and 4, the left one at 10 into rows 5 and 6.
+  photons.clear();
+  for (int i = 0; i < 40; ++i) photons.push_back(Downward((i * 7) % 40, 0.01 * i, 0.0));
+  map.Build(photons);
+  ASSERT_EQ(map.nodes.size(), 7u);
+  const NodeWords expected[7] = {{1 * 4 + 0, FloatBits(20.0f)},
+                                 {5 * 4 + 0, FloatBits(10.0f)},
+                                 {3 * 4 + 0, FloatBits(30.0f)},
+                                 {20 * 4 + 3, 10},
+                                 {30 * 4 + 3, 10},
+                                 {0 * 4 + 3, 10},
+                                 {10 * 4 + 3, 10}};
+  for (size_t row = 0; row < 7; ++row) {
+    EXPECT_EQ(Words(map, row).first, expected[row].first) << row;
+    EXPECT_EQ(Words(map, row).second, expected[row].second) << row;
+  }
+  // The leaves hold their entries in order of x.
+  for (uint32_t i = 0; i < 40; ++i) EXPECT_EQ(double(map.entries[i].position.x), double(i));
+
+  // The largest extent picks the axis; a tie keeps the earlier axis.
+  for (SWPhoton& photon : photons) std::swap(photon.position.x, photon.position.y);
+  map.Build(photons);
+  EXPECT_EQ(Words(map, 0).first & 3, 1u);
+  for (SWPhoton& photon : photons) photon.position.x = photon.position.y;
+  map.Build(photons);
+  EXPECT_EQ(Words(map, 0).first & 3, 0u);
+}
+
+TEST(PhotonMapBuild, PhotonsAtOnePointSplitByCountAndNoneIsLost) {
+  std::vector<SWPhoton> photons(100, Downward(2.0, 3.0, 4.0, 0.5));
+  SWPhotonMap map;
+  map.Build(photons);
+  // 100 -> 50 + 50 -> four leaves of 25 -> eight leaves of 12 or 13.
+  ASSERT_EQ(map.nodes.size(), 15u);
+  size_t inLeaves = 0;
+  for (const SWPhotonNode& node : map.nodes) {
+    const uint32_t first = node.first;
+    const uint32_t second = node.second;
+    if ((first & 3) == 3) {
+      EXPECT_LE(second, 16u);
+      inLeaves += second;
+    } else {
+      EXPECT_EQ(first & 3, 0u);
+      EXPECT_EQ(second, FloatBits(2.0f));
+    }
+  }
+  EXPECT_EQ(inLeaves, 100u);
+  // All 100 at distance 0 with cosine 1: 100 * 0.5.
+  const SCENE_VERTEX_XYZ_64 light = map.GatherPhotons({2.0, 3.0, 4.0}, 1.0, photons, kUp, kWhite, 1000);
+  EXPECT_EQ(light.x, 50.0);
+}
+
+TEST(PhotonMapGather, KernelCosineNearestRuleAndBounds) {
+  std::vector<SWPhoton> photons;
+  for (int i = 0; i < 40; ++i) photons.push_back(Downward(i, 0.0, 0.0));
+  SWPhotonMap map;
+  map.Build(photons);
+  const SCENE_VERTEX_XYZ diffuse = {1.0f, 0.5f, 0.25f};
+
+  // On the split plane x = 20: 20 at distance 0 on the right, 19 and 21 at 1.
+  SCENE_VERTEX_XYZ_64 light = map.GatherPhotons({20.0, 0.0, 0.0}, 1.5, photons, kUp, diffuse, 100);
+  const double expected = 1.0 + 2.0 * (0.5 / 1.5);
+  EXPECT_DOUBLE_EQ(light.x, expected);
+  EXPECT_DOUBLE_EQ(light.y, expected * 0.5);
+  EXPECT_DOUBLE_EQ(light.z, expected * 0.25);
+
+  // The rim counts nothing; the nearest two of 19, 20, 21 are 20 and one at 1.
+  EXPECT_EQ(map.GatherPhotons({20.0, 0.0, 0.0}, 1.0, photons, kUp, kWhite, 100).x, 1.0);
+  EXPECT_DOUBLE_EQ(map.GatherPhotons({20.0, 0.0, 0.0}, 1.5, photons, kUp, kWhite, 2).x, 1.0 + 0.5 / 1.5);
+  EXPECT_EQ(map.GatherPhotons({20.0, 0.0, 0.0}, 1.5, photons, kUp, kWhite, 0).x, 0.0);
+
+  // From behind the normal nothing counts, not even at distance 0.
+  photons[20].direction = {0.0, 0.0, 1.0};
+  EXPECT_DOUBLE_EQ(map.GatherPhotons({20.0, 0.0, 0.0}, 1.5, photons, kUp, kWhite, 100).x, 2.0 * (0.5 / 1.5));
+  // A tie keeps the photon met first: 19 on the near side, before 21.
+  photons[19].energy = {2.0, 2.0, 2.0};
+  EXPECT_DOUBLE_EQ(map.GatherPhotons({20.0, 0.0, 0.0}, 1.5, photons, kUp, kWhite, 1).x, 2.0 * (0.5 / 1.5));
+  photons[19].energy = {1.0, 1.0, 1.0};
+  photons[20].direction = {0.0, 0.0, -1.0};
+  // Radius 0 on the split plane still reaches the far side, where 20 lies.
+  EXPECT_TRUE(std::isnan(map.GatherPhotons({20.0, 0.0, 0.0}, 0.0, photons, kUp, kWhite, 100).x));
+
+  // The cube test includes its ends: radius 0 at the corner photon finds it,
+  // and its weight is 0 / 0. Beyond the box nothing is found.
+  EXPECT_TRUE(std::isnan(map.GatherPhotons({39.0, 0.0, 0.0}, 0.0, photons, kUp, kWhite, 100).x));
+  EXPECT_EQ(map.GatherPhotons({41.0, 0.0, 0.0}, 0.5, photons, kUp, kWhite, 100).x, 0.0);
+
+  // A list shorter than the tree: rows beyond it are skipped.
+  photons.resize(20);
+  EXPECT_DOUBLE_EQ(map.GatherPhotons({20.0, 0.0, 0.0}, 1.5, photons, kUp, kWhite, 100).x, 0.5 / 1.5);
+  photons.clear();
+  EXPECT_EQ(map.GatherPhotons({20.0, 0.0, 0.0}, 1.5, photons, kUp, kWhite, 100).x, 0.0);
+}
+
+TEST(PhotonMapGather, TiesOnTheSplitCoordinateAreFoundOnBothSides) {
+  // 17 photons at x = 0 and 23 at x = 1: the split at 1 leaves three x = 1
+  // photons on the left side.
+  std::vector<SWPhoton> photons;
+  for (int i = 0; i < 40; ++i) photons.push_back(Downward(i < 17 ? 0.0 : 1.0, 0.0125 * i, 0.0));
+  SWPhotonMap map;
+  map.Build(photons);
+  ASSERT_EQ(Words(map, 0).second, FloatBits(1.0f));
+  for (double x : {1.0, 1.0 + 1e-9, 1.0 - 1e-9, 0.5}) {
+    for (double y : {0.0, 0.2, 0.45}) {
+      const SCENE_VERTEX_XYZ_64 point = {x, y, 0.0};
+      ExpectSameLight(SumNearest(PhotonsInReach(photons, point, 0.6, kUp), photons, 0.6, kWhite, 1000),
+                      map.GatherPhotons(point, 0.6, photons, kUp, kWhite, 1000));
+    }
+  }
+}
+
+TEST(PhotonMapGather, MillionPhotonsMatchABruteForceSum) {
+  std::mt19937 random(7);
+  std::uniform_real_distribution<float> unit(0.0f, 1.0f);
+  // Positions exactly representable as floats, so that a split plane, which
+  // is stored as a float, never stands between a photon and its own side.
+  std::vector<SWPhoton> photons(1000000);
+  for (SWPhoton& photon : photons) {
+    SCENE_VERTEX_XYZ_64 d = {unit(random) - 0.5, unit(random) - 0.5, unit(random) - 0.5};
+    GetUnitVector(&d, &d);
+    photon = {{unit(random) * 10.0f, unit(random) * 10.0f, unit(random) * 2.0f},
+              d,
+              {unit(random) * 1e-3, unit(random) * 1e-3, unit(random) * 1e-3}};
+  }
+  SWPhotonMap map;
+  map.Build(photons);
+  size_t inLeaves = 0;
+  for (const SWPhotonNode& node : map.nodes) {
+    const uint32_t first = node.first;
+    if ((first & 3) == 3) inLeaves += uint32_t(node.second);
+  }
+  EXPECT_EQ(inLeaves, photons.size());
+
+  const SCENE_VERTEX_XYZ diffuse = {0.8f, 0.6f, 0.4f};
+  for (int query = 0; query < 24; ++query) {
+    const SCENE_VERTEX_XYZ_64 point = {unit(random) * 10.0, unit(random) * 10.0, unit(random) * 2.0};
+    SCENE_VERTEX_XYZ_64 normal = {unit(random) - 0.5, unit(random) - 0.5, unit(random) - 0.5};
+    GetUnitVector(&normal, &normal);
+    const double radius = 0.05 + 0.2 * unit(random);
+    const std::vector<GatherEntry> inReach = PhotonsInReach(photons, point, radius, normal);
+    for (uint64_t maxPhotons : {uint64_t(1), uint64_t(50), uint64_t(500), uint64_t(100000)}) {
+      ExpectSameLight(SumNearest(inReach, photons, radius, diffuse, maxPhotons),
+                      map.GatherPhotons(point, radius, photons, normal, diffuse, maxPhotons));
+    }
+  }
+}
