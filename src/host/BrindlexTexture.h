@@ -82,3 +82,63 @@ void ConvertStringToMatchTextureFileType(char* name, int type);
 // Power-of-two sizes for a texture of width x height, no larger than
 // `limit` on a side and never 0.
 void TexMapScalePow2(int width, int height, int limit, int& outWidth, int& outHeight);
+
+// ---------------------------------------------------------------------------
+// Compressed texture cache.
+//
+// Ready block-compressed pyramids lie in the folder "BrindlexCT" under the
+// system's temporary folder (GetTempPathA), one file per picture and
+// transparency mode: the picture's file name without its last extension,
+// then ".ct1" for an opaque texture (BC1 blocks) or ".ct2" for a
+// transparent one (BC2 blocks). Each file records the last-write time of
+// the picture it was made from; the reader refuses a file whose time is not
+// that of the picture as it is now. The file layout is told in
+// CompressedTextureCacheFile.cpp.
+// ---------------------------------------------------------------------------
+
+#pragma pack(push, 1)
+// One level of a pyramid in block-compressed form: blocks of 4 x 4 texels,
+// row after row of blocks, in the row order of the uncompressed levels
+// (bottom row of the picture first). One of the two block pointers is set.
+// A BC1 block is two little-endian RGB 5:6:5 colours and four bytes of
+// 2-bit indices; a BC2 block is four little-endian 16-bit rows of 4-bit
+// alphas, the first texel of a row in the top four bits, then a BC1 block.
+struct SW_BC_TEXTURE {
+  uint8_t (*bc1Blocks)[8];   // 8-byte blocks, or null
+  uint8_t (*bc2Blocks)[16];  // 16-byte blocks, or null
+  uint32_t width;            // in texels
+  uint32_t height;           // in texels
+  uint32_t blocksPerRow;
+};
+#pragma pack(pop)
+
+constexpr const char* kCompressedTextureCacheFolder = "BrindlexCT";
+
+// Reads a cache file written by WriteCompressedTextureArrayFile. Only when
+// the file is whole and undamaged and its stored time equals `sourceTime`
+// does it allocate the levels (new[], blocks and level array alike; see
+// DeleteCompressedTextureArray) and give them and their number. Otherwise
+// false, with the outputs untouched.
+bool ReadCompressedTextureArrayFile(const char* file, const FILETIME* sourceTime, SW_BC_TEXTURE** levels,
+                                    unsigned int* levelCount);
+
+// Writes `levelCount` levels, level 0 the largest, with `sourceTime` as the
+// time of their picture. All levels must use the same kind of block. The
+// file appears whole or not at all.
+bool WriteCompressedTextureArrayFile(const char* file, const FILETIME* sourceTime,
+                                     const SW_BC_TEXTURE* levels, unsigned int levelCount);
+
+// Deletes what the reader allocated: the block arrays, then the level array.
+void DeleteCompressedTextureArray(SW_BC_TEXTURE* levels, unsigned int levelCount);
+
+// Compresses one level of 8, 24 or 32 bits per pixel, row 0 first as the
+// surface gives its rows: into BC2 blocks when `withAlpha`, else into BC1
+// blocks with no transparent texel. False for an invalid surface or when
+// memory is short.
+bool CompressTextureLevel(const platform::PixelSurface& level, bool withAlpha, SW_BC_TEXTURE& compressed);
+
+// Puts a pyramid of `picturePath` into the cache: the levels of an opaque
+// texture as ".ct1", of a transparent one as ".ct2", stamped with the
+// picture's present last-write time. Makes the cache folder if needed.
+bool WriteCompressedTextureCache(const char* picturePath, bool transparent, const Brindlex_CImage* levels,
+                                 unsigned int levelCount);

@@ -3,5 +3,13 @@
 #include "BrindlexTexture.h"
 
 SWTexture::~SWTexture() {
+  Clear();
+}
+
+void SWTexture::Clear() {
   delete[] levels;
+  levels = nullptr;
+  DeleteCompressedTextureArray(compressedLevels, levelCount);
+  compressedLevels = nullptr;
+  levelCount = 0;
 }

@@ -1,18 +1,25 @@
-// One row of the texture table: a mip pyramid, level 0 the largest.
+// One row of the texture table: a mip pyramid, level 0 the largest, held
+// either as images or as block-compressed levels from the texture cache.
 #pragma once
 
 #include <cstdint>
 #include <string>
 
 class Brindlex_CImage;
+struct SW_BC_TEXTURE;
 
 struct SWTexture {
   std::string name;  // the full path it was loaded for
   uint32_t levelCount = 0;
-  Brindlex_CImage* levels = nullptr;  // array of levelCount, or null
+  Brindlex_CImage* levels = nullptr;          // array of levelCount, or null
+  SW_BC_TEXTURE* compressedLevels = nullptr;  // array of levelCount, or null
 
   SWTexture() = default;
   ~SWTexture();
   SWTexture(const SWTexture&) = delete;
   SWTexture& operator=(const SWTexture&) = delete;
+
+  // Deletes both pyramids; the name stays.
+  void Clear();
+  bool HasImage() const { return levelCount != 0 && (levels || compressedLevels); }
 };
