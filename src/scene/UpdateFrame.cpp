@@ -1,9 +1,117 @@
-// Bringing the engine's tables up to date with the host's scene.
+// Bringing the engine's tables up to date with the host's scene. A change
+// notification or a new frame tag rebuilds everything in a fixed order:
+// lights, materials, geometry and both trees, textures, default lighting.
+// Otherwise only the lights and the camera-bound state follow the host.
+#include "BrindlexViewMath.h"
+#include "BrindlexViewModel.h"
 #include "BrindlexViewRTRenderEngine.h"
+#include "CameraPosition.h"
+#include "SceneGraphTraversal.h"
+#include "brindlexutil.h"
 
-void RT_RENDER_ENGINE::UpdateFrame(ENVIRONMENT_3D_PROJECT*, ENVIRONMENT_3D_VIEW*, SCENE_GRAPH*, SCENE_LIGHTS*,
-                                   const SCENE_GRAPH_NODE_INTERFACE*, const char*, unsigned int, int64_t) {
-  // An engine without the tables of Initialize has no model to update. The
-  // update steps join here with the scene ingestion.
-  if (!kdTrees || !meshTables) return;
+void RT_RENDER_ENGINE::UpdateFrame(ENVIRONMENT_3D_PROJECT* project, ENVIRONMENT_3D_VIEW* view,
+                                   SCENE_GRAPH* sceneGraph, SCENE_LIGHTS* lights,
+                                   const SCENE_GRAPH_NODE_INTERFACE* horizonNode,
+                                   const char* horizonMaterialID, unsigned int materialOption,
+                                   int64_t frameTag) {
+  const uint32_t startTick = platform::GetTickCount();
+  VIEW_FILE_STATE* fileState = view ? view->GetViewFileState() : nullptr;
+  const SCENE_CAMERA_INFO* cameraInfo = fileState ? fileState->GetCameraInfo() : nullptr;
+  SCENE_GRAPH_NODE_INTERFACE* root = sceneGraph ? sceneGraph->GetSceneGraphNode("Scene Graph Root") : nullptr;
+  // Every later step needs the camera as well, so a view without one ends
+  // the call here too.
+  if (project && cameraInfo && root && kdTrees && meshTables) {
+    const SCENE_CAMERA_INFO camera = *cameraInfo;
+    bool aborted = false;
+
+    // Lights: offer every host light once per tag, then drain the sets.
+    if (!(engineFlags.IsSet(LightsSynced) && lastFrameTag == frameTag)) {
+      if (lights)
+        for (int i = 0; i < lights->GetNumberOfLightInstances(); ++i)
+          ModifyLightInstance(lights->GetLightInstance(i));
+      engineFlags.Set(LightsSynced);
+    }
+    if (lastFrameTag != frameTag && lightTable && lights) NoteLostLights(lights);
+    DrainRemovedLights();
+    DrainModifiedLights(lights);
+    ApplyAlternateLight();
+
+    MODE_RENDER_OPTIONS options;
+    view->GetCurrentRenderOptions(project, options);
+    bool rotateStale = true;
+    SCENE_MATRIX viewMatrix;
+    CalculateModelViewMatrix(&viewMatrix, &camera);
+
+    if (engineFlags.IsSet(RebuildScene) || lastFrameTag != frameTag) {
+      rotateStale = false;
+      kdTrees[0].Clear();
+      meshTables[0].Clear();
+      kdTrees[1].Clear();
+      meshTables[1].Clear();
+      ResetSceneBounds(sceneMin, sceneMax);
+      ReplaceMaterialRoots(project, view, materialOption);
+
+      PROJECT_HORIZON* horizon = project->GetProjectHorizon();
+      engineFlags.Assign(AutoHorizon, horizon && horizon->RenderAutoHorizon());
+      project->ReleaseProjectHorizon();
+      ClearSWMaterials();
+      if (!horizonNode || !horizonMaterialID) engineFlags.Clear(AutoHorizon);
+
+      BuildGeometryPass(0, view, root, horizonNode, horizonMaterialID, nullptr);
+      BuildGeometryPass(1, view, root, nullptr, nullptr, &viewMatrix);
+      PollAbort(aborted);
+      UpdateTextures(options, aborted);
+
+      if (options.DoLighting() && !options.DoCustomLighting() && defaultLights && !aborted)
+        SetDefaultLights(camera);
+      // Photon shooting joins here; until then the lists are emptied, as
+      // for a frame that shoots none.
+      directPhotons.clear();
+      indirectPhotons.clear();
+      if (defaultLights) {
+        dirtyShadowLights.insert(int32_t{defaultLights[0].number});
+        dirtyShadowLights.insert(int32_t{defaultLights[1].number});
+      }
+      if (lightTable)
+        for (const RTRendererLight* light : lightTable->lights)
+          if (light) dirtyShadowLights.insert(int32_t{light->number});
+      PollAbort(aborted);
+      if (!aborted) engineFlags.Clear(RebuildScene);
+    }
+
+    if (!aborted && options.DoLighting() && !options.DoCustomLighting() && defaultLights) {
+      FollowCameraWithDefaultLight(camera);
+      if (!engineFlags.IsSet(CameraUnderCover)) {
+        directPhotons.clear();
+        indirectPhotons.clear();
+      }
+      PollAbort(aborted);
+    }
+    if (!aborted && options.DoLighting() && options.DoCustomLighting() && headlight) {
+      SetHeadlight(options, camera);
+      PollAbort(aborted);
+    }
+    if (UpdateShadowMaps(options, camera, aborted)) rotateStale = true;
+
+    if (rotateStale) {
+      kdTrees[1].Clear();
+      meshTables[1].Clear();
+      BuildGeometryPass(1, view, root, nullptr, nullptr, &viewMatrix);
+    }
+    lastFrameTag = frameTag;
+  }
+  debugOS << "UpdateFrame Time = " << (platform::GetTickCount() - startTick) / 1000.0 << " seconds"
+          << std::endl;
+}
+
+void RT_RENDER_ENGINE::BuildGeometryPass(int pass, ENVIRONMENT_3D_VIEW* view,
+                                         SCENE_GRAPH_NODE_INTERFACE* root,
+                                         const SCENE_GRAPH_NODE_INTERFACE* horizonNode,
+                                         const char* horizonMaterialID, const SCENE_MATRIX* viewMatrix) {
+  SceneGraphTraversalInitializeSWMeshes traversal(
+      &meshTables[pass], &materialRoots, &swMaterials, &materialIndexByNode, horizonNode, horizonMaterialID,
+      pass == 1, viewMatrix, view->GetProjectionType(), &sceneMin, &sceneMax, root);
+  TraverseSceneGraph(root, &traversal);
+  kdTrees[pass].Build(&meshTables[pass], workQueue, queueLock, renderThreads, wakeSemaphore, doneSemaphore,
+                      shouldAbortFunction, shouldAbortContext);
 }

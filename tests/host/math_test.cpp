@@ -92,6 +92,21 @@ TEST(Matrices, InverseTimesMatrixIsIdentityAndSingularIsRefused) {
   untouched.m[3] = 42.0;
   EXPECT_FALSE(GetInverseMatrix(&singular, &untouched));
   EXPECT_EQ(untouched.m[3], 42.0);
+
+  // A view far from the origin, as of a model in millimetres, is no less
+  // invertible for its large translation: the inverse moves back.
+  SCENE_MATRIX_64 far, back;
+  const SCENE_VERTEX_XYZ_64 offset{25000.0, -40000.0, 1.0e6};
+  CalculateTranslationMatrix(&offset, &far);
+  ASSERT_TRUE(GetInverseMatrix(&far, &back));
+  EXPECT_EQ(back.m[12], -25000.0);
+  EXPECT_EQ(back.m[13], 40000.0);
+  EXPECT_EQ(back.m[14], -1.0e6);
+  // Nor is the projection of a flat floor seen face on, whose near and far
+  // planes lie close together: unprojecting a pixel needs its inverse.
+  SCENE_MATRIX_64 thin, thinInverse;
+  ASSERT_TRUE(CalculatePerspectiveProjectionMatrixFOVRH(&thin, 0.1, 1.0, 99.999, 100.001));
+  EXPECT_TRUE(GetInverseMatrix(&thin, &thinInverse));
 }
 
 TEST(Transforms, ProductOrderPointsDirectionsAndHomogeneous) {

@@ -23,6 +23,18 @@ class EngineTestAccess {
   long WakeCount() const { return engine->wakeSemaphore->Count(); }
   bool HasTables() const { return engine->kdTrees && engine->meshTables && engine->lightTable; }
   const RTRendererLight* Headlight() const { return engine->headlight; }
+  KDTree& Tree(int i) { return engine->kdTrees[i]; }
+  SWMeshTable& MeshTable(int i) { return engine->meshTables[i]; }
+  RTLightTable& Lights() { return *engine->lightTable; }
+  int64_t LastFrameTag() const { return engine->lastFrameTag; }
+  std::vector<SWTexture*>& Textures() { return engine->textures; }
+  uint32_t BackgroundTexture() const { return engine->backgroundTexture; }
+  std::vector<SWMaterialEntry>& SWMaterials() { return engine->swMaterials; }
+  std::map<std::string, uint32_t>& OpaqueTextureIndex() { return engine->opaqueTextureIndex; }
+  std::map<std::string, uint32_t>& TransparentTextureIndex() { return engine->transparentTextureIndex; }
+  std::vector<SWShadowMap*>& ShadowMapsSingle() { return engine->shadowMapsSingle; }
+  std::map<int32_t, int32_t>& ShadowMapIndexSingle() { return engine->shadowMapIndexSingle; }
+  std::set<int32_t>& DirtyShadowLights() { return engine->dirtyShadowLights; }
 
   // Pushes a batch under the queue lock, as a producer does.
   void Push(const std::vector<WorkItem>& items) {

@@ -8,9 +8,10 @@
 namespace {
 
 // A matrix counts as singular when its determinant is below this fraction of
-// the determinant that its largest element would give on the diagonal. The
-// ratio does not change when the whole matrix is scaled, so tiny and huge
-// scenes are judged alike.
+// the product of its column lengths, the largest the determinant of such
+// columns can be. The ratio does not change when the matrix is scaled, nor
+// with the size of a translation, so a camera far from the origin is judged
+// like one near it.
 constexpr double kSingularRatio = 1e-12;
 
 template <typename M>
@@ -23,10 +24,14 @@ void Identity(M* out) {
 template <typename M>
 bool Invert(const M& in, M* out) {
   double a[16];
-  double largest = 0.0;
-  for (int i = 0; i < 16; ++i) {
-    a[i] = in.m[i];
-    largest = std::max(largest, std::fabs(a[i]));
+  double columnLengths = 1.0;
+  for (int column = 0; column < 4; ++column) {
+    double squares = 0.0;
+    for (int row = 0; row < 4; ++row) {
+      a[column * 4 + row] = in.m[column * 4 + row];
+      squares += a[column * 4 + row] * a[column * 4 + row];
+    }
+    columnLengths *= std::sqrt(squares);
   }
   // The inverse of the transpose is the transpose of the inverse, so the
   // expansion can read the array as rows and write it the same way. The
@@ -39,8 +44,7 @@ bool Invert(const M& in, M* out) {
   const double c3 = e(2, 1) * e(3, 2) - e(3, 1) * e(2, 2), c2 = e(2, 0) * e(3, 3) - e(3, 0) * e(2, 3);
   const double c1 = e(2, 0) * e(3, 2) - e(3, 0) * e(2, 2), c0 = e(2, 0) * e(3, 1) - e(3, 0) * e(2, 1);
   const double det = s0 * c5 - s1 * c4 + s2 * c3 + s3 * c2 - s4 * c1 + s5 * c0;
-  const double scale = largest * largest * largest * largest;
-  if (!(std::fabs(det) > kSingularRatio * scale)) return false;  // also catches not-a-number
+  if (!(std::fabs(det) > kSingularRatio * columnLengths)) return false;  // also catches not-a-number
 
   const double r = 1.0 / det;
   double inv[16];

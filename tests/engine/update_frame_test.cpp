@@ -1,0 +1,302 @@
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "BrindlexTexture.h"
+#include "EngineTestAccess.h"
+#include "LogCapture.h"
+#include "SWTexture.h"
+#include "SceneTestAccess.h"
+
+using namespace scene_test;
+
+namespace {
+
+// A 2 x 2 picture of one colour, written where the engine looks for textures.
+void WritePicture(const std::string& path, uint8_t shade) {
+  std::vector<uint8_t> pixels(2 * 2 * 4, shade);
+  platform::PixelSurface surface{2, 2, 32, pixels.data(), 8};
+  ASSERT_TRUE(SavePictureFile(path.c_str(), surface, PictureFileFormat::Png));
+}
+
+class UpdateFrameTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    folder = ::testing::TempDir() + "update_frame_" +
+             std::to_string(::testing::UnitTest::GetInstance()->random_seed()) + "/";
+    std::string command = "mkdir -p " + folder;
+    ASSERT_EQ(std::system(command.c_str()), 0);
+    engine->Initialize(folder.c_str(), "", "", "", nullptr, nullptr);
+    materials = project.CreateMaterialRoot(0);
+    SetCamera({0, -20, 10});
+  }
+  void TearDown() override {
+    engine->Release();
+    std::string command = "rm -rf " + folder;
+    std::system(command.c_str());
+  }
+
+  void SetCamera(SCENE_VERTEX_XYZ eye) {
+    view->GetViewFileState()->SetCameraInfo({eye, {0, 0, 0}, 45, 10, 0});
+  }
+  MODE_RENDER_OPTIONS& Options() { return view->GetRenderOptions(); }
+  void Update(int64_t tag) {
+    engine->UpdateFrame(&project, view, project.GetSceneGraph(), project.GetSceneLights(), nullptr, nullptr,
+                        0, tag);
+  }
+  MATERIAL_3D_NODE* TexturedMaterial(const char* id, const char* file, bool transparent) {
+    MATERIAL_3D_NODE* node = Material(materials, id);
+    TEXTURE_LINK link;
+    link.SetTextureLinkFullFileName(file);
+    link.SetTransparent(transparent);
+    node->SetTextureLink(&link);
+    return node;
+  }
+  void AddMesh(const char* material, bool rotateToCamera = false) {
+    SCENE_GRAPH_NODE* group = Group(root, material, material);
+    group->GetNodeGroupData()->SetGroupRotateToCamera(rotateToCamera);
+    group->AddChildNode(MeshNode("mesh"));
+  }
+  uint32_t TextureRowOf(size_t materialRow) { return access.SWMaterials()[materialRow].textureIndex; }
+
+  std::string folder;
+  RT_RENDER_ENGINE* engine = static_cast<RT_RENDER_ENGINE*>(CreateRenderEngine());
+  EngineTestAccess access{engine};
+  ENVIRONMENT_3D_PROJECT project;
+  ENVIRONMENT_3D_VIEW* view = project.GetView(0);
+  SCENE_GRAPH_NODE_INTERFACE* root = project.GetSceneGraph()->GetSceneGraphNode("Scene Graph Root");
+  MATERIAL_3D_NODE* materials = nullptr;
+};
+
+}  // namespace
+
+TEST_F(UpdateFrameTest, MissingHostObjectsOnlyLog) {
+  LogCapture log;
+  engine->UpdateFrame(nullptr, view, project.GetSceneGraph(), nullptr, nullptr, nullptr, 0, 5);
+  engine->UpdateFrame(&project, view, nullptr, nullptr, nullptr, nullptr, 0, 6);
+  EXPECT_EQ(access.LastFrameTag(), 0);
+  std::vector<std::string> lines = log.Lines();
+  ASSERT_EQ(lines.size(), 2u);
+  for (const std::string& line : lines) {
+    EXPECT_EQ(line.rfind("UpdateFrame Time = ", 0), 0u) << line;
+    EXPECT_EQ(line.substr(line.size() - 8), " seconds") << line;
+  }
+}
+
+TEST_F(UpdateFrameTest, CameraMoveRebuildsOnlyTheRotateToCameraPair) {
+  Material(materials, "Wall");
+  AddMesh("Wall");
+  AddMesh("Wall", true);
+  Update(1);
+  EXPECT_FALSE(access.Flags().IsSet(RebuildScene));
+  ASSERT_EQ(access.MeshTable(0).instances.size(), 1u);
+  ASSERT_EQ(access.MeshTable(1).instances.size(), 1u);
+  ASSERT_FALSE(access.Tree(0).nodes.empty());
+  const std::vector<KDNode> nodes = access.Tree(0).nodes;
+  const KDNode* nodeStorage = access.Tree(0).nodes.data();
+  // A marker that only a rebuild of the ordinary table would wipe out.
+  access.MeshTable(0).transforms.push_back(access.MeshTable(0).transforms[0]);
+  const SCENE_VERTEX_XYZ before = access.MeshTable(1).meshes[0].vertices[1].position;
+
+  SetCamera({20, 0, 10});
+  Update(1);
+  EXPECT_EQ(access.MeshTable(0).transforms.size(), 2u);
+  EXPECT_EQ(access.Tree(0).nodes.data(), nodeStorage);
+  ASSERT_EQ(access.Tree(0).nodes.size(), nodes.size());
+  for (size_t i = 0; i < nodes.size(); ++i) {
+    EXPECT_EQ(uint32_t(access.Tree(0).nodes[i].childAndAxis), uint32_t(nodes[i].childAndAxis));
+    EXPECT_EQ(uint32_t(access.Tree(0).nodes[i].splitOrCount), uint32_t(nodes[i].splitOrCount));
+  }
+  // The billboard turned to the new camera.
+  const SCENE_VERTEX_XYZ after = access.MeshTable(1).meshes[0].vertices[1].position;
+  EXPECT_FALSE(before.x == after.x && before.y == after.y);
+
+  engine->ModifyAllMaterialTypes();
+  Update(1);
+  EXPECT_EQ(access.MeshTable(0).transforms.size(), 1u);  // the full rebuild came back
+}
+
+TEST_F(UpdateFrameTest, LightsFollowTheHostAcrossTagsAndShutDownModel) {
+  SCENE_LIGHTS* lights = project.GetSceneLights();
+  SCENE_LIGHT_DEFINITION bulb{};
+  bulb.flags = LightEnabled;
+  const int definition = lights->AddLightDefinition(bulb);
+  const int first = lights->AddLightInstance(definition, nullptr);
+  const int second = lights->AddLightInstance(definition, nullptr);
+  Update(1);
+  EXPECT_EQ(access.Lights().lights.size(), 2u);
+
+  lights->RemoveLightInstance(second);
+  Update(1);  // the same tag asks for no lost lights
+  EXPECT_EQ(access.Lights().lights.size(), 2u);
+  Update(2);
+  ASSERT_EQ(access.Lights().lights.size(), 1u);
+  EXPECT_EQ(int(access.Lights().lights[0]->number), first);
+
+  engine->ShutDownModel();
+  EXPECT_TRUE(access.Lights().lights.empty());
+  Update(2);  // unchanged tag, yet everything comes back
+  EXPECT_EQ(access.Lights().lights.size(), 1u);
+  EXPECT_FALSE(access.Flags().IsSet(RebuildScene));
+}
+
+TEST_F(UpdateFrameTest, TexturesAreSharedKeptApartByTransparencyAndRowsReused) {
+  WritePicture(folder + "wood.png", 100);
+  WritePicture(folder + "glass.png", 200);
+  WritePicture(folder + "sky.png", 50);
+  TexturedMaterial("Floor", "wood.png", false);
+  TexturedMaterial("Table", "wood.png", false);
+  MATERIAL_3D_NODE* pane = TexturedMaterial("Pane", "wood.png", true);
+  TexturedMaterial("Lost", "missing.png", false);
+  for (const char* id : {"Floor", "Table", "Pane", "Lost"}) AddMesh(id);
+  Options().SetUseBackgroundTexture(true);
+  Options().SetBackgroundTextureName("sky.png");
+  Update(1);
+
+  ASSERT_EQ(access.SWMaterials().size(), 4u);
+  EXPECT_EQ(TextureRowOf(0), TextureRowOf(1));  // one file, loaded once
+  EXPECT_NE(TextureRowOf(2), TextureRowOf(0));  // transparent use: its own row
+  EXPECT_EQ(TextureRowOf(3), 0xFFFFFFFFu);
+  ASSERT_EQ(access.Textures().size(), 3u);
+  const uint32_t sky = access.BackgroundTexture();
+  ASSERT_LT(sky, 3u);
+  const uint32_t paneRow = TextureRowOf(2);
+
+  // The pane now shows glass: the transparent wood goes and its row is reused.
+  TEXTURE_LINK glass = *pane->GetTextureLink();
+  glass.SetTextureLinkFullFileName("glass.png");
+  pane->SetTextureLink(&glass);
+  // The background is named in other letters and its file is gone: it is
+  // the same picture and must not be read again.
+  Options().SetBackgroundTextureName("SKY.PNG");
+  std::remove((folder + "sky.png").c_str());
+  engine->ModifyAllMaterialTypes();
+  Update(1);
+  EXPECT_EQ(TextureRowOf(2), paneRow);
+  EXPECT_EQ(access.Textures()[paneRow]->name, folder + "glass.png");
+  EXPECT_EQ(access.TransparentTextureIndex().count(folder + "wood.png"), 0u);
+  EXPECT_EQ(access.BackgroundTexture(), sky);
+  ASSERT_NE(access.Textures()[sky], nullptr);
+  EXPECT_EQ(access.Textures().size(), 3u);
+
+  // No background and no pane any more: their rows are freed, left null.
+  Options().SetUseBackgroundTexture(false);
+  pane->SetTextureLink(nullptr);
+  engine->ModifyAllMaterialTypes();
+  Update(1);
+  EXPECT_EQ(access.BackgroundTexture(), 0xFFFFFFFFu);
+  EXPECT_EQ(access.Textures()[sky], nullptr);
+  EXPECT_EQ(access.Textures()[paneRow], nullptr);
+  EXPECT_NE(access.Textures()[TextureRowOf(0)], nullptr);
+}
+
+namespace {
+// Nine lights that cast shadows, at the given positions, numbered 0 to 8.
+void AddShadowLights(SCENE_LIGHTS* lights, const std::vector<SCENE_VERTEX_XYZ>& positions) {
+  for (const SCENE_VERTEX_XYZ& position : positions) {
+    SCENE_LIGHT_DEFINITION light{};
+    light.type = 1;
+    light.flags = LightEnabled | LightCastsShadows;
+    light.position = position;
+    lights->AddLightInstance(lights->AddLightDefinition(light), nullptr);
+  }
+}
+}  // namespace
+
+class ShadowChoiceTest : public UpdateFrameTest {
+ protected:
+  void SetUp() override {
+    UpdateFrameTest::SetUp();
+    view->GetViewFileState()->SetCameraInfo({{0, 0, 0}, {1, 0, 0}, 45, 10, 0});
+    Options().SetCustomLighting(true);
+    Options().SetDisplayShadows(true);
+    Options().SetRayTracedSoftShadows(true);
+    Options().SetCalculateAllShadows(false);
+  }
+  // Gives every light a map, as if all had been drawn, and runs an update.
+  std::set<int32_t> MapsKeptAfterUpdate() {
+    access.DirtyShadowLights().clear();
+    for (int32_t number = 0; number < 9; ++number) {
+      access.ShadowMapIndexSingle()[number] = number;
+      access.ShadowMapsSingle().push_back(new SWShadowMap(1, 1));
+    }
+    Update(1);
+    std::set<int32_t> kept;
+    for (const auto& entry : access.ShadowMapIndexSingle()) kept.insert(entry.first);
+    return kept;
+  }
+};
+
+TEST_F(ShadowChoiceTest, TheFarthestOfNineLightsLosesItsMap) {
+  std::vector<SCENE_VERTEX_XYZ> positions;
+  for (int i = 0; i < 9; ++i) positions.push_back({0, 0, 10.0f + i});  // light 8 is farthest
+  AddShadowLights(project.GetSceneLights(), positions);
+  Update(1);
+  const std::set<int32_t> kept = MapsKeptAfterUpdate();
+  EXPECT_EQ(kept, (std::set<int32_t>{0, 1, 2, 3, 4, 5, 6, 7}));
+  EXPECT_EQ(access.ShadowMapsSingle()[8], nullptr);
+  EXPECT_EQ(access.DirtyShadowLights(), std::set<int32_t>{8});
+}
+
+TEST_F(ShadowChoiceTest, ATieNeverDisplacesAChosenLight) {
+  // All nine exactly 10 away: the first eight rows keep their maps.
+  AddShadowLights(project.GetSceneLights(), {{10, 0, 0},
+                                             {-10, 0, 0},
+                                             {0, 10, 0},
+                                             {0, -10, 0},
+                                             {0, 0, 10},
+                                             {0, 0, -10},
+                                             {6, 8, 0},
+                                             {8, 6, 0},
+                                             {0, 6, 8}});
+  Update(1);
+  EXPECT_EQ(MapsKeptAfterUpdate(), (std::set<int32_t>{0, 1, 2, 3, 4, 5, 6, 7}));
+}
+
+namespace {
+struct AbortAtPoll {
+  int polls = 0;
+  int abortFrom = 0;  // 0: never
+};
+bool PollCounter(void* context) {
+  auto* abort = static_cast<AbortAtPoll*>(context);
+  ++abort->polls;
+  return abort->abortFrom > 0 && abort->polls >= abort->abortFrom;
+}
+}  // namespace
+
+TEST_F(UpdateFrameTest, AnAbortAtAnyPollLeavesARebuildForTheNextCall) {
+  WritePicture(folder + "wood.png", 100);
+  for (const char* id : {"A", "B", "C"}) {
+    TexturedMaterial(id, "wood.png", false);
+    AddMesh(id);
+  }
+  AbortAtPoll counter;
+  engine->SetShouldAbortRenderFunction(&PollCounter, &counter);
+  Update(1);
+  const int polls = counter.polls;  // a whole rebuild, never aborted
+  const size_t leaves = access.Tree(0).leafTriangles.size();
+  ASSERT_GT(polls, 5);
+
+  // The polls of an update without changes also follow a rebuild's end.
+  counter = {0, 0};
+  Update(1);
+  const int tail = counter.polls;
+  ASSERT_LT(tail, polls);
+  for (int n = 1; n <= polls - tail; ++n) {
+    engine->ModifyAllMaterialTypes();
+    counter = {0, n};
+    Update(100 + n);
+    EXPECT_TRUE(access.Flags().IsSet(RebuildScene)) << "abort at poll " << n;
+    EXPECT_EQ(access.LastFrameTag(), 100 + n);
+    counter = {0, 0};
+    Update(100 + n);
+    EXPECT_FALSE(access.Flags().IsSet(RebuildScene)) << "after abort at poll " << n;
+    EXPECT_EQ(access.Tree(0).leafTriangles.size(), leaves);
+    EXPECT_EQ(TextureRowOf(0), TextureRowOf(2));
+    ASSERT_NE(TextureRowOf(0), 0xFFFFFFFFu);
+  }
+  engine->SetShouldAbortRenderFunction(nullptr, nullptr);
+}
