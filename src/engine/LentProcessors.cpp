@@ -46,12 +46,14 @@ bool RT_RENDER_ENGINE::TraceBlockPixels(SWRT_RENDER_THREAD_DATA* data, SCENE_VER
     if (idleCoreAvailable && helpers + 1u < n && coreTokenSemaphore) {
       bool tookToken = false;
       while (helpers < n && coreTokenSemaphore->TryWait()) {
-        if (!tookToken) {
+        // Only the block's first helpers set the counter up: later ones
+        // join a counter and arrays that running helpers already use.
+        if (!helperData) {
           pixelCounter = i;
           helperData.reset(new RaytraceBlockThreadData[n]);
           helperThreads.reset(new std::unique_ptr<platform::Thread>[n]);
-          tookToken = true;
         }
+        tookToken = true;
         RaytraceBlockThreadData& helper = helperData[helpers];
         helper = {0, this, *data, &pixelCounter, samples, &abort, tracer};
         helperThreads[helpers] = platform::Thread::Create(&RaytraceBlockThread, &helper);

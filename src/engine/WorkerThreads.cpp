@@ -129,10 +129,12 @@ void RT_RENDER_ENGINE::RunWorkItem(const WorkItem& item, bool& abort) {
       RunRenderJob(*static_cast<SWRT_RENDER_THREAD_DATA*>(item.payload), abort);
       break;
     case RT_JOB_KDTREE_BUILD: {
-      // The job's own abort poll decides whether the node is built; the
-      // build step joins with the kd-tree builder.
-      const KDBuildJob* job = static_cast<const KDBuildJob*>(item.payload);
-      if (job->shouldAbort) job->shouldAbort(job->abortContext);
+      // The job's own abort poll decides whether the node is built. A dropped
+      // job still ends in this worker's one post of doneSemaphore, so the
+      // build's count comes out.
+      KDBuildJob* job = static_cast<KDBuildJob*>(item.payload);
+      const bool dropped = job->shouldAbort && job->shouldAbort(job->abortContext);
+      if (!dropped && job->tree) KDTree::BuildStep(job, workQueue, queueLock, wakeSemaphore);
       break;
     }
     case RT_JOB_SHOOT_PHOTONS:
@@ -153,7 +155,14 @@ bool RT_RENDER_ENGINE::RenderJobCanRun(const SWRT_RENDER_THREAD_DATA& data) cons
 void RT_RENDER_ENGINE::RunRenderJob(SWRT_RENDER_THREAD_DATA& data, bool& abort) {
   if (!RenderJobCanRun(data)) return;
   if (data.workKind == RT_WORK_RAYTRACE_BLOCK || data.workKind > RT_WORK_DISTRIBUTED) {
-    if (ShouldAbort()) abort = true;
+    if (ShouldAbort()) {
+      abort = true;
+      return;
+    }
+    // A block that failed while nobody asks to abort costs only itself.
+    if (!RaytraceBlock(&data, nullptr, 0) && ShouldAbort()) abort = true;
+  } else if (data.workKind == RT_WORK_DISTRIBUTED) {
+    RunDistributedJob(data, abort);
   }
 }
 

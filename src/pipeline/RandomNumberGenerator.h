@@ -1,0 +1,30 @@
+// Random numbers of the engine: the operating system's secure source, or a
+// seeded MT19937 where a result must repeat.
+#pragma once
+
+#include <cstdint>
+#include <random>
+
+#include "SceneRecords.h"
+
+// The operating system's secure random source: one unsigned 32-bit value in
+// `value`. 0 on success; otherwise an errno value, and `value` is 0.
+int rand_s(unsigned int* value);
+
+class RT_RANDOM_NUMBER_GENERATOR {
+ public:
+  // With `useSystemRandom` every draw comes from rand_s and `seed` is not
+  // read; otherwise the MT19937 sequence of `seed`.
+  RT_RANDOM_NUMBER_GENERATOR(bool useSystemRandom, unsigned int seed);
+
+  // A double from 0 to 1, both included.
+  double RandomUnit();
+  // A unit vector from a point of the cube from -1 to 1, each axis
+  // (RandomUnit - 0.5) * 2.0 in x, y, z order: not uniform over the sphere,
+  // the corners' directions are likelier.
+  SCENE_VERTEX_XYZ_64 RandomUnitVector();
+
+ private:
+  bool useSystemRandom;
+  std::mt19937 generator;  // default seed 5489
+};

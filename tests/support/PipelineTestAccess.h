@@ -1,0 +1,69 @@
+// Reaches the frame pipeline's internals for its tests: the frame buffer,
+// the camera of a frame, the queue of blocks and a block's finish step.
+#pragma once
+
+#include <vector>
+
+#include "BrindlexViewRTRenderEngine.h"
+#include "FrameBufferGuard.h"
+#include "GdiPlus.h"
+
+class PipelineTestAccess {
+ public:
+  explicit PipelineTestAccess(RT_RENDER_ENGINE* engine) : engine(engine) {}
+
+  EngineFlags& Flags() { return engine->engineFlags; }
+  uint32_t FrameWidth() const { return engine->frameWidth; }
+  uint32_t FrameHeight() const { return engine->frameHeight; }
+  Gdiplus::Bitmap* FrameBitmap() const { return engine->frameBitmap; }
+  SCENE_VERTEX_XYZW* FrameHDR() const { return engine->frameHDRBuffer; }
+
+  // The frame bitmap's pixel as 0xAARRGGBB.
+  uint32_t BitmapPixel(int x, int y) const {
+    platform::PixelSurface surface = engine->frameBitmap->Surface();
+    const uint8_t* p = surface.Row(y) + 4 * x;
+    return p[0] | p[1] << 8 | p[2] << 16 | uint32_t(p[3]) << 24;
+  }
+  // Paints the whole frame bitmap in one colour, 0xAARRGGBB.
+  void FillBitmap(uint32_t argb) {
+    FrameBufferGuard guard(*engine);
+    platform::PixelSurface surface = engine->frameBitmap->Surface();
+    for (int y = 0; y < surface.height; ++y)
+      for (int x = 0; x < surface.width; ++x)
+        for (int b = 0; b < 4; ++b) surface.Row(y)[4 * x + b] = uint8_t(argb >> (8 * b));
+  }
+  void FillHDR(const SCENE_VERTEX_XYZW& color) {
+    FrameBufferGuard guard(*engine);
+    for (size_t i = 0; i < size_t(engine->frameWidth) * engine->frameHeight; ++i)
+      engine->frameHDRBuffer[i] = color;
+  }
+
+  bool SetUpFrameCamera(ENVIRONMENT_3D_VIEW* view, SCENE_GRAPH* scene, const RECT& viewRect,
+                        const RECT& tileRect, const MODE_RENDER_OPTIONS* options, SCENE_VERTEX_XYZ* cubeEye,
+                        int cubeFace, SWRT_RENDER_THREAD_DATA& frame) {
+    return engine->SetUpFrameCamera(view, scene, viewRect, tileRect, options, cubeEye, cubeFace, frame);
+  }
+  // Queues a frame's blocks without waking the workers, and takes them
+  // back off the queue in order.
+  std::vector<SWRT_RENDER_THREAD_DATA> QueuedBlocks(const SWRT_RENDER_THREAD_DATA& frame,
+                                                    const RECT& tileRect) {
+    engine->QueueFrameBlocks(frame, tileRect);
+    std::vector<SWRT_RENDER_THREAD_DATA> blocks;
+    platform::CriticalSectionGuard guard(engine->queueLock);
+    for (const WorkItem& item : engine->workQueue) {
+      const auto* block = static_cast<const SWRT_RENDER_THREAD_DATA*>(item.payload);
+      blocks.push_back(*block);
+      delete block;
+    }
+    engine->workQueue.clear();
+    return blocks;
+  }
+  bool FinishBlock(const SWRT_RENDER_THREAD_DATA& data, const SCENE_VERTEX_XYZW* samples) {
+    FrameBufferGuard guard(*engine);
+    return engine->FinishBlock(data, samples);
+  }
+  long CoreTokens() const { return engine->coreTokenSemaphore->Count(); }
+
+ private:
+  RT_RENDER_ENGINE* engine;
+};
