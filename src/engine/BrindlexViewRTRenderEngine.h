@@ -18,6 +18,7 @@
 #include "KDTree.h"
 #include "LightTable.h"
 #include "RayIntersection.h"
+#include "PixelRays.h"
 #include "RenderThreadData.h"
 #include "SWMaterialEntry.h"
 #include "SWMeshTable.h"
@@ -27,6 +28,7 @@
 class MATERIAL_3D_NODE;
 struct SWTexture;
 struct SWRT_SHOOT_PHOTONS_THREAD_DATA;
+class RT_RANDOM_NUMBER_GENERATOR;
 
 // Creates one engine with reference count 1; null when memory is short.
 extern "C" RENDER_ENGINE_INTERFACE* CreateRenderEngine();
@@ -104,22 +106,305 @@ class RT_RENDER_ENGINE : public RT_RENDER_ENGINE_BASE, public RENDER_PROGRESS_IN
   void WaitForCompletion();
   void ClearWorkToDo();
 
- // ---- Scene ingestion: materials, lights, meshes (src/scene) ----
+  // ---- Scene ingestion: materials, lights, meshes (src/scene) ----
+  // Deletes the engine's material trees and copies the host's roots in
+  // their place (key by key; a null root leaves its key out).
+  void ReplaceMaterialRoots(ENVIRONMENT_3D_PROJECT* project, ENVIRONMENT_3D_VIEW* view,
+                            unsigned int materialOption);
+  // Empties swMaterials and materialIndexByNode, before the walks refill them.
+  void ClearSWMaterials();
 
+  // Adds to removedLights every table light that `lights` no longer knows.
+  void NoteLostLights(SCENE_LIGHTS* lights);
+  // Removes every light of removedLights from the table and marks its
+  // shadow map dirty; empties the set.
+  void DrainRemovedLights();
+  // Copies every light of modifiedLights that `lights` still knows into the
+  // table and marks it dirty; empties the set. Without `lights` or a table
+  // the set waits.
+  void DrainModifiedLights(SCENE_LIGHTS* lights);
+  // While AlternateLightActive is set, the alternate light stands in the
+  // table for its number; it is applied after the modified lights.
+  void ApplyAlternateLight();
+
+  // Sets both default lights for the camera and runs the upward test.
+  void SetDefaultLights(const SCENE_CAMERA_INFO& camera);
+  // Moves default light 0 to the camera if it moved, and then repeats the
+  // upward test.
+  void FollowCameraWithDefaultLight(const SCENE_CAMERA_INFO& camera);
+  // CameraUnderCover: whether a ray from default light 0, which stands at
+  // the eye, straight up hits geometry.
+  void TestCameraUnderCover();
+  // Enables the headlight at the camera with the options' level, or
+  // disables it when the options turn it off or give level 0.
+  void SetHeadlight(const MODE_RENDER_OPTIONS& options, const SCENE_CAMERA_INFO& camera);
+
+  // Follows a hit back to its material row and world-space vertices.
+  SWHitSurfaceStatus ResolveHitSurface(const SWRayIntersectionResult& hit, SWHitSurface& surface) const;
   // ---- end of scene ingestion ----
+
+  // ---- Scene update (src/scene/Update*.cpp) ----
+  // The ordinary or the rotate-to-camera walk into its mesh table, then the
+  // build of its tree on the workers.
+  void BuildGeometryPass(int pass, ENVIRONMENT_3D_VIEW* view, SCENE_GRAPH_NODE_INTERFACE* root,
+                         const SCENE_GRAPH_NODE_INTERFACE* horizonNode, const char* horizonMaterialID,
+                         const SCENE_MATRIX* viewMatrix);
+  // Brings the texture table in line with the materials: keeps what is still
+  // used, loads what is new, frees the rest. Polls abort into `aborted`.
+  void UpdateTextures(const MODE_RENDER_OPTIONS& options, bool& aborted);
+  // Decides which lights keep shadow maps and marks the others dirty.
+  // Returns whether shadow work turned the rotate-to-camera pair away.
+  bool UpdateShadowMaps(const MODE_RENDER_OPTIONS& options, const SCENE_CAMERA_INFO& camera, bool& aborted);
+  void PollAbort(bool& aborted) const {
+    if (ShouldAbort()) aborted = true;
+  }
+  // ---- end of scene update ----
 
   // ---- Ray queries and photon store (src/accel, src/photons) ----
   // The nearest hit of both trees; true if any triangle was hit.
   bool IntersectSWGeometry(const SCENE_VERTEX_XYZ_64& origin, const SCENE_VERTEX_XYZ_64& direction,
-                           const SCENE_VERTEX_XYZ_64& inverseDirection, SWRayIntersectionResult& result) const;
+                           const SCENE_VERTEX_XYZ_64& inverseDirection,
+                           SWRayIntersectionResult& result) const;
   // ---- end of ray queries ----
 
   // ---- Textures (src/textures) ----
+  // One filtered colour of row `textureId` of `textures` at (u, v); the
+  // four derivatives are the change of u and v across the pixel, all zero
+  // for level 0. `color` is left alone for a row without an image.
+  void SampleSWTexture(unsigned int textureId, float u, float v, float dudx, float dvdx, float dudy,
+                       float dvdy, SCENE_VERTEX_XYZW& color) const;
 
+ private:
+  // Loads a picture, or its cached compressed pyramid, into row `slot`;
+  // true when the row holds a usable texture.
+  bool LoadSWTexture(unsigned int slot, const char* path, bool transparent, const char* maskPath);
+  // Makes a normal map from the height picture, else from the colour
+  // picture, into row `slot`, named `colorPath`.
+  bool LoadSWNormalHeightMapTexture(unsigned int slot, const char* colorPath, const char* heightPath);
+  // Takes the cached compressed pyramid of `path` if there is one made
+  // from the picture as it is now on disk.
+  bool ReadCompressedTextureCache(SWTexture& record, const char* path, bool transparent);
+  // The record of row `slot`, made if the row is null; null for a slot out
+  // of range or when memory is short.
+  SWTexture* TextureRecordForLoad(unsigned int slot);
+
+ public:
   // ---- end of textures ----
 
-  // ---- Frame pipeline (src/pipeline) ----
+  // ---- Shadows and lighting (src/shadows, src/lighting) ----
+  // True when a surface that casts a shadow lies between `point` and
+  // `target`; `depth` counts the surfaces already stepped through.
+  bool IsPointInShadow(const SCENE_VERTEX_XYZ_64& target, const SCENE_VERTEX_XYZ_64& point,
+                       uint32_t depth) const;
+  // The same along the unit `direction` from `point` towards a light with
+  // no position, where any blocker counts however far.
+  bool IsPointInDirectShadow(const SCENE_VERTEX_XYZ_64& direction, const SCENE_VERTEX_XYZ_64& point,
+                             uint32_t depth) const;
+  // How much of `light` reaches `point`, from 0.0 (shadowed) to 1.0 (lit).
+  // `distance` is the caller's and is not read.
+  double GetLightVisibilityThroughShadow(const RTRendererLight* light, const MODE_RENDER_OPTIONS* options,
+                                         RT_RANDOM_NUMBER_GENERATOR* generator,
+                                         const SCENE_VERTEX_XYZ_64& lightPoint,
+                                         const SCENE_VERTEX_XYZ_64& point, uint32_t depth,
+                                         double distance) const;
+  double GetDirectLightVisibilityThroughShadow(const RTRendererLight* light,
+                                               const MODE_RENDER_OPTIONS* options,
+                                               RT_RANDOM_NUMBER_GENERATOR* generator,
+                                               const SCENE_VERTEX_XYZ_64& lightDirection,
+                                               const SCENE_VERTEX_XYZ_64& point, uint32_t depth,
+                                               double distance) const;
 
+  // Adds the diffuse and specular energy of one light at a surface point to
+  // the two sums; a light that does not reach the point leaves them alone.
+  void AddLightContributionToPixel(const RTRendererLight* light, const MODE_RENDER_OPTIONS* options,
+                                   RT_RANDOM_NUMBER_GENERATOR* generator, const SCENE_VERTEX_XYZ_64& point,
+                                   const SCENE_VERTEX_XYZ_64& normal, const SCENE_VERTEX_XYZ_64& rayDirection,
+                                   const SCENE_VERTEX_XYZ& diffuseColor,
+                                   const SCENE_VERTEX_XYZ& specularColor, uint32_t depth,
+                                   SCENE_VERTEX_XYZ& diffuseSum, SCENE_VERTEX_XYZ& specularSum) const;
+  void AddPointLightContributionToPixel(const RTRendererLight* light, const MODE_RENDER_OPTIONS* options,
+                                        RT_RANDOM_NUMBER_GENERATOR* generator,
+                                        const SCENE_VERTEX_XYZ_64& point, const SCENE_VERTEX_XYZ_64& normal,
+                                        const SCENE_VERTEX_XYZ_64& rayDirection,
+                                        const SCENE_VERTEX_XYZ& diffuseColor,
+                                        const SCENE_VERTEX_XYZ& specularColor, uint32_t depth,
+                                        SCENE_VERTEX_XYZ& diffuseSum, SCENE_VERTEX_XYZ& specularSum) const;
+  void AddSpotLightContributionToPixel(const RTRendererLight* light, const MODE_RENDER_OPTIONS* options,
+                                       RT_RANDOM_NUMBER_GENERATOR* generator,
+                                       const SCENE_VERTEX_XYZ_64& point, const SCENE_VERTEX_XYZ_64& normal,
+                                       const SCENE_VERTEX_XYZ_64& rayDirection,
+                                       const SCENE_VERTEX_XYZ& diffuseColor,
+                                       const SCENE_VERTEX_XYZ& specularColor, uint32_t depth,
+                                       SCENE_VERTEX_XYZ& diffuseSum, SCENE_VERTEX_XYZ& specularSum) const;
+  void AddDirectLightContributionToPixel(const RTRendererLight* light, const MODE_RENDER_OPTIONS* options,
+                                         RT_RANDOM_NUMBER_GENERATOR* generator,
+                                         const SCENE_VERTEX_XYZ_64& point, const SCENE_VERTEX_XYZ_64& normal,
+                                         const SCENE_VERTEX_XYZ_64& rayDirection,
+                                         const SCENE_VERTEX_XYZ& diffuseColor,
+                                         const SCENE_VERTEX_XYZ& specularColor, uint32_t depth,
+                                         SCENE_VERTEX_XYZ& diffuseSum, SCENE_VERTEX_XYZ& specularSum) const;
+  void AddAreaLightContributionToPixel(const RTRendererLight* light, const MODE_RENDER_OPTIONS* options,
+                                       RT_RANDOM_NUMBER_GENERATOR* generator,
+                                       const SCENE_VERTEX_XYZ_64& point, const SCENE_VERTEX_XYZ_64& normal,
+                                       const SCENE_VERTEX_XYZ_64& rayDirection,
+                                       const SCENE_VERTEX_XYZ& diffuseColor,
+                                       const SCENE_VERTEX_XYZ& specularColor, uint32_t depth,
+                                       SCENE_VERTEX_XYZ& diffuseSum, SCENE_VERTEX_XYZ& specularSum) const;
+
+  // How open the hemisphere over `normal` at `point` is: 1.0 with nothing
+  // within reach, towards 0.0 where geometry lies close.
+  double GetAmbientOcclusionFactor(const SCENE_VERTEX_XYZ_64& point, const SCENE_VERTEX_XYZ_64& normal) const;
+  // The openness along one ray; `travelled` is the distance covered before
+  // `origin`.
+  double GetAmbientOcclusionFactorForRay(const SCENE_VERTEX_XYZ_64& origin,
+                                         const SCENE_VERTEX_XYZ_64& direction,
+                                         const SCENE_VERTEX_XYZ_64& inverseDirection, double travelled) const;
+
+  // What a surface met by a shadow or occlusion ray does to it.
+  enum class BlockerKind : uint8_t {
+    Unresolved,  // the hit does not lead back to a material and its settings
+    Blocks,
+    SeeThrough,  // too little opacity, or a see-through texel of a cut-out
+  };
+  BlockerKind ClassifyBlocker(const SWRayIntersectionResult& hit) const;
+
+ private:
+  // The walk behind both shadow tests. With `target` the ray aims at it
+  // anew from each surface stepped through and a blocker must lie before
+  // it; without, it keeps `direction` and any blocker counts.
+  bool WalkShadowRay(const SCENE_VERTEX_XYZ_64* target, SCENE_VERTEX_XYZ_64 direction,
+                     SCENE_VERTEX_XYZ_64 point, uint32_t depth) const;
+
+ public:
+  // ---- end of shadows and lighting ----
+
+  // ---- Render to file (src/pipeline) ----
+ protected:
+  // Writes `bitmap` to `name` with the encoder that the name's extension
+  // chooses and returns renderToFileStatus: a failure sets it, a success
+  // leaves it as it was.
+  int SaveToFile(const char* name, Gdiplus::Bitmap& bitmap);
+
+ private:
+  // The full-size picture of a render to file and what its tiles need.
+  struct FileRenderTarget;
+  // The file path of RenderFrame: every face and pass, tile by tile, saved
+  // after each pass; reports through renderToFileStatus and
+  // RenderToFileComplete.
+  void RenderToPictureFile(ENVIRONMENT_3D_VIEW* view, SCENE_GRAPH* scene, const MODE_RENDER_OPTIONS& options);
+  // The passes of one face; `aborted` stays set for the faces after it.
+  void RenderFileFace(FileRenderTarget& target, int face, bool& aborted);
+  // One pass of one face over every tile, rows of tiles outermost; a tile
+  // cut short by an abort is not stored back.
+  void TraceFileTiles(FileRenderTarget& target, int face, uint64_t pass, bool& aborted);
+  // Copies a tile between the picture and the top left corner of the frame
+  // buffer, under the frame-buffer lock.
+  void CopyFileTile(FileRenderTarget& target, const RECT& tile, bool intoFrameBuffer);
+
+ public:
+  // ---- end of render to file ----
+
+  // ---- Surface shading (src/shading) ----
+  // The ordinary ray tracer's shader. Shades `count` rays of one pixel
+  // that all hit the triangle of results[0], or all missed (`hit` false),
+  // into the `color` of each sample, alpha included. The surface is
+  // evaluated once, for the first ray; transparency and reflection rays are
+  // traced per ray and come back here as groups of one. `depth` and
+  // `reflectionDepth` are 0 for camera rays. Sets `abort` when the abort
+  // function asks for it, and never clears it.
+  void ShadePixel(ENVIRONMENT_3D_VIEW* view, const MODE_RENDER_OPTIONS* options, bool hit,
+                  const SWRayIntersectionResult* const* results, PixelRaySample* const* samples,
+                  uint32_t count, float nearDistance, float farDistance, uint32_t depth,
+                  uint32_t reflectionDepth, bool& abort);
+  // The normal to shade a hit with: the interpolated vertex normal, tilted
+  // by the relief map `reliefTextureId` when `doBump` and `reliefDepth` ask
+  // for it, and turned round when the ray met the back of the triangle.
+  void CalculateIntersectionNormal(const SCENE_VERTEX& v0, const SCENE_VERTEX& v1, const SCENE_VERTEX& v2,
+                                   double weightB, double weightC, double hitWeight,
+                                   const SCENE_VERTEX_XYZ_64& rayDirection,
+                                   const SCENE_VERTEX_XYZ_64& geometricNormal, bool doBump,
+                                   double reliefDepth, uint32_t reliefTextureId, double u, double v,
+                                   double dudx, double dvdx, double dudy, double dvdy,
+                                   SCENE_VERTEX_XYZ_64& normal) const;
+  // What a ray that hit nothing shows: the background at the sample's
+  // pixel, with fog and mist when `depth` is 0. The caller sets alpha.
+  SCENE_VERTEX_XYZW MissColor(ENVIRONMENT_3D_VIEW* view, const MODE_RENDER_OPTIONS& options,
+                              const PixelRaySample& sample, uint32_t depth, float farDistance) const;
+  // One call of ShadePixel on a hit: its arguments, the surface and the
+  // per-ray values worked out on demand (src/shading/ShadingGroup.h).
+  struct ShadingGroup;
+
+ private:
+  friend class ShadingTestAccess;
+
+  // The background picture at the sample's pixel into `color`; false when
+  // the options, the picture or the camera do not allow one.
+  bool SampleBackgroundPicture(ENVIRONMENT_3D_VIEW* view, const MODE_RENDER_OPTIONS& options,
+                               const PixelRaySample& sample, SCENE_VERTEX_XYZW& color) const;
+  // Every sample of a missed group takes the first one's background, alpha 0.
+  void ShadeMiss(ENVIRONMENT_3D_VIEW* view, const MODE_RENDER_OPTIONS& options,
+                 PixelRaySample* const* samples, uint32_t count, uint32_t depth, float farDistance) const;
+  // The local colour of a visible surface into every ray of the group, and
+  // the surface's alpha into `group.alpha`.
+  void ShadeSurface(ShadingGroup& group) const;
+  // Diffuse and specular light at the first ray's point, from the lights,
+  // the headlight, the default lights and the photon maps as the options say.
+  void GatherSurfaceLight(ShadingGroup& group, const SCENE_VERTEX_XYZ& diffuseColor,
+                          const SCENE_VERTEX_XYZ& specularColor, SCENE_VERTEX_XYZ& diffuseSum,
+                          SCENE_VERTEX_XYZ& specularSum) const;
+  // The surface's colour at the first ray, from the material's texture.
+  SCENE_VERTEX_XYZW SampleSurfaceTexture(ShadingGroup& group) const;
+  // Straight-on rays behind a see-through surface, blended by its alpha.
+  void TraceTransparency(ShadingGroup& group, bool& abort);
+  // Mirror rays, blended by the material's reflectivity.
+  void TraceReflections(ShadingGroup& group, bool& abort);
+  // Traces one continuation sample and shades it as a group of one.
+  void ShadeContinuation(ShadingGroup& group, PixelRaySample& next, uint32_t reflectionDepth, bool& abort);
+
+ public:
+  // ---- end of surface shading ----
+
+  // ---- Frame pipeline (src/pipeline) ----
+  // Traces `tileRect` of the picture that the camera projects onto
+  // `viewRect`: blocks from the middle outward, or the distributed server's
+  // tiles. `cubeEye` null means the view's own camera; otherwise the eye of
+  // cube face `cubeFace` in world coordinates. Returns when all is done or
+  // aborted.
+  void TraceRays(ENVIRONMENT_3D_VIEW* view, SCENE_GRAPH* scene, const RECT& viewRect, const RECT& tileRect,
+                 const MODE_RENDER_OPTIONS* options, uint64_t pass, SCENE_VERTEX_XYZ* cubeEye, int cubeFace);
+  // The rays of pixel (x, y), with their differentials; touches only its
+  // arguments, so any thread may call it.
+  static void BuildPixelRays(PixelRaySet& rays, unsigned int x, unsigned int y, unsigned int samples,
+                             const SCENE_VERTEX_XYZ_64* planeOrigin, double stepX, double stepY,
+                             const SCENE_MATRIX_64* eyeToWorld, int projectionType, unsigned int viewWidth,
+                             unsigned int viewHeight, bool randomize);
+  // Traces one block and finishes it into the frame buffer. `buffer` null:
+  // the block uses one of its own. True when the block reached the frame
+  // buffer and the progress interface was content.
+  bool RaytraceBlock(SWRT_RENDER_THREAD_DATA* data, SCENE_VERTEX_XYZW* buffer, unsigned int bufferCount);
+  // Traces pixel `index` (column order) of a block into `color`; false on
+  // an abort, when `color` is not written. `abort` is the block's flag.
+  bool RaytracePixel(SWRT_RENDER_THREAD_DATA* data, unsigned int index, SCENE_VERTEX_XYZW& color,
+                     std::atomic<bool>& abort);
+
+ private:
+  // The camera of a frame into `frame`, the record every block copies.
+  // False when anything the frame needs is missing.
+  bool SetUpFrameCamera(ENVIRONMENT_3D_VIEW* view, SCENE_GRAPH* scene, const RECT& viewRect,
+                        const RECT& tileRect, const MODE_RENDER_OPTIONS* options, SCENE_VERTEX_XYZ* cubeEye,
+                        int cubeFace, SWRT_RENDER_THREAD_DATA& frame);
+  // Pushes the blocks of `tileRect`, middle first, under the queue lock.
+  void QueueFrameBlocks(const SWRT_RENDER_THREAD_DATA& frame, const RECT& tileRect);
+  void TraceDistributedFrame(const SWRT_RENDER_THREAD_DATA& frame, const RECT& tileRect);
+  // A worker's share of a distributed frame: traces the server's tiles.
+  void RunDistributedJob(SWRT_RENDER_THREAD_DATA& data, bool& abort);
+  // Blends a traced block into the frame buffer and shows it; the caller
+  // holds the frame-buffer lock.
+  bool FinishBlock(const SWRT_RENDER_THREAD_DATA& data, const SCENE_VERTEX_XYZW* samples);
+  void RenderToScreen(ENVIRONMENT_3D_VIEW* view, SCENE_GRAPH* scene, const RECT& rect,
+                      const MODE_RENDER_OPTIONS& options);
+
+ public:
   // ---- end of frame pipeline ----
 
  private:
@@ -128,6 +413,7 @@ class RT_RENDER_ENGINE : public RT_RENDER_ENGINE_BASE, public RENDER_PROGRESS_IN
   friend class AccelTestAccess;
   friend class TextureTestAccess;
   friend class PipelineTestAccess;
+  friend class LightingTestAccess;
 
   void StartWorkerThreads();
   void StopWorkerThreads();

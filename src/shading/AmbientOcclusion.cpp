@@ -1,0 +1,78 @@
+// Ambient occlusion: short rays over the hemisphere of the shading normal
+// tell how open the neighbourhood of a point is. Only the ambient term is
+// darkened by it.
+#include "BrindlexViewRTRenderEngine.h"
+#include "HitGeometry.h"
+#include "RandomNumberGenerator.h"
+#include "VectorOps.h"
+
+using namespace vector64;
+
+namespace {
+constexpr int OcclusionRayCount = 10;
+// A blocker farther than this along a ray no longer counts.
+constexpr double OcclusionReach = 1.0;
+// Start of a ray off the surface, and the step past a see-through blocker.
+constexpr double RayOffset = 0.001;
+// A direction below the surface is drawn again; after this many draws in a
+// row the last one is mirrored instead, so that a random source that fails
+// (and so repeats one value) cannot stall the render.
+constexpr int MaximumDraws = 64;
+
+double RandomAxis() {
+  unsigned int value = 0;
+  rand_s(&value);
+  return (value / 4294967295.0 - 0.5) * 2.0;
+}
+
+// A point of the cube from -1 to 1 made unit: not uniform over the sphere.
+SCENE_VERTEX_XYZ_64 RandomDirection() {
+  SCENE_VERTEX_XYZ_64 cubePoint;
+  cubePoint.x = RandomAxis();
+  cubePoint.y = RandomAxis();
+  cubePoint.z = RandomAxis();
+  return UnitOf(cubePoint);
+}
+
+// A random direction on the side of `normal`; at right angles counts.
+SCENE_VERTEX_XYZ_64 RandomDirectionAbove(const SCENE_VERTEX_XYZ_64& normal) {
+  SCENE_VERTEX_XYZ_64 direction = RandomDirection();
+  for (int draw = 1; Dot(normal, direction) < 0.0; ++draw) {
+    if (draw == MaximumDraws) return Scale(direction, -1.0);
+    direction = RandomDirection();
+  }
+  return direction;
+}
+}  // namespace
+
+double RT_RENDER_ENGINE::GetAmbientOcclusionFactor(const SCENE_VERTEX_XYZ_64& point,
+                                                   const SCENE_VERTEX_XYZ_64& normal) const {
+  double sum = 0.0;
+  for (int ray = 0; ray < OcclusionRayCount; ++ray) {
+    const SCENE_VERTEX_XYZ_64 direction = RandomDirectionAbove(normal);
+    const SCENE_VERTEX_XYZ_64 origin = GetPointOnRay(point, direction, RayOffset);
+    sum += GetAmbientOcclusionFactorForRay(origin, direction, InverseDirection(direction), RayOffset);
+  }
+  return sum / 10.0;
+}
+
+double RT_RENDER_ENGINE::GetAmbientOcclusionFactorForRay(const SCENE_VERTEX_XYZ_64& origin,
+                                                         const SCENE_VERTEX_XYZ_64& direction,
+                                                         const SCENE_VERTEX_XYZ_64& inverseDirection,
+                                                         double travelled) const {
+  // Each pass steps past one see-through blocker; a loop instead of a call
+  // per blocker.
+  SCENE_VERTEX_XYZ_64 from = origin;
+  for (;;) {
+    SWRayIntersectionResult result{};
+    if (!IntersectSWGeometry(from, direction, inverseDirection, result)) return 1.0;
+    const double distance = result.distance;
+    const double total = travelled + distance;
+    // Written so that a distance that is not a number ends the walk too.
+    if (!(total <= OcclusionReach)) return 1.0;
+    // A hit that does not lead back to its material blocks.
+    if (ClassifyBlocker(result) != BlockerKind::SeeThrough) return total / OcclusionReach;
+    from = GetPointOnRay(GetPointOnRay(from, direction, distance), direction, RayOffset);
+    travelled = distance + travelled + RayOffset;
+  }
+}

@@ -1,0 +1,96 @@
+// Rays that continue from a shaded surface, one per ray of the group: on
+// through a see-through surface, and off a mirror. Each is traced alone
+// and shaded as a group of one, one level deeper.
+#include <cmath>
+
+#include "BrindlexViewModel.h"
+#include "BrindlexViewRTRenderEngine.h"
+#include "ShadingGroup.h"
+#include "ShadingLevels.h"
+#include "VectorOps.h"
+
+namespace {
+// A mirror ray parallel to an axis gets the largest float, held in a
+// double, as the inverse of that component.
+constexpr double LargestFloat = 3.4028234663852886e38;
+
+// A continuation ray belongs to the pixel of the ray it continues, so that
+// it finds the background where that pixel shows it.
+PixelRaySample ContinuationOf(const PixelRaySample& sample) {
+  PixelRaySample next;
+  next.pixelX = sample.pixelX;
+  next.pixelY = sample.pixelY;
+  next.viewWidth = sample.viewWidth;
+  next.viewHeight = sample.viewHeight;
+  return next;
+}
+
+SCENE_VERTEX_XYZ_64 MirrorDirection(const SCENE_VERTEX_XYZ_64& d, const SCENE_VERTEX_XYZ_64& n) {
+  using namespace vector64;
+  return UnitOf(Subtract(d, Scale(n, 2 * Dot(d, n))));
+}
+}  // namespace
+
+// Continuation rays are traced one after the other, so a level keeps one
+// sample and one hit record on its stack for them, not one per ray.
+void RT_RENDER_ENGINE::ShadeContinuation(ShadingGroup& group, PixelRaySample& next, uint32_t reflectionDepth,
+                                         bool& abort) {
+  SWRayIntersectionResult result{};
+  const bool hit = IntersectSWGeometry(next.origin, next.direction, next.inverseDirection, result);
+  const SWRayIntersectionResult* results[1] = {&result};
+  PixelRaySample* samples[1] = {&next};
+  ShadePixel(group.view, group.options, hit, results, samples, 1, group.nearDistance, group.farDistance,
+             group.depth + 1, reflectionDepth, abort);
+}
+
+void RT_RENDER_ENGINE::TraceTransparency(ShadingGroup& group, bool& abort) {
+  if (!(group.alpha < 1.0f) || group.depth >= maximumRayDepth || !kdTrees) return;
+  const float alpha = group.alpha;
+  for (uint32_t i = 0; i < group.count; ++i) {
+    PixelRaySample& sample = *group.samples[i];
+    // Straight on: glass here does not refract.
+    PixelRaySample next = ContinuationOf(sample);
+    next.direction = sample.direction;
+    next.inverseDirection = sample.inverseDirection;
+    const SCENE_VERTEX_XYZ_64 point = group.HitPoint(i);
+    next.origin = GetPointOnRay(point, next.direction, 0.001);
+    if (group.HasDifferentials(i)) {
+      const ShadingRay& ray = group.Differentials(i);
+      next.xOrigin = vector64::Add(point, ray.dPdx);
+      next.yOrigin = vector64::Add(point, ray.dPdy);
+      next.xDirection = sample.xDirection;
+      next.yDirection = sample.yDirection;
+      next.flags |= PixelRayDifferentialsValid;
+    }
+    ShadeContinuation(group, next, group.reflectionDepth, abort);
+    const SCENE_VERTEX_XYZW front = sample.color, behind = next.color;
+    sample.color = {static_cast<float>(front.x * alpha + behind.x * (1.0 - alpha)),
+                    static_cast<float>(front.y * alpha + behind.y * (1.0 - alpha)),
+                    static_cast<float>(front.z * alpha + behind.z * (1.0 - alpha)),
+                    static_cast<float>(front.w * alpha + behind.w * (1.0 - alpha))};
+  }
+}
+
+void RT_RENDER_ENGINE::TraceReflections(ShadingGroup& group, bool& abort) {
+  const TEXTURE_LINK& link = *group.link;
+  // Opacity and lighting play no part: a clear or unlit mirror reflects too.
+  if (!group.visible || link.IsReflecting() == 0 || !(link.GetReflectivityLevel() > 0) ||
+      !group.options->DoReflections() || group.reflectionDepth >= maximumReflectionDepth ||
+      group.depth >= maximumRayDepth || !kdTrees)
+    return;
+  const float reflectivity = PercentLevel(link.GetReflectivityLevel());
+  for (uint32_t i = 0; i < group.count; ++i) {
+    PixelRaySample& sample = *group.samples[i];
+    const SCENE_VERTEX_XYZ_64 normal = group.ShadingNormal(*this, i, 1.0);
+    PixelRaySample next = ContinuationOf(sample);
+    next.direction = MirrorDirection(sample.direction, normal);
+    next.origin = GetPointOnRay(group.HitPoint(i), next.direction, 0.001);
+    next.inverseDirection = InverseDirection(next.direction, LargestFloat);
+    ShadeContinuation(group, next, group.reflectionDepth + 1, abort);
+    const SCENE_VERTEX_XYZW surface = sample.color, mirrored = next.color;
+    sample.color = {static_cast<float>(mirrored.x * reflectivity + surface.x * (1.0 - reflectivity)),
+                    static_cast<float>(mirrored.y * reflectivity + surface.y * (1.0 - reflectivity)),
+                    static_cast<float>(mirrored.z * reflectivity + surface.z * (1.0 - reflectivity)),
+                    static_cast<float>(mirrored.w * reflectivity + surface.w * (1.0 - reflectivity))};
+  }
+}

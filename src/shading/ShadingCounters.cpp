@@ -1,0 +1,6 @@
+#include "ShadingCounters.h"
+
+ShadingCounters& ThreadShadingCounters() {
+  thread_local ShadingCounters counters;
+  return counters;
+}

@@ -1,0 +1,66 @@
+// The per-ray hit facts of a shading group, worked out on first use.
+#include "ShadingGroup.h"
+
+#include "BrindlexViewModel.h"
+#include "ShadingLevels.h"
+
+const SCENE_VERTEX_XYZ_64& RT_RENDER_ENGINE::ShadingGroup::GeometricNormal() {
+  if (!knowsGeometricNormal) {
+    geometricNormal = CalculateTriangleNormal(triangleVertices[0], triangleVertices[1], triangleVertices[2]);
+    knowsGeometricNormal = true;
+  }
+  return geometricNormal;
+}
+
+const SCENE_VERTEX_XYZ_64& RT_RENDER_ENGINE::ShadingGroup::HitPoint(uint32_t i) {
+  ShadingRay& ray = rays[i];
+  if (!(ray.known & ShadingRay::KnowsPoint)) {
+    const PixelRaySample& sample = *samples[i];
+    ray.hitPoint = GetPointOnRay(sample.origin, sample.direction, results[i]->distance);
+    ray.known |= ShadingRay::KnowsPoint;
+  }
+  return ray.hitPoint;
+}
+
+const ShadingRay& RT_RENDER_ENGINE::ShadingGroup::TextureCoordinates(uint32_t i) {
+  ShadingRay& ray = rays[i];
+  if (!(ray.known & ShadingRay::KnowsCoordinates)) {
+    const SWRayIntersectionResult& result = *results[i];
+    InterpolateTextureCoordinates(triangleVertices[0], triangleVertices[1], triangleVertices[2],
+                                  result.weightB, result.weightC, ray.hitWeight, ray.textureU, ray.textureV);
+    ray.known |= ShadingRay::KnowsCoordinates;
+  }
+  return ray;
+}
+
+const ShadingRay& RT_RENDER_ENGINE::ShadingGroup::Differentials(uint32_t i) {
+  ShadingRay& ray = rays[i];
+  if (ray.known & ShadingRay::KnowsDifferentials) return ray;
+  ray.dudx = ray.dvdx = ray.dudy = ray.dvdy = 0.0;
+  if (HasDifferentials(i)) {
+    const PixelRaySample& sample = *samples[i];
+    CalculateRayDifferentials(triangleVertices[0], triangleVertices[1], triangleVertices[2],
+                              GeometricNormal(), sample.xOrigin, sample.xDirection, sample.yOrigin,
+                              sample.yDirection, HitPoint(i), ray.dPdx, ray.dPdy, ray.dudx, ray.dudy,
+                              ray.dvdx, ray.dvdy);
+  }
+  ray.known |= ShadingRay::KnowsDifferentials;
+  return ray;
+}
+
+const SCENE_VERTEX_XYZ_64& RT_RENDER_ENGINE::ShadingGroup::ShadingNormal(const RT_RENDER_ENGINE& engine,
+                                                                         uint32_t i, double scale) {
+  ShadingRay& ray = rays[i];
+  if (ray.known & ShadingRay::KnowsNormal) return ray.shadingNormal;
+  TextureCoordinates(i);
+  Differentials(i);
+  const SWRayIntersectionResult& result = *results[i];
+  const double reliefDepth = PercentLevel(link->GetReliefDepthLevel());
+  engine.CalculateIntersectionNormal(triangleVertices[0], triangleVertices[1], triangleVertices[2],
+                                     result.weightB, result.weightC, ray.hitWeight, samples[i]->direction,
+                                     GeometricNormal(), options->DoBumpMapping(), reliefDepth,
+                                     row->normalMapIndex, ray.textureU * scale, ray.textureV * scale,
+                                     ray.dudx, ray.dvdx, ray.dudy, ray.dvdy, ray.shadingNormal);
+  ray.known |= ShadingRay::KnowsNormal;
+  return ray.shadingNormal;
+}
