@@ -1,0 +1,54 @@
+// The command line of brindlex-render.
+#pragma once
+
+#include <array>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "SceneRecords.h"
+
+struct RenderSettings {
+  std::string model;      // empty: the built-in demo scene, unless a scene file names models
+  std::string sceneFile;  // --scene
+  std::string output;     // -o; empty: OutputName decides
+  std::optional<int> width, height;
+  std::optional<unsigned short> antialias;
+  bool pathTracing = false;
+  std::optional<int> passes;
+  bool checkpoints = false;
+  bool alpha = false;
+  bool cubeMap = false;
+  // In the coordinates of the model file.
+  std::optional<SCENE_VERTEX_XYZ> eye, target;
+  std::optional<float> fieldOfView;  // vertical, degrees
+  bool quiet = false;
+  bool help = false;
+  bool version = false;
+};
+
+// The output size when nothing sets it.
+constexpr int DefaultWidth = 800;
+constexpr int DefaultHeight = 600;
+// Path-tracing passes when --passes is not given: enough for a picture
+// whose noise no longer draws the eye, on an ordinary machine in minutes.
+constexpr int DefaultPasses = 32;
+// The engine keeps the output size in 16-bit fields and file names in 260
+// characters with the terminating zero.
+constexpr int MaximumPictureSide = 32767;
+constexpr size_t MaximumOutputNameLength = 259;
+
+// Fills `settings` from the arguments (without the program name). False with
+// a one-line reason in `error` for anything it cannot take.
+bool ParseOptions(const std::vector<std::string>& arguments, RenderSettings& settings, std::string& error);
+
+std::string UsageText();
+
+// -o, or the model's (or scene file's) name with ".png" in the current
+// folder, or "brindlex-demo.png".
+std::string OutputName(const RenderSettings& settings);
+
+// The six files of a cube map, in the engine's face order: world +x, -x,
+// +z, -z, +y, -y. "view.png" gives "view_px.png", "view_nx.png",
+// "view_pz.png", "view_nz.png", "view_py.png" and "view_ny.png".
+std::array<std::string, 6> CubeMapNames(const std::string& output);

@@ -1,0 +1,102 @@
+#include "Progress.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+
+namespace {
+// A terminal line is rewritten at most this often, in seconds: faster only
+// costs the render time.
+constexpr double TerminalInterval = 0.1;
+}  // namespace
+
+ProgressDisplay::ProgressDisplay(std::ostream& out, Style style, int passes, Clock clock)
+    : out(out),
+      style(style),
+      passes(std::max(passes, 1)),
+      clock(std::move(clock)),
+      window([this](unsigned message, WPARAM wParam, LPARAM lParam) { Receive(message, wParam, lParam); }) {}
+
+double ProgressDisplay::SteadyClock() {
+  return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
+}
+
+void ProgressDisplay::Receive(unsigned message, WPARAM wParam, LPARAM lParam) {
+  std::lock_guard<std::mutex> lock(mutex);
+  switch (message) {
+    case PBM_SETRANGE:
+      // The range counts the blocks of one pass over every face.
+      total = HIWORD(static_cast<uint64_t>(lParam));
+      start = clock();
+      started = true;
+      break;
+    case PBM_SETSTEP:
+      step = static_cast<unsigned long>(wParam);
+      break;
+    case PBM_SETPOS:
+      done = static_cast<unsigned long>(wParam);
+      break;
+    case PBM_STEPIT:
+      done += step;
+      break;
+    case PassMessage:
+      pass = static_cast<int>(lParam);
+      break;
+    default:
+      return;
+  }
+  Show(false);
+}
+
+void ProgressDisplay::Finish() {
+  std::lock_guard<std::mutex> lock(mutex);
+  if (!started || style == Style::Quiet) return;
+  Show(true);
+  if (lineOpen) out << '\n' << std::flush;
+  lineOpen = false;
+}
+
+void ProgressDisplay::Show(bool force) {
+  if (!started || style == Style::Quiet) return;
+  const double now = clock();
+  // The engine's range rounds partial blocks at the edges down, while it
+  // steps for every block: the whole is at least what is done.
+  const unsigned long all = std::max(total * static_cast<unsigned long>(passes), done);
+  const std::string line = FormatLine(done, all, pass, passes, now - start);
+  if (style == Style::Terminal) {
+    if (!force && pass == shownPass && now - lastShown < TerminalInterval) return;
+    out << '\r' << line << "\x1b[K" << std::flush;
+    lineOpen = true;
+  } else {
+    // A line for each pass and for each tenth of the whole.
+    const int tenth = all ? static_cast<int>(std::min(done, all) * 10 / all) : 0;
+    if (!force && pass == shownPass && tenth == shownTenth) return;
+    out << line << '\n' << std::flush;
+    shownTenth = tenth;
+  }
+  shownPass = pass;
+  lastShown = now;
+}
+
+std::string ProgressDisplay::FormatLine(unsigned long done, unsigned long total, int pass, int passes,
+                                        double elapsed) {
+  std::string line = "blocks " + std::to_string(done) + "/" + std::to_string(total);
+  if (pass > 0) line += "  pass " + std::to_string(pass) + "/" + std::to_string(passes);
+  line += "  elapsed " + FormatDuration(elapsed);
+  if (done > 0 && total > 0) {
+    const double left =
+        elapsed * static_cast<double>(total - std::min(done, total)) / static_cast<double>(done);
+    line += "  left " + FormatDuration(left);
+  }
+  return line;
+}
+
+std::string ProgressDisplay::FormatDuration(double seconds) {
+  const long whole = std::lround(std::max(seconds, 0.0));
+  char text[32];
+  if (whole >= 3600)
+    std::snprintf(text, sizeof text, "%ld:%02ld:%02ld", whole / 3600, whole / 60 % 60, whole % 60);
+  else
+    std::snprintf(text, sizeof text, "%ld:%02ld", whole / 60, whole % 60);
+  return text;
+}

@@ -1,0 +1,57 @@
+// The progress of a render on the terminal, driven by the messages that the
+// engine posts to the host's progress bar and pass window.
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <mutex>
+#include <ostream>
+#include <string>
+
+#include "Window.h"
+
+class ProgressDisplay {
+ public:
+  // Quiet shows nothing; Terminal rewrites one line in place; Lines writes
+  // a plain line now and then, for logs and pipes.
+  enum class Style { Quiet, Terminal, Lines };
+  // The message the engine posts at the start of each path-tracing pass;
+  // the first of the codes that Windows leaves to applications.
+  static constexpr unsigned PassMessage = 0x8000;
+  // Seconds since some fixed moment.
+  using Clock = std::function<double()>;
+
+  // `passes` is the number of path-tracing passes, 1 without path tracing.
+  ProgressDisplay(std::ostream& out, Style style, int passes, Clock clock = SteadyClock);
+  ProgressDisplay(const ProgressDisplay&) = delete;
+  ProgressDisplay& operator=(const ProgressDisplay&) = delete;
+
+  // The window to hand the engine as progress bar and pass window.
+  platform::Window* Window() { return &window; }
+  // Takes one message; any thread may call it.
+  void Receive(unsigned message, WPARAM wParam, LPARAM lParam);
+  // Ends the display: the terminal line is finished with a newline.
+  void Finish();
+
+  // "blocks 120/300  pass 2/32  elapsed 0:12  left 0:30"; the pass only
+  // with path tracing, the time left once a block is done.
+  static std::string FormatLine(unsigned long done, unsigned long total, int pass, int passes,
+                                double elapsed);
+  // m:ss, or h:mm:ss from an hour on.
+  static std::string FormatDuration(double seconds);
+
+ private:
+  static double SteadyClock();
+  void Show(bool force);
+
+  std::ostream& out;
+  Style style;
+  int passes;
+  Clock clock;
+  platform::MessageWindow window;
+  std::mutex mutex;
+  double start = 0.0, lastShown = -1.0;
+  unsigned long total = 0, done = 0, step = 1;
+  int pass = 0, shownPass = 0, shownTenth = -1;
+  bool started = false, lineOpen = false;
+};

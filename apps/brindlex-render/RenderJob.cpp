@@ -1,0 +1,105 @@
+#include "RenderJob.h"
+
+#include <algorithm>
+#include <atomic>
+#include <csignal>
+
+#include "BrindlexViewRTRenderEngine.h"
+
+namespace {
+
+// Written by the signal handler, read by the engine's threads: a lock-free
+// atomic is safe in both places.
+std::atomic<int> stopSignal{0};
+static_assert(std::atomic<int>::is_always_lock_free);
+
+extern "C" void OnStopSignal(int signal) {
+  stopSignal.store(signal);
+}
+
+bool ShouldStop(void*) {
+  return stopSignal.load() != 0;
+}
+
+void SetUpFileOutput(RENDER_TO_FILE_INTERFACE& file, const RenderJob& job, ProgressDisplay& progress) {
+  file.SetRenderToFile(true);
+  file.SetRenderToFileResolution(static_cast<short>(job.width), static_cast<short>(job.height));
+  file.SetRenderToFileName(job.output.c_str());
+  file.SetRenderToFileBackgroundAlpha(job.alpha);
+  file.SetRenderToFileCubeMap(job.cubeMap);
+  if (job.cubeMap) file.SetRenderToFileCubeMapNames(job.cubeMapNames.data());
+  file.SetRenderToFileCubeMapProgressBar(progress.Window());
+  file.SetRenderToFileNumberPathTracingPasses(job.passes);
+  file.SetRenderToFilePathTracingProgressWindowParams(progress.Window(), ProgressDisplay::PassMessage, 0);
+  file.SetRenderToFileSavePathTracingCheckpoints(job.checkpoints);
+}
+
+int Outcome(const RENDER_TO_FILE_INTERFACE& file, const RenderJob& job, std::string& message) {
+  if (StopSignal()) {
+    message = "stopped";
+    return 128 + StopSignal();
+  }
+  switch (file.QueryRenderToFile(2)) {
+    case 0:
+      break;
+    case 2:
+      message = "not enough memory for a picture of this size";
+      return ExitNotWritten;
+    default:
+      message = job.output + ": the picture could not be written";
+      return ExitNotWritten;
+  }
+  if (file.QueryRenderToFile(1) != 1) {
+    message = job.output + ": the render did not finish";
+    return ExitNotWritten;
+  }
+  return ExitDone;
+}
+
+}  // namespace
+
+void InstallStopHandler() {
+  struct sigaction action {};
+  action.sa_handler = OnStopSignal;
+  sigemptyset(&action.sa_mask);
+  // One press asks the engine to stop at its next poll; the handler then
+  // falls back to the default, so a second press ends the program.
+  action.sa_flags = SA_RESETHAND;
+  sigaction(SIGINT, &action, nullptr);
+  sigaction(SIGTERM, &action, nullptr);
+}
+
+int StopSignal() {
+  return stopSignal.load();
+}
+
+int RunRender(HostScene& host, const RenderJob& job, ProgressDisplay& progress, std::string& message) {
+  RENDER_ENGINE_INTERFACE* engine = CreateRenderEngine();
+  if (!engine) {
+    message = "not enough memory to start the render engine";
+    return ExitNotWritten;
+  }
+  engine->SetShouldAbortRenderFunction(ShouldStop, nullptr);
+  // Texture names are relative to the texture directory; colour maps lie in
+  // it directly, height pictures for relief in "bump" and transparency masks
+  // in "mask" below it. The last two folders are the host's own and unused.
+  engine->Initialize(host.TextureDirectory().string().c_str(), "", "bump", "mask", "", "");
+  unsigned int frameWidth = std::min<unsigned int>(job.width, MaximumFrameSide);
+  unsigned int frameHeight = std::min<unsigned int>(job.height, MaximumFrameSide);
+  engine->ResizeClientArea(&frameWidth, &frameHeight);
+  RENDER_TO_FILE_INTERFACE& file = *engine->GetRenderToFileInterface();
+  SetUpFileOutput(file, job, progress);
+
+  ENVIRONMENT_3D_VIEW& view = host.View();
+  engine->UpdateFrame(&host.Project(), &view, &host.Graph(), &host.Lights(), host.HorizonNode(),
+                      host.HorizonMaterialID(), view.GetViewMaterialSet(), host.Project().GetFrameTag());
+  if (!StopSignal()) {
+    const RECT frame = {0, 0, static_cast<int32_t>(frameWidth), static_cast<int32_t>(frameHeight)};
+    engine->RenderFrame(&host.Project(), &view, &host.Graph(), frame, false);
+  }
+  progress.Finish();
+  const int code = Outcome(file, job, message);
+  engine->ShutDown();
+  engine->Release();
+  return code;
+}

@@ -1,0 +1,327 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <vector>
+
+#include "AppTestFiles.h"
+#include "BrindlexViewMath.h"
+#include "ModelImport.h"
+
+namespace {
+
+constexpr const char* TestModels = "/usr/share/assimp/models";
+
+SCENE_VERTEX_XYZ Apply(const SCENE_MATRIX& m, SCENE_VERTEX_XYZ p) {
+  TransformPoint3D(&m, &p, &p);
+  return p;
+}
+
+void ExpectPoint(SCENE_VERTEX_XYZ actual, float x, float y, float z) {
+  EXPECT_NEAR(+actual.x, x, 1e-5f);
+  EXPECT_NEAR(+actual.y, y, 1e-5f);
+  EXPECT_NEAR(+actual.z, z, 1e-5f);
+}
+
+// The first node below `node`, depth first, that carries mesh data.
+SCENE_GRAPH_NODE_INTERFACE* FirstMesh(SCENE_GRAPH_NODE_INTERFACE* node) {
+  if (node->GetNodeMeshData()) return node;
+  for (unsigned i = 0; i < node->GetNumberOfChildNodes(); ++i)
+    if (auto* found = FirstMesh(node->GetChildNode(i))) return found;
+  return nullptr;
+}
+
+const TEXTURE_LINK* Link(HostScene& host, const char* name) {
+  const auto found = host.FindMaterials(name);
+  return found.size() == 1 ? found[0]->GetTextureLink() : nullptr;
+}
+
+// A 2 x 1 quad standing in the file's x-y plane... of a y-up file: it lies
+// along x and up y, facing +z, with texture coordinates.
+constexpr const char* QuadObj = R"(mtllib quad.mtl
+o Quad
+v 0 0 0
+v 2 0 0
+v 2 1 0
+v 0 1 0
+vt 0 0
+vt 1 0
+vt 1 1
+vt 0 1
+usemtl Brick
+f 1/1 2/2 3/3 4/4
+)";
+
+constexpr const char* QuadMtl = R"(newmtl Brick
+Kd 0.8 0.4 0.2
+d 0.5
+map_Kd textures/brick.png
+)";
+
+TEST(ModelImport, ObjWithMaterialBecomesGroupsMeshAndMaterialTree) {
+  TestFolder folder;
+  folder.Write("quad.mtl", QuadMtl);
+  const auto file = folder.Write("quad.obj", QuadObj);
+  HostScene host;
+  host.SetTextureDirectory(folder.path);
+  ImportedModel model;
+  std::string error;
+  ASSERT_TRUE(ImportModel(file, {}, host, model, error)) << error;
+  EXPECT_EQ(model.triangles, 2u);
+  EXPECT_EQ(host.TriangleCount(), 2ul);
+  EXPECT_EQ(model.lights, 0);
+  EXPECT_FALSE(model.camera.has_value());
+
+  // y-up: the quad's up (file y) becomes world z, its front (file +z)
+  // faces world -y.
+  SCENE_VERTEX_XYZ min, max;
+  ASSERT_TRUE(host.WorldBounds(min, max));
+  ExpectPoint(min, 0, 0, 0);
+  ExpectPoint(max, 2, 0, 1);
+  EXPECT_EQ(model.root->GetParentNode(), host.Root());
+  EXPECT_STREQ(model.root->GetNodeName(), "quad");
+
+  SCENE_GRAPH_NODE_INTERFACE* mesh = FirstMesh(model.root);
+  ASSERT_NE(mesh, nullptr);
+  EXPECT_STREQ(mesh->GetNodeGroupData()->GetGroupMaterialID(), "quad:Brick");
+  // Normals made from the winding (file +z), tangents along u (file +x).
+  const SCENE_VERTEX vertex = mesh->GetNodeMeshData()->GetMeshVertices()[0];
+  ExpectPoint(vertex.normal, 0, 0, 1);
+  ExpectPoint(vertex.tangent, 1, 0, 0);
+
+  const TEXTURE_LINK* brick = Link(host, "quad:Brick");
+  ASSERT_NE(brick, nullptr);
+  EXPECT_EQ(brick->GetColor(), 204ul | 102ul << 8 | 51ul << 16);
+  EXPECT_FLOAT_EQ(brick->GetOpacityLevel(), 50.0f);
+  EXPECT_NE(brick->IsTransparent(), 0);
+  EXPECT_STREQ(brick->GetTextureLinkFullFileName(), "textures/brick.png");
+}
+
+TEST(ModelImport, PlyAndStlWithoutNormalsOrTextureCoordinates) {
+  TestFolder folder;
+  const auto ply = folder.Write("tetra.ply", R"(ply
+format ascii 1.0
+element vertex 4
+property float x
+property float y
+property float z
+element face 4
+property list uchar int vertex_indices
+end_header
+0 0 0
+1 0 0
+0 1 0
+0 0 1
+3 0 2 1
+3 0 1 3
+3 0 3 2
+3 1 2 3
+)");
+  const auto stl = folder.Write("one.stl", R"(solid one
+facet normal 0 0 1
+outer loop
+vertex 0 0 0
+vertex 1 0 0
+vertex 0 1 0
+endloop
+endfacet
+endsolid one
+)");
+  HostScene host;
+  ImportedModel tetra, one;
+  std::string error;
+  ASSERT_TRUE(ImportModel(ply, {}, host, tetra, error)) << error;
+  ASSERT_TRUE(ImportModel(stl, {}, host, one, error)) << error;
+  EXPECT_EQ(tetra.triangles, 4u);
+  EXPECT_EQ(one.triangles, 1u);
+  EXPECT_EQ(host.TriangleCount(), 5ul);
+  const SCENE_GRAPH_MESH_DATA_INTERFACE* mesh = FirstMesh(tetra.root)->GetNodeMeshData();
+  for (unsigned i = 0; i < mesh->GetMeshVertexCount(); ++i) {
+    SCENE_VERTEX v = mesh->GetMeshVertices()[i];
+    EXPECT_NEAR(Magnitude(&v.normal), 1.0f, 1e-4f);
+    // No texture coordinates, so no tangents: the engine's sign for none.
+    EXPECT_TRUE(std::isnan(v.tangent.x));
+  }
+}
+
+TEST(ModelImport, GltfNodeTransformCameraAndLight) {
+  // One triangle under a node moved by (1, 2, 3); a camera at (0, 1, 5)
+  // looking along -z; a point light at (1, 2, 3) of colour (1, 0.5, 0) and
+  // intensity 2. The buffer is the triangle's 9 floats, base64.
+  TestFolder folder;
+  const auto file = folder.Write("scene.gltf", R"({
+  "asset": {"version": "2.0"},
+  "extensionsUsed": ["KHR_lights_punctual"],
+  "extensions": {"KHR_lights_punctual": {"lights": [
+    {"type": "point", "color": [1.0, 0.5, 0.0], "intensity": 2.0}]}},
+  "scene": 0,
+  "scenes": [{"nodes": [0, 1, 2]}],
+  "nodes": [
+    {"name": "Moved", "translation": [1, 2, 3], "mesh": 0},
+    {"name": "Eye", "translation": [0, 1, 5], "camera": 0},
+    {"name": "Lamp", "translation": [1, 2, 3], "extensions": {"KHR_lights_punctual": {"light": 0}}}],
+  "cameras": [{"type": "perspective", "perspective": {"yfov": 0.8, "aspectRatio": 1.5, "znear": 0.1}}],
+  "meshes": [{"primitives": [{"attributes": {"POSITION": 0}}]}],
+  "accessors": [{"bufferView": 0, "componentType": 5126, "count": 3, "type": "VEC3",
+                 "min": [0, 0, 0], "max": [1, 1, 0]}],
+  "bufferViews": [{"buffer": 0, "byteLength": 36}],
+  "buffers": [{"byteLength": 36,
+    "uri": "data:application/octet-stream;base64,AAAAAAAAAAAAAAAAAACAPwAAAAAAAAAAAAAAAAAAgD8AAAAA"}]
+})");
+  HostScene host;
+  ImportedModel model;
+  std::string error;
+  ASSERT_TRUE(ImportModel(file, {}, host, model, error)) << error;
+  EXPECT_EQ(model.triangles, 1u);
+  // glTF is y-up: file (x, y, z) is world (x, -z, y).
+  SCENE_VERTEX_XYZ min, max;
+  ASSERT_TRUE(host.WorldBounds(min, max));
+  ExpectPoint(min, 1, -3, 2);
+  ExpectPoint(max, 2, -3, 3);
+
+  ASSERT_TRUE(model.camera.has_value());
+  ExpectPoint(model.camera->eye, 0, -5, 1);
+  ExpectPoint(model.camera->target, 0, -4, 1);
+  // yfov 0.8 radians.
+  EXPECT_NEAR(model.camera->fieldOfView, 0.8 * 180.0 / 3.141592653589793, 1e-3);
+
+  ASSERT_EQ(model.lights, 1);
+  const SCENE_LIGHT_INSTANCE* light = host.Lights().GetLightInstance(0);
+  ASSERT_NE(light, nullptr);
+  const SCENE_LIGHT_DEFINITION d = *light->definition;
+  EXPECT_EQ(+d.type, 0);
+  EXPECT_EQ(+d.color, 255u | 128u << 8);
+  EXPECT_EQ(+d.intensity, 20);
+  EXPECT_EQ(+d.flags & (LightEnabled | LightCastsShadows), LightEnabled | LightCastsShadows);
+  const SCENE_MATRIX matrix = light->matrix;
+  ExpectPoint(Apply(matrix, d.position), 1, -3, 2);
+}
+
+TEST(ModelImport, BadFilesAreRefusedWithAReason) {
+  TestFolder folder;
+  HostScene host;
+  ImportedModel model;
+  std::string error;
+  EXPECT_FALSE(ImportModel(folder.path / "missing.obj", {}, host, model, error));
+  EXPECT_EQ(error, "no such file");
+  EXPECT_FALSE(
+      ImportModel(folder.Write("lines.obj", "v 0 0 0\nv 1 0 0\nv 0 1 0\nl 1 2 3\n"), {}, host, model, error));
+  EXPECT_FALSE(error.empty());
+  EXPECT_FALSE(
+      ImportModel(folder.Write("junk.obj", std::string("\x00\x01\x02garbage", 10)), {}, host, model, error));
+  EXPECT_FALSE(ImportModel(folder.path, {}, host, model, error));
+  EXPECT_EQ(host.TriangleCount(), 0ul);
+}
+
+TEST(ModelImport, UpAxisConversionKeepsAFrameRightHanded) {
+  // y-up: x stays, y goes to z, z to -y.
+  const SCENE_MATRIX yUp = AxisConversion(1, 1, 0, 1);
+  ExpectPoint(Apply(yUp, {1, 0, 0}), 1, 0, 0);
+  ExpectPoint(Apply(yUp, {0, 1, 0}), 0, 0, 1);
+  ExpectPoint(Apply(yUp, {0, 0, 1}), 0, -1, 0);
+  // z-up with x right is already the world.
+  const SCENE_MATRIX zUp = AxisConversion(2, 1, 0, 1);
+  ExpectPoint(Apply(zUp, {1, 2, 3}), 1, 2, 3);
+  // A scene file's "up": "z" keeps a model as it is.
+  TestFolder folder;
+  folder.Write("quad.mtl", QuadMtl);
+  HostScene host;
+  ImportedModel model;
+  std::string error;
+  ModelPlacement placement;
+  placement.up = UpAxis::Z;
+  placement.scale = 2.0f;
+  placement.translate = {10, 0, 0};
+  ASSERT_TRUE(ImportModel(folder.Write("quad.obj", QuadObj), placement, host, model, error)) << error;
+  SCENE_VERTEX_XYZ min, max;
+  ASSERT_TRUE(host.WorldBounds(min, max));
+  ExpectPoint(min, 10, 0, 0);
+  ExpectPoint(max, 14, 2, 0);
+}
+
+TEST(ModelImport, ZoomToFitFramesTheBoxFromAboveInFront) {
+  TestFolder folder;
+  folder.Write("quad.mtl", QuadMtl);
+  HostScene host;
+  ImportedModel model;
+  std::string error;
+  ASSERT_TRUE(ImportModel(folder.Write("quad.obj", QuadObj), {}, host, model, error));
+  for (double aspect : {0.5, 1.0, 2.0}) {
+    ASSERT_TRUE(host.FrameAll(aspect));
+    SCENE_VERTEX_XYZ min, max, eye = host.CameraEye(), target = host.CameraTarget();
+    host.WorldBounds(min, max);
+    EXPECT_GT(+eye.z, +max.z);  // above
+    EXPECT_LT(+eye.y, +min.y);  // in front
+    EXPECT_GT(+eye.x, +max.x);  // to the right
+    SCENE_VERTEX_XYZ forward = {target.x - eye.x, target.y - eye.y, target.z - eye.z}, up = {0, 0, 1}, right,
+                     screenUp;
+    GetUnitVector(&forward, &forward);
+    CrossProduct(&forward, &up, &right);
+    GetUnitVector(&right, &right);
+    CrossProduct(&right, &forward, &screenUp);
+    const double tanHalf = std::tan(HostScene::DefaultFieldOfView * 3.141592653589793 / 360.0);
+    SCENE_VERTEX_XYZ corners[8];
+    InitializeCubePointArrayFromCubeMinMaxPts(corners, &min, &max);
+    for (SCENE_VERTEX_XYZ corner : corners) {
+      SCENE_VERTEX_XYZ d = {corner.x - eye.x, corner.y - eye.y, corner.z - eye.z};
+      const double depth = DotProduct(&d, &forward);
+      ASSERT_GT(depth, 0.0);
+      EXPECT_LE(std::abs(DotProduct(&d, &screenUp)) / depth, tanHalf);
+      EXPECT_LE(std::abs(DotProduct(&d, &right)) / depth, tanHalf * aspect);
+    }
+  }
+}
+
+TEST(ModelImport, DebianTestModelsOfEveryListedFormat) {
+  if (!std::filesystem::exists(TestModels)) GTEST_SKIP() << "assimp-testmodels is not installed";
+  const char* files[] = {"OBJ/spider.obj",
+                         "glTF2/BoxTextured-glTF/BoxTextured.gltf",
+                         "glTF2/BoxTextured-glTF-Binary/BoxTextured.glb",
+                         "Collada/duck.dae",
+                         "3DS/fels.3ds",
+                         "FBX/box.fbx",
+                         "PLY/cube.ply",
+                         "STL/Spider_ascii.stl",
+                         "IFC/AC14-FZK-Haus.ifc"};
+  for (const char* name : files) {
+    const auto file = std::filesystem::path(TestModels) / name;
+    if (!std::filesystem::exists(file)) continue;
+    HostScene host;
+    ImportedModel model;
+    std::string error;
+    EXPECT_TRUE(ImportModel(file, {}, host, model, error)) << name << ": " << error;
+    EXPECT_GT(host.TriangleCount(), 0ul) << name;
+    EXPECT_FALSE(host.FindMaterials(file.stem().string()).empty()) << name;
+  }
+  // Lamp, Sun, Spot and Area; the ambient "Hemi" has no place in a ray tracer.
+  HostScene lit;
+  ImportedModel lights;
+  std::string why;
+  ASSERT_TRUE(ImportModel(std::filesystem::path(TestModels) / "Collada/lights.dae", {}, lit, lights, why))
+      << why;
+  EXPECT_EQ(lights.lights, 4);
+  EXPECT_EQ(lit.Lights().GetNumberOfLightInstances(), 4);
+  // The binary glTF keeps its picture inside; it is written out (to a cache
+  // folder of this test's own) and named so that the engine finds it from
+  // the model's folder.
+  TestFolder cache;
+  setenv("XDG_CACHE_HOME", cache.path.c_str(), 1);
+  HostScene host;
+  ImportedModel model;
+  std::string error;
+  const auto glb = std::filesystem::path(TestModels) / "glTF2/BoxTextured-glTF-Binary/BoxTextured.glb";
+  host.SetTextureDirectory(glb.parent_path());
+  ASSERT_TRUE(ImportModel(glb, {}, host, model, error)) << error;
+  bool textured = false;
+  auto visit = [&](auto& self, STRING_TREE_NODE* node) -> void {
+    const TEXTURE_LINK* link = static_cast<MATERIAL_3D_NODE*>(node)->GetTextureLink();
+    if (link && *link->GetTextureLinkFullFileName()) {
+      textured = true;
+      EXPECT_TRUE(std::filesystem::exists(glb.parent_path() / link->GetTextureLinkFullFileName()));
+    }
+    for (unsigned i = 0; i < node->GetNumberOfChildNodes(); ++i) self(self, node->GetChildNode(i));
+  };
+  visit(visit, &host.Materials());
+  EXPECT_TRUE(textured);
+}
+
+}  // namespace
