@@ -6,6 +6,7 @@
 #include "BrindlexViewRTRenderEngine.h"
 #include "EngineTestAccess.h"
 #include "LogCapture.h"
+#include "TestDoubles.h"
 #include "brindlexutil.h"
 
 namespace {
@@ -13,29 +14,6 @@ namespace {
 RT_RENDER_ENGINE* NewEngine() {
   return static_cast<RT_RENDER_ENGINE*>(CreateRenderEngine());
 }
-
-// A distributed server that only answers how many threads it allows.
-class ThreadCountServer : public RENDER_DISTRIBUTED_SERVER_INTERFACE {
- public:
-  explicit ThreadCountServer(unsigned int threads) : threads(threads) {}
-  unsigned int GetDistributedThreadCount() override { return threads; }
-  void BeginDistributedFrame(unsigned int, uint64_t) override {}
-  void EndDistributedFrame() override {}
-  void NotifyDistributedWorkerActive() override {}
-  unsigned short GetDistributedPass() override { return 0; }
-  void EndDistributedJob() override {}
-  void BeginDistributedJob() override {}
-  bool GetNextDistributedTile(unsigned int*, unsigned int*, unsigned short*, unsigned short*,
-                              unsigned short*) override {
-    return false;
-  }
-  void SubmitDistributedTile(SCENE_VERTEX_XYZW*, unsigned int, unsigned int, unsigned short, unsigned short,
-                             unsigned short, unsigned int, unsigned int) override {}
-  void SetDistributedTileTracing(bool) override {}
-
- private:
-  unsigned int threads;
-};
 
 }  // namespace
 

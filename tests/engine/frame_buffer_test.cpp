@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include "TestDoubles.h"
+
 #include <variant>
 
 #include "BrindlexViewModel.h"
@@ -20,24 +22,6 @@ class ResizableWindow : public platform::RecordingWindow {
 
  private:
   RECT client;
-};
-
-class NoTileServer : public RENDER_DISTRIBUTED_SERVER_INTERFACE {
- public:
-  unsigned int GetDistributedThreadCount() override { return 1; }
-  void BeginDistributedFrame(unsigned int, uint64_t) override {}
-  void EndDistributedFrame() override {}
-  void NotifyDistributedWorkerActive() override {}
-  unsigned short GetDistributedPass() override { return 0; }
-  void EndDistributedJob() override {}
-  void BeginDistributedJob() override {}
-  bool GetNextDistributedTile(unsigned int*, unsigned int*, unsigned short*, unsigned short*,
-                              unsigned short*) override {
-    return false;
-  }
-  void SubmitDistributedTile(SCENE_VERTEX_XYZW*, unsigned int, unsigned int, unsigned short, unsigned short,
-                             unsigned short, unsigned int, unsigned int) override {}
-  void SetDistributedTileTracing(bool) override {}
 };
 
 struct FrameBufferTest : ::testing::Test {
@@ -122,7 +106,7 @@ TEST_F(FrameBufferTest, GrowingTheWindowStretchesThePictureIntoBothBuffers) {
   EXPECT_FALSE(engine->DoesRendererNeedToResizeClientArea(0, Size(4, 4)));
   engine->ShutDownRendererWindow();
   engine->InitializeRendererWindow(&window, nullptr);
-  NoTileServer server;
+  ThreadCountServer server{1};
   engine->SetRenderDistributedServerInterface(&server);
   window.SetClientSize(8, 8);
   engine->ResizeClientArea(nullptr, nullptr);

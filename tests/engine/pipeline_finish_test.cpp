@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include "TestDoubles.h"
+
 #include <cerrno>
 #include <cmath>
 #include <limits>
@@ -13,13 +15,6 @@
 #include "Window.h"
 
 namespace {
-
-void ExpectColor(const SCENE_VERTEX_XYZW& actual, float r, float g, float b, float a) {
-  EXPECT_FLOAT_EQ(actual.x, r);
-  EXPECT_FLOAT_EQ(actual.y, g);
-  EXPECT_FLOAT_EQ(actual.z, b);
-  EXPECT_FLOAT_EQ(actual.w, a);
-}
 
 struct Bytes {
   uint8_t b, g, r, a;

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include "TestDoubles.h"
+
 #include "BrindlexViewModel.h"
 #include "FogAndMist.h"
 #include "ShadingTestAccess.h"
@@ -39,15 +41,6 @@ class Background : public ::testing::Test {
   ENVIRONMENT_3D_VIEW view;
   MODE_RENDER_OPTIONS options;
 };
-
-void ExpectColor(const SCENE_VERTEX_XYZW& actual, float r, float g, float b, float a,
-                 float tolerance = 1e-6f) {
-  const SCENE_VERTEX_XYZW c = actual;
-  EXPECT_NEAR(c.x, r, tolerance);
-  EXPECT_NEAR(c.y, g, tolerance);
-  EXPECT_NEAR(c.z, b, tolerance);
-  EXPECT_NEAR(c.w, a, tolerance);
-}
 
 }  // namespace
 

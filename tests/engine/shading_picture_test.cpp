@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include "TestDoubles.h"
+
 #include <cstdlib>
 #include <filesystem>
 #include <string>
@@ -10,15 +12,6 @@
 namespace {
 
 const std::filesystem::path ImageFolder = std::filesystem::path(__FILE__).parent_path() / "images";
-
-void ExpectColor(const SCENE_VERTEX_XYZW& actual, float r, float g, float b, float a,
-                 float tolerance = 1e-6f) {
-  const SCENE_VERTEX_XYZW c = actual;
-  EXPECT_NEAR(c.x, r, tolerance);
-  EXPECT_NEAR(c.y, g, tolerance);
-  EXPECT_NEAR(c.z, b, tolerance);
-  EXPECT_NEAR(c.w, a, tolerance);
-}
 
 // Every pixel of the picture has this shaded colour.
 void ExpectPicture(RenderScene& scene, float r, float g, float b, float a) {

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include "TestDoubles.h"
+
 #include "RenderScene.h"
 #include "ShadingTestAccess.h"
 
@@ -54,15 +56,6 @@ class Surface : public ::testing::Test {
   ShadingTestAccess access{scene.engine};
   MATERIAL_3D_NODE* surfaceMaterial = nullptr;
 };
-
-void ExpectColor(const SCENE_VERTEX_XYZW& actual, float r, float g, float b, float a,
-                 float tolerance = 1e-6f) {
-  const SCENE_VERTEX_XYZW c = actual;
-  EXPECT_NEAR(c.x, r, tolerance);
-  EXPECT_NEAR(c.y, g, tolerance);
-  EXPECT_NEAR(c.z, b, tolerance);
-  EXPECT_NEAR(c.w, a, tolerance);
-}
 
 const float Half = 128 / 255.0f;
 
