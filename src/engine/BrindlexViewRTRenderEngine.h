@@ -106,7 +106,7 @@ class RT_RENDER_ENGINE : public RT_RENDER_ENGINE_BASE, public RENDER_PROGRESS_IN
   void WaitForCompletion();
   void ClearWorkToDo();
 
-  // ---- Scene ingestion: materials, lights, meshes (src/scene) ----
+  // Scene ingestion: materials, lights, meshes (src/scene)
   // Deletes the engine's material trees and copies the host's roots in
   // their place (key by key; a null root leaves its key out).
   void ReplaceMaterialRoots(ENVIRONMENT_3D_PROJECT* project, ENVIRONMENT_3D_VIEW* view,
@@ -141,9 +141,8 @@ class RT_RENDER_ENGINE : public RT_RENDER_ENGINE_BASE, public RENDER_PROGRESS_IN
 
   // Follows a hit back to its material row and world-space vertices.
   SWHitSurfaceStatus ResolveHitSurface(const SWRayIntersectionResult& hit, SWHitSurface& surface) const;
-  // ---- end of scene ingestion ----
 
-  // ---- Scene update (src/scene/Update*.cpp) ----
+  // Scene update (src/scene/Update*.cpp)
   // The ordinary or the rotate-to-camera walk into its mesh table, then the
   // build of its tree on the workers.
   void BuildGeometryPass(int pass, ENVIRONMENT_3D_VIEW* view, SCENE_GRAPH_NODE_INTERFACE* root,
@@ -158,16 +157,14 @@ class RT_RENDER_ENGINE : public RT_RENDER_ENGINE_BASE, public RENDER_PROGRESS_IN
   void PollAbort(bool& aborted) const {
     if (ShouldAbort()) aborted = true;
   }
-  // ---- end of scene update ----
 
-  // ---- Ray queries and photon store (src/accel, src/photons) ----
+  // Ray queries and photon store (src/accel, src/photons)
   // The nearest hit of both trees; true if any triangle was hit.
   bool IntersectSWGeometry(const SCENE_VERTEX_XYZ_64& origin, const SCENE_VERTEX_XYZ_64& direction,
                            const SCENE_VERTEX_XYZ_64& inverseDirection,
                            SWRayIntersectionResult& result) const;
-  // ---- end of ray queries ----
 
-  // ---- Textures (src/textures) ----
+  // Textures (src/textures)
   // One filtered colour of row `textureId` of `textures` at (u, v); the
   // four derivatives are the change of u and v across the pixel, all zero
   // for level 0. `color` is left alone for a row without an image.
@@ -189,9 +186,7 @@ class RT_RENDER_ENGINE : public RT_RENDER_ENGINE_BASE, public RENDER_PROGRESS_IN
   SWTexture* TextureRecordForLoad(unsigned int slot);
 
  public:
-  // ---- end of textures ----
-
-  // ---- Shadows and lighting (src/shadows, src/lighting) ----
+  // Shadows and lighting (src/shadows, src/lighting)
   // True when a surface that casts a shadow lies between `point` and
   // `target`; `depth` counts the surfaces already stepped through.
   bool IsPointInShadow(const SCENE_VERTEX_XYZ_64& target, const SCENE_VERTEX_XYZ_64& point,
@@ -276,9 +271,7 @@ class RT_RENDER_ENGINE : public RT_RENDER_ENGINE_BASE, public RENDER_PROGRESS_IN
                      SCENE_VERTEX_XYZ_64 point, uint32_t depth) const;
 
  public:
-  // ---- end of shadows and lighting ----
-
-  // ---- Render to file (src/pipeline) ----
+  // Render to file (src/pipeline)
  protected:
   // Writes `bitmap` to `name` with the encoder that the name's extension
   // chooses and returns renderToFileStatus: a failure sets it, a success
@@ -302,9 +295,7 @@ class RT_RENDER_ENGINE : public RT_RENDER_ENGINE_BASE, public RENDER_PROGRESS_IN
   void CopyFileTile(FileRenderTarget& target, const RECT& tile, bool intoFrameBuffer);
 
  public:
-  // ---- end of render to file ----
-
-  // ---- Surface shading (src/shading) ----
+  // Surface shading (src/shading)
   // The ordinary ray tracer's shader. Shades `count` rays of one pixel
   // that all hit the triangle of results[0], or all missed (`hit` false),
   // into the `color` of each sample, alpha included. The surface is
@@ -362,9 +353,7 @@ class RT_RENDER_ENGINE : public RT_RENDER_ENGINE_BASE, public RENDER_PROGRESS_IN
   void ShadeContinuation(ShadingGroup& group, PixelRaySample& next, uint32_t reflectionDepth, bool& abort);
 
  public:
-  // ---- end of surface shading ----
-
-  // ---- Frame pipeline (src/pipeline) ----
+  // Frame pipeline (src/pipeline)
   // Traces `tileRect` of the picture that the camera projects onto
   // `viewRect`: blocks from the middle outward, or the distributed server's
   // tiles. `cubeEye` null means the view's own camera; otherwise the eye of
@@ -405,8 +394,6 @@ class RT_RENDER_ENGINE : public RT_RENDER_ENGINE_BASE, public RENDER_PROGRESS_IN
                       const MODE_RENDER_OPTIONS& options);
 
  public:
-  // ---- end of frame pipeline ----
-
  private:
   friend class EngineTestAccess;
   friend class SceneTestAccess;

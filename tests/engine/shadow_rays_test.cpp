@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <string>
@@ -21,8 +22,10 @@ namespace {
 class ShadowSceneTest : public ::testing::Test {
  protected:
   void SetUp() override {
+    // Test programs run side by side: one folder per test and process.
     folder = ::testing::TempDir() + "shadow_rays_" +
-             std::to_string(::testing::UnitTest::GetInstance()->random_seed()) + "/";
+             ::testing::UnitTest::GetInstance()->current_test_info()->name() + "_" +
+             std::to_string(getpid()) + "/";
     ASSERT_EQ(std::system(("mkdir -p " + folder).c_str()), 0);
     WritePicture("lace175.png", 175);
     WritePicture("lace176.png", 176);

@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+#include <unistd.h>
+
 #include "BrindlexTexture.h"
 #include "EngineTestAccess.h"
 #include "LogCapture.h"
@@ -24,8 +26,10 @@ void WritePicture(const std::string& path, uint8_t shade) {
 class UpdateFrameTest : public ::testing::Test {
  protected:
   void SetUp() override {
+    // Test programs run side by side: one folder per test and process.
     folder = ::testing::TempDir() + "update_frame_" +
-             std::to_string(::testing::UnitTest::GetInstance()->random_seed()) + "/";
+             ::testing::UnitTest::GetInstance()->current_test_info()->name() + "_" +
+             std::to_string(getpid()) + "/";
     std::string command = "mkdir -p " + folder;
     ASSERT_EQ(std::system(command.c_str()), 0);
     engine->Initialize(folder.c_str(), "", "", "", nullptr, nullptr);

@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <sstream>
@@ -56,7 +57,7 @@ TEST(DebugLog, PartialLineWaitsForItsEndAndDetachedLinesAreDropped) {
 }
 
 TEST(DebugLog, OpenAppendsToAFile) {
-  const std::string path = ::testing::TempDir() + "brindlex_util_log.txt";
+  const std::string path = ::testing::TempDir() + "brindlex_util_log_" + std::to_string(getpid()) + ".txt";
   std::remove(path.c_str());
   ASSERT_TRUE(debugOS.open(path.c_str()));
   debugOS << "first" << std::endl;
@@ -91,7 +92,7 @@ TEST(FileNames, ExtensionsFoldersAndExistence) {
   AppendBackSlash(empty);
   EXPECT_STREQ(empty, "");
 
-  const std::string path = ::testing::TempDir() + "brindlex_exists.txt";
+  const std::string path = ::testing::TempDir() + "brindlex_exists_" + std::to_string(getpid()) + ".txt";
   std::ofstream(path) << "x";
   EXPECT_TRUE(FileExists(path.c_str()));
   EXPECT_FALSE(FileExists(::testing::TempDir().c_str()));  // a folder is not a file
