@@ -20,11 +20,11 @@
 #include <cstdio>
 #include <cstring>
 #include <new>
-#include <sys/stat.h>
 #include <vector>
 
 #include "BrindlexTexture.h"
 #include "Gdi.h"
+#include "PictureCodecs.h"
 
 namespace {
 
@@ -75,23 +75,6 @@ bool ValidSizes(const uint32_t (*sizes)[2], uint32_t levelCount) {
   return true;
 }
 
-bool ReadFile(const char* path, std::vector<uint8_t>& contents) {
-  std::FILE* file = std::fopen(path, "rb");
-  if (!file) return false;
-  struct stat info {};
-  // No valid file reaches 1 GiB: 8192 x 8192 texels of BC2 are 64 MiB.
-  bool ok = fstat(fileno(file), &info) == 0 && S_ISREG(info.st_mode) &&
-            info.st_size >= static_cast<off_t>(kHeaderBytes + kHashBytes) && info.st_size <= (off_t{1} << 30);
-  try {
-    if (ok) contents.resize(static_cast<size_t>(info.st_size));
-  } catch (...) {
-    ok = false;
-  }
-  ok = ok && std::fread(contents.data(), 1, contents.size(), file) == contents.size();
-  std::fclose(file);
-  return ok;
-}
-
 // Allocates the levels and copies their blocks from `blocks`; null when
 // memory is short.
 SW_BC_TEXTURE* RestoreLevels(const uint32_t (*sizes)[2], uint32_t levelCount, uint32_t kind,
@@ -126,7 +109,8 @@ bool ReadCompressedTextureArrayFile(const char* file, const FILETIME* sourceTime
                                     unsigned int* levelCount) {
   if (!file || !sourceTime || !levels || !levelCount) return false;
   std::vector<uint8_t> contents;
-  if (!ReadFile(file, contents)) return false;
+  // No valid file reaches 1 GiB: 8192 x 8192 texels of BC2 are 64 MiB.
+  if (!picture::ReadWholeFile(file, contents, kHeaderBytes + kHashBytes, uint64_t{1} << 30)) return false;
   const uint8_t* p = contents.data();
   const size_t hashAt = contents.size() - kHashBytes;
   const uint64_t storedHash = uint64_t{GetU32(p + hashAt)} | uint64_t{GetU32(p + hashAt + 4)} << 32;

@@ -50,6 +50,11 @@ bool Encodable(const platform::PixelSurface& pixels);
 // for kTextureFileTypeAny. Empty if there is none.
 std::string FindTextureFile(const std::string& path, int type);
 
+// Reads a regular file whose size lies within the bounds, whole; false for
+// anything else, so that no caller allocates for a hostile size.
+bool ReadWholeFile(const char* path, std::vector<uint8_t>& contents, uint64_t minimumBytes,
+                   uint64_t maximumBytes);
+
 bool DecodeBmp(Bytes file, ATL::CImage& image);
 bool DecodeJpeg(Bytes file, ATL::CImage& image);
 bool DecodePng(Bytes file, ATL::CImage& image);

@@ -34,22 +34,6 @@ std::optional<PictureFileFormat> FormatOf(Bytes file) {
   return std::nullopt;
 }
 
-bool ReadWholeFile(const char* path, std::vector<uint8_t>& contents) {
-  std::FILE* file = std::fopen(path, "rb");
-  if (!file) return false;
-  struct stat info {};
-  bool ok = fstat(fileno(file), &info) == 0 && S_ISREG(info.st_mode) && info.st_size > 0 &&
-            static_cast<uint64_t>(info.st_size) <= kMaxFileBytes;
-  try {
-    if (ok) contents.resize(static_cast<size_t>(info.st_size));
-  } catch (...) {
-    ok = false;
-  }
-  ok = ok && std::fread(contents.data(), 1, contents.size(), file) == contents.size();
-  std::fclose(file);
-  return ok;
-}
-
 bool WriteWholeFile(const char* path, Bytes contents) {
   std::FILE* file = std::fopen(path, "wb");
   if (!file) return false;
@@ -61,13 +45,31 @@ bool WriteWholeFile(const char* path, Bytes contents) {
 
 }  // namespace
 
+bool ReadWholeFile(const char* path, std::vector<uint8_t>& contents, uint64_t minimumBytes,
+                   uint64_t maximumBytes) {
+  std::FILE* file = std::fopen(path, "rb");
+  if (!file) return false;
+  struct stat info {};
+  bool ok = fstat(fileno(file), &info) == 0 && S_ISREG(info.st_mode) &&
+            static_cast<uint64_t>(info.st_size) >= minimumBytes &&
+            static_cast<uint64_t>(info.st_size) <= maximumBytes;
+  try {
+    if (ok) contents.resize(static_cast<size_t>(info.st_size));
+  } catch (...) {
+    ok = false;
+  }
+  ok = ok && std::fread(contents.data(), 1, contents.size(), file) == contents.size();
+  std::fclose(file);
+  return ok;
+}
+
 }  // namespace picture
 
 bool LoadCImageTextureFromFile(const char* path, ATL::CImage& image) {
   if (!path) return false;
   const std::string found = FileExists(path) ? path : picture::FindTextureFile(path, kTextureFileTypeAny);
   std::vector<uint8_t> file;
-  if (found.empty() || !picture::ReadWholeFile(found.c_str(), file)) return false;
+  if (found.empty() || !picture::ReadWholeFile(found.c_str(), file, 1, picture::kMaxFileBytes)) return false;
   const std::optional<PictureFileFormat> format = picture::FormatOf(file);
   return format && picture::kDecoders[static_cast<int>(*format)](file, image);
 }
