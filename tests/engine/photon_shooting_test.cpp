@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <cstring>
+#include <mutex>
 #include <unistd.h>
 
 #include "EngineTestAccess.h"
@@ -272,4 +273,25 @@ TEST(PhotonPicture, LightBouncedOffTheFloorReachesTheCeiling) {
   scene.Render();
   EXPECT_GT(scene.Color(8, 8).x, ambientOnly + 0.1f);
   EXPECT_GT(scene.Color(2, 2).x, ambientOnly + 0.1f);
+}
+
+TEST_F(PhotonShooting, TheProgressBarCountsStoredPhotonsOfBothLists) {
+  std::mutex mutex;
+  std::vector<std::pair<unsigned, uint64_t>> messages;  // message and its count
+  platform::NullWindow bar(0, 0, [&](unsigned message, WPARAM wParam, LPARAM lParam) {
+    std::lock_guard<std::mutex> lock(mutex);
+    messages.push_back({message, message == PBM_SETRANGE32 ? uint64_t(lParam) : uint64_t(wParam)});
+  });
+  scene.engine->SetRenderToFileCubeMapProgressBar(&bar);
+  Light(0, {0, 0, 5});
+  RepeatableUpdate();
+  ASSERT_GE(messages.size(), 3u);
+  EXPECT_EQ(messages.front(), std::make_pair(PBM_SETRANGE32, uint64_t{200000}));
+  // One job: the count only grows, and ends with both lists full.
+  for (size_t i = 1; i < messages.size(); ++i) {
+    EXPECT_EQ(messages[i].first, PBM_SETPOS);
+    EXPECT_GE(messages[i].second, messages[i - 1].second * (i > 1));
+  }
+  EXPECT_EQ(messages.back().second, 200000u);
+  EXPECT_GE(messages.size(), 50u);  // about one for each hundredth
 }
