@@ -1,6 +1,8 @@
 // Filling the two photon lists on the workers and building the maps over
 // them. The lists are allocated once at full size before the jobs start, so
 // that storing a photon costs one atomic add and no lock.
+#include <unistd.h>
+
 #include <new>
 #include <stdexcept>
 
@@ -17,11 +19,23 @@ constexpr uint32_t DefaultPhotonLimit = 1000000;
 constexpr uint64_t PhotonsPerLevel = 100000;
 
 // Levels from 42950 on would pass 2^32 rows; they ask for as many photons as
-// a list can hold, and a list that large then fails to allocate.
+// a list can hold, and a list that large is never had.
 uint32_t PhotonLimit(const MODE_RENDER_OPTIONS& options) {
   if (!options.DoCustomLighting()) return DefaultPhotonLimit;
   const uint64_t wanted = uint64_t{options.GetPhotonLevel()} * PhotonsPerLevel;
   return wanted > 0xFFFFFFFFu ? 0xFFFFFFFFu : static_cast<uint32_t>(wanted);
+}
+
+// Whether both lists, and the maps built over them, fit in the machine's
+// memory. Lists larger than that are not attempted: the system would hand
+// out the pages of a huge list and kill the program once they are touched,
+// where a list that can't be had should only leave the frame without
+// photons.
+bool PhotonListsFit(uint32_t limit) {
+  const long pages = sysconf(_SC_PHYS_PAGES), pageSize = sysconf(_SC_PAGESIZE);
+  if (pages <= 0 || pageSize <= 0) return true;  // unknown: the allocation decides
+  const double perRow = sizeof(SWPhoton) + sizeof(SWPhotonEntry) + sizeof(SWPhotonNode);
+  return 2.0 * limit * perRow <= static_cast<double>(pages) * static_cast<double>(pageSize);
 }
 
 // Rows of `lights` that emit photons: enabled, and not a symbol light that
@@ -68,12 +82,16 @@ void RT_RENDER_ENGINE::GenerateSWPhotonMap(ENVIRONMENT_3D_VIEW* view, const MODE
   }
   const uint32_t limit = PhotonLimit(*options);
   PhotonCounter directCount{0}, indirectCount{0}, shotCount{0};
+  // Not enough memory for the lists: no photons this time. The frame still
+  // renders, with the direct light and without photon light.
+  if (!PhotonListsFit(limit)) {
+    DropPhotons(directPhotons, indirectPhotons, *directPhotonMap, *indirectPhotonMap);
+    return;
+  }
   try {
     directPhotons.resize(limit);
     indirectPhotons.resize(limit);
   } catch (const std::exception&) {
-    // Not enough memory for the lists: no photons this time. The frame
-    // still renders, with the direct light and without photon light.
     DropPhotons(directPhotons, indirectPhotons, *directPhotonMap, *indirectPhotonMap);
     return;
   }

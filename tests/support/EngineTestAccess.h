@@ -38,6 +38,9 @@ class EngineTestAccess {
   const std::vector<SWPhoton>& Photons(bool direct) const {
     return direct ? engine->directPhotons : engine->indirectPhotons;
   }
+  std::vector<SWPhoton>& PhotonList(bool direct) {
+    return direct ? engine->directPhotons : engine->indirectPhotons;
+  }
   const SWPhotonMap& PhotonMap(bool direct) const {
     return direct ? *engine->directPhotonMap : *engine->indirectPhotonMap;
   }
