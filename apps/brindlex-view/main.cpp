@@ -72,6 +72,7 @@ class Viewer {
       if (title != shownTitle) window.SetTitle(shownTitle = title);
     }
     loop.Stop();
+    if (!settings.screenshot.empty()) Screenshot();
     return code;
   }
 
@@ -173,7 +174,7 @@ class Viewer {
       if (settings.exitAfterFrame &&
           (modes.pathTracing ? passesDone && status.CompletePasses() >= passesWanted
                              : event == ViewStatus::Event::FrameComplete))
-        Leave();
+        quit = true;
     }
   }
 
@@ -189,9 +190,8 @@ class Viewer {
       debugOS << "view: frame complete: " << status.FrameSeconds() * 1000.0 << " ms" << std::endl;
   }
 
-  void Leave() {
-    quit = true;
-    if (settings.screenshot.empty()) return;
+  // What the window shows at the end, for --screenshot.
+  void Screenshot() {
     window.Present(true);
     ATL::CImage shown;
     if (!window.ReadShown(shown) || !SavePicture(settings.screenshot, shown)) {
