@@ -17,6 +17,13 @@ std::unique_ptr<SdlWindow> SdlWindow::Open(const std::string& title, int width, 
     error = "no display to open a window on (neither DISPLAY nor WAYLAND_DISPLAY is set)";
     return nullptr;
   }
+  // The picture is made on the processor, so the window's own surface is
+  // copied to the display as it is (shared memory on X11). SDL would
+  // otherwise put a GPU texture behind that surface, which on machines
+  // without a GPU (Xvfb, remote X) loads a software OpenGL stack only to
+  // copy the same pixels once more. A user's SDL_FRAMEBUFFER_ACCELERATION
+  // in the environment still wins.
+  SDL_SetHint(SDL_HINT_FRAMEBUFFER_ACCELERATION, "0");
   if (SDL_InitSubSystem(SDL_INIT_VIDEO) != 0) {
     error = std::string("no display to open a window on (") + SDL_GetError() + ")";
     return nullptr;
