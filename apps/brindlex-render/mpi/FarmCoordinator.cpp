@@ -25,7 +25,7 @@ using Clock = std::chrono::steady_clock;
 constexpr auto LostAfter = std::chrono::seconds(10);
 // Between rounds with nothing to receive; short, since a worker of a render
 // process may be waiting for an answer.
-constexpr auto Nap = std::chrono::microseconds(100);
+constexpr auto Nap = std::chrono::microseconds(500);
 
 enum class RankState { Loading, Working, Left, Lost };
 

@@ -6,9 +6,9 @@
 namespace {
 // Sooner than the coordinator's patience runs out many times over.
 constexpr auto HeartbeatInterval = std::chrono::seconds(1);
-// How long the thread sleeps between rounds: short while an answer is
-// awaited, since a worker stands still meanwhile, longer when all is quiet.
-constexpr auto BusyNap = std::chrono::microseconds(50);
+// How long the thread sleeps between rounds: short while a worker waits for
+// an answer, longer otherwise (questions asked ahead, samples on their way).
+constexpr auto BusyNap = std::chrono::microseconds(200);
 constexpr auto IdleNap = std::chrono::milliseconds(2);
 // Reply tags are taken in turn from this many; far more than questions are
 // ever open at once, and below the 32767 that every MPI allows.
@@ -36,20 +36,35 @@ void FarmLink::Post(int tag, std::vector<std::byte> bytes) {
   work.notify_one();
 }
 
-farm::Reply FarmLink::Ask(const farm::Request& request) {
-  std::unique_lock<std::mutex> lock(mutex);
-  if (finished || stopping) return {farm::ReplyKind::Finished, 0, 0, 0};
+FarmLink::Ticket FarmLink::Pose(const farm::Request& request) {
+  auto question = std::make_shared<Question>();
+  question->request = request;
+  std::lock_guard<std::mutex> lock(mutex);
+  if (finished || stopping) {
+    question->reply = {farm::ReplyKind::Finished, 0, 0, 0};
+    question->answered = true;
+    return question;
+  }
   int tag = farm::ReplyTagBase + nextTag;
   while (questions.count(tag)) tag = farm::ReplyTagBase + (nextTag = (nextTag + 1) % ReplyTags);
   nextTag = (nextTag + 1) % ReplyTags;
-  Question& question = questions[tag];
-  question.request = request;
-  question.request.replyTag = tag;
+  question->request.replyTag = tag;
+  questions[tag] = question;
   work.notify_one();
-  answered.wait(lock, [&] { return question.answered; });
-  // The thread forgets the question once MPI is done with it too.
-  question.collected = true;
-  return question.reply;
+  return question;
+}
+
+farm::Reply FarmLink::Wait(const Ticket& ticket) {
+  std::unique_lock<std::mutex> lock(mutex);
+  if (!ticket->answered) {
+    // A worker stands still: the thread looks for the answer at once and
+    // then often, until no worker waits any more.
+    ++waiting;
+    work.notify_one();
+    answered.wait(lock, [&] { return ticket->answered; });
+    --waiting;
+  }
+  return ticket->reply;
 }
 
 void FarmLink::Flush() {
@@ -71,11 +86,11 @@ void FarmLink::Run() {
   // Questions still open will not be answered any more.
   std::lock_guard<std::mutex> lock(mutex);
   for (auto& [tag, question] : questions) {
-    if (question.receive != MPI_REQUEST_NULL) {
-      MPI_Cancel(&question.receive);
-      MPI_Wait(&question.receive, MPI_STATUS_IGNORE);
+    if (question->receive != MPI_REQUEST_NULL) {
+      MPI_Cancel(&question->receive);
+      MPI_Wait(&question->receive, MPI_STATUS_IGNORE);
     }
-    if (question.send != MPI_REQUEST_NULL) MPI_Wait(&question.send, MPI_STATUS_IGNORE);
+    if (question->send != MPI_REQUEST_NULL) MPI_Wait(&question->send, MPI_STATUS_IGNORE);
   }
   questions.clear();
 }
@@ -91,10 +106,9 @@ bool FarmLink::Turn() {
     letter = Done(letter->send) ? letters.erase(letter) : std::next(letter);
   }
   if (letters.empty()) answered.notify_all();  // for Flush
-  bool awaiting = false;
   for (auto entry = questions.begin(); entry != questions.end();) {
     const int tag = entry->first;
-    Question& question = entry->second;
+    Question& question = *entry->second;
     if (!question.posted) {
       question.posted = true;
       MPI_Irecv(&question.reply, sizeof question.reply, MPI_BYTE, farm::Coordinator, tag, MPI_COMM_WORLD,
@@ -108,16 +122,12 @@ bool FarmLink::Turn() {
       question.answered = true;
       answered.notify_all();
     }
-    awaiting |= !question.answered;
-    if (sent && received && question.collected) {
-      entry = questions.erase(entry);
-    } else {
-      ++entry;
-    }
+    // The asker holds the question as long as it wants the answer.
+    entry = sent && received ? questions.erase(entry) : std::next(entry);
   }
   SendHeartbeatIfDue();
   ReceiveFinish();
-  return awaiting || !letters.empty();
+  return waiting > 0;
 }
 
 void FarmLink::SendHeartbeatIfDue() {
@@ -143,9 +153,9 @@ void FarmLink::ReceiveFinish() {
 
 void FarmLink::AnswerEverything(farm::ReplyKind kind) {
   for (auto& [tag, question] : questions) {
-    if (question.answered) continue;
-    question.reply = {kind, 0, 0, 0};
-    question.answered = true;
+    if (question->answered) continue;
+    question->reply = {kind, 0, 0, 0};
+    question->answered = true;
   }
   answered.notify_all();
 }

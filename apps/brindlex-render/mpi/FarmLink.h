@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <list>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <thread>
 #include <vector>
@@ -29,9 +30,13 @@ class FarmLink {
   void Start();
   // Sends the coordinator `bytes` with `tag`; returns at once.
   void Post(int tag, std::vector<std::byte> bytes);
-  // Asks the coordinator and waits for the answer. Once the picture is
-  // done every question is answered with Finished.
-  farm::Reply Ask(const farm::Request& request);
+  struct Question;
+  using Ticket = std::shared_ptr<Question>;
+  // Asks the coordinator; the answer is collected with Wait. Once the
+  // picture is done every question is answered with Finished.
+  Ticket Pose(const farm::Request& request);
+  farm::Reply Wait(const Ticket& ticket);
+  farm::Reply Ask(const farm::Request& request) { return Wait(Pose(request)); }
   // Waits until everything posted has been delivered.
   void Flush();
   // Waits for the coordinator's word that the picture is done, or until
@@ -48,13 +53,14 @@ class FarmLink {
   bool Finished() const { return finished; }
   uint32_t RanksLost() const { return ranksLost; }
 
- private:
   struct Question {
     farm::Request request;
     farm::Reply reply{};
-    bool posted = false, answered = false, collected = false;
+    bool posted = false, answered = false;
     MPI_Request send = MPI_REQUEST_NULL, receive = MPI_REQUEST_NULL;
   };
+
+ private:
   struct Letter {
     int tag;
     std::vector<std::byte> bytes;
@@ -64,7 +70,7 @@ class FarmLink {
 
   void Run();
   // One round of the thread: post what is new, see what has arrived.
-  // True when anything is still on its way.
+  // True when a worker waits for an answer.
   bool Turn();
   void SendHeartbeatIfDue();
   void ReceiveFinish();
@@ -72,9 +78,10 @@ class FarmLink {
 
   std::mutex mutex;
   std::condition_variable answered, work;
-  std::map<int, Question> questions;  // by reply tag
+  std::map<int, Ticket> questions;  // by reply tag, until MPI is done with them
   std::list<Letter> letters;
   int nextTag = 0;
+  int waiting = 0;  // workers in Wait
   bool stopping = false;
   std::atomic<bool> finished{false};
   std::atomic<uint32_t> ranksLost{0};

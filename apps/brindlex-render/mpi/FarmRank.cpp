@@ -2,6 +2,8 @@
 // to which an MPI-backed distributed server deals the coordinator's tiles.
 #include <algorithm>
 #include <cstring>
+#include <deque>
+#include <mutex>
 #include <thread>
 
 #include "BrindlexViewRTRenderEngine.h"
@@ -31,7 +33,9 @@ class MpiTileServer final : public RENDER_DISTRIBUTED_SERVER_INTERFACE {
   // for the coordinator until they arrived, so wait for them here.
   void EndDistributedFrame() override { link.Flush(); }
   // The link's heartbeat already tells the coordinator that this process
-  // lives, whether its workers are busy or not.
+  // lives, whether its workers are busy or not; and the coordinator keeps
+  // its own account of the tiles that are out. The slots that only report
+  // activity have nothing to add.
   void NotifyDistributedWorkerActive() override {}
   unsigned short GetDistributedPass() override {
     const farm::Reply reply = link.Ask({farm::RequestKind::Pass, 0, 0});
@@ -40,13 +44,18 @@ class MpiTileServer final : public RENDER_DISTRIBUTED_SERVER_INTERFACE {
     if (reply.kind != farm::ReplyKind::Pass) return lastPass;
     return static_cast<unsigned short>(reply.pass);
   }
-  void BeginDistributedJob() override { ++jobs; }
-  void EndDistributedJob() override { --jobs; }
+  void BeginDistributedJob() override {}
+  void EndDistributedJob() override {}
   bool GetNextDistributedTile(unsigned int* x, unsigned int* y, unsigned short* size, unsigned short* pass,
                               unsigned short* passCount) override {
     const uint32_t wanted = static_cast<uint32_t>(framePass.load());
-    const farm::Reply reply = link.Ask({farm::RequestKind::Tile, wanted, 0});
+    const farm::Reply reply = link.Wait(TakeQuestion(wanted));
     if (reply.kind != farm::ReplyKind::Tile) return false;
+    // Ask for the next tile now, while this one is traced, so that no
+    // worker waits for the answer. A tile asked for and not wanted any more
+    // is still taken by the next worker that asks, and each worker asks
+    // until it is told there is none, so nothing is left over.
+    PutQuestion(link.Pose({farm::RequestKind::Tile, wanted, 0}), wanted);
     *x = reply.x;
     *y = reply.y;
     *size = static_cast<unsigned short>(farm::TileSize);
@@ -66,14 +75,37 @@ class MpiTileServer final : public RENDER_DISTRIBUTED_SERVER_INTERFACE {
     std::memcpy(bytes.data() + sizeof header, samples, sampleBytes);
     link.Post(farm::SamplesTag, std::move(bytes));
   }
-  void SetDistributedTileTracing(bool tracing) override { tracing ? ++tracingTiles : --tracingTiles; }
+  void SetDistributedTileTracing(bool) override {}
 
  private:
+  // A question asked ahead for `pass`, or a new one.
+  FarmLink::Ticket TakeQuestion(uint32_t pass) {
+    {
+      std::lock_guard<std::mutex> lock(mutex);
+      for (auto entry = asked.begin(); entry != asked.end(); ++entry) {
+        if (entry->pass != pass) continue;
+        FarmLink::Ticket ticket = entry->ticket;
+        asked.erase(entry);
+        return ticket;
+      }
+    }
+    return link.Pose({farm::RequestKind::Tile, pass, 0});
+  }
+  void PutQuestion(FarmLink::Ticket ticket, uint32_t pass) {
+    std::lock_guard<std::mutex> lock(mutex);
+    asked.push_back({std::move(ticket), pass});
+  }
+
+  struct Asked {
+    FarmLink::Ticket ticket;
+    uint32_t pass;
+  };
   FarmLink& link;
   unsigned threads;
   unsigned short lastPass;
   std::atomic<uint64_t> framePass{1};
-  std::atomic<int> jobs{0}, tracingTiles{0};
+  std::mutex mutex;
+  std::deque<Asked> asked;
 };
 
 struct AbortContext {
