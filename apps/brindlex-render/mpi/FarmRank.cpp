@@ -4,6 +4,7 @@
 #include <cstring>
 #include <deque>
 #include <mutex>
+#include <optional>
 #include <thread>
 
 #include "BrindlexViewRTRenderEngine.h"
@@ -20,12 +21,21 @@ std::vector<std::byte> Bytes(const Record& record) {
   return bytes;
 }
 
+// Tiles asked for ahead, for each worker: enough to cover the time an
+// answer takes (the coordinator and the link each nap between rounds) when
+// tiles are quick, few enough that a process holds little work that others
+// could do at the end of a pass.
+constexpr size_t QuestionsAheadPerWorker = 2;
+
 // The engine's side of the farm: its workers ask for tiles of the pass that
 // the engine traces and hand in what they traced.
 class MpiTileServer final : public RENDER_DISTRIBUTED_SERVER_INTERFACE {
  public:
   MpiTileServer(FarmLink& link, unsigned threads, unsigned short lastPass)
-      : link(link), threads(threads), lastPass(lastPass) {}
+      : link(link),
+        threads(threads),
+        lastPass(lastPass),
+        questionsAhead(size_t(threads) * QuestionsAheadPerWorker) {}
 
   unsigned int GetDistributedThreadCount() override { return threads; }
   void BeginDistributedFrame(unsigned int, uint64_t pass) override { framePass = pass; }
@@ -49,13 +59,19 @@ class MpiTileServer final : public RENDER_DISTRIBUTED_SERVER_INTERFACE {
   bool GetNextDistributedTile(unsigned int* x, unsigned int* y, unsigned short* size, unsigned short* pass,
                               unsigned short* passCount) override {
     const uint32_t wanted = static_cast<uint32_t>(framePass.load());
-    const farm::Reply reply = link.Wait(TakeQuestion(wanted));
-    if (reply.kind != farm::ReplyKind::Tile) return false;
-    // Ask for the next tile now, while this one is traced, so that no
-    // worker waits for the answer. A tile asked for and not wanted any more
-    // is still taken by the next worker that asks, and each worker asks
-    // until it is told there is none, so nothing is left over.
-    PutQuestion(link.Pose({farm::RequestKind::Tile, wanted, 0}), wanted);
+    std::optional<FarmLink::Ticket> ticket = TakeQuestion(wanted);
+    farm::Reply reply = link.Wait(ticket ? *ticket : link.Pose({farm::RequestKind::Tile, wanted, 0}));
+    // Questions asked ahead may still bring a tile: it is this process's
+    // now, and must be traced before the frame may end.
+    while (reply.kind != farm::ReplyKind::Tile) {
+      ticket = TakeQuestion(wanted);
+      if (!ticket) return false;
+      reply = link.Wait(*ticket);
+    }
+    // Ask ahead while this tile is traced, so that no worker waits for an
+    // answer from the coordinator.
+    while (QuestionsAhead(wanted) < questionsAhead)
+      PutQuestion(link.Pose({farm::RequestKind::Tile, wanted, 0}), wanted);
     *x = reply.x;
     *y = reply.y;
     *size = static_cast<unsigned short>(farm::TileSize);
@@ -78,18 +94,21 @@ class MpiTileServer final : public RENDER_DISTRIBUTED_SERVER_INTERFACE {
   void SetDistributedTileTracing(bool) override {}
 
  private:
-  // A question asked ahead for `pass`, or a new one.
-  FarmLink::Ticket TakeQuestion(uint32_t pass) {
-    {
-      std::lock_guard<std::mutex> lock(mutex);
-      for (auto entry = asked.begin(); entry != asked.end(); ++entry) {
-        if (entry->pass != pass) continue;
-        FarmLink::Ticket ticket = entry->ticket;
-        asked.erase(entry);
-        return ticket;
-      }
+  // A question asked ahead for `pass`, if there is one.
+  std::optional<FarmLink::Ticket> TakeQuestion(uint32_t pass) {
+    std::lock_guard<std::mutex> lock(mutex);
+    for (auto entry = asked.begin(); entry != asked.end(); ++entry) {
+      if (entry->pass != pass) continue;
+      FarmLink::Ticket ticket = entry->ticket;
+      asked.erase(entry);
+      return ticket;
     }
-    return link.Pose({farm::RequestKind::Tile, pass, 0});
+    return std::nullopt;
+  }
+  size_t QuestionsAhead(uint32_t pass) {
+    std::lock_guard<std::mutex> lock(mutex);
+    return size_t(
+        std::count_if(asked.begin(), asked.end(), [pass](const Asked& entry) { return entry.pass == pass; }));
   }
   void PutQuestion(FarmLink::Ticket ticket, uint32_t pass) {
     std::lock_guard<std::mutex> lock(mutex);
@@ -103,6 +122,7 @@ class MpiTileServer final : public RENDER_DISTRIBUTED_SERVER_INTERFACE {
   FarmLink& link;
   unsigned threads;
   unsigned short lastPass;
+  size_t questionsAhead;
   std::atomic<uint64_t> framePass{1};
   std::mutex mutex;
   std::deque<Asked> asked;
