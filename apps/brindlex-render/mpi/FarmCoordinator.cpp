@@ -66,7 +66,7 @@ class Coordinator {
   void Handle(Message& message);
   void HandleHello(int rank, const farm::Hello& hello);
   void HandleRequest(int rank, const farm::Request& request);
-  void HandleSamples(int rank, const std::vector<std::byte>& bytes);
+  void HandleSamples(const std::vector<std::byte>& bytes);
   void Depart(int rank, RankState state);
   void Reply(int rank, int tag, const farm::Reply& reply);
   bool Answer(const Parked& parked);  // false: parked again
@@ -137,7 +137,7 @@ void Coordinator::Handle(Message& message) {
       if (auto request = As<farm::Request>(message.bytes)) HandleRequest(rank, *request);
       break;
     case farm::SamplesTag:
-      HandleSamples(rank, message.bytes);
+      HandleSamples(message.bytes);
       break;
     case farm::LeaveTag:
       Depart(rank, RankState::Left);
@@ -233,7 +233,7 @@ void Coordinator::AnswerParked() {
     if (!Answer(entry)) parked.push_back(entry);
 }
 
-void Coordinator::HandleSamples(int rank, const std::vector<std::byte>& bytes) {
+void Coordinator::HandleSamples(const std::vector<std::byte>& bytes) {
   farm::SampleHeader header;
   if (!dealer || bytes.size() < sizeof header) return;
   std::memcpy(&header, bytes.data(), sizeof header);
@@ -259,7 +259,6 @@ void Coordinator::HandleSamples(int rank, const std::vector<std::byte>& bytes) {
   progress->Receive(PBM_STEPIT, 0, 0);
   SaveCompletePasses();
   changed = true;
-  (void)rank;
 }
 
 void Coordinator::SaveCompletePasses() {
