@@ -55,6 +55,12 @@ farm_mean=$(convert pt-farm.png -format '%[fx:mean]' info:)
 awk -v a="$single_mean" -v b="$farm_mean" 'BEGIN { d = a - b; exit !(d < 0.02 && d > -0.02) }' ||
   fail "pt: mean $farm_mean of the farm against $single_mean"
 
+# Checkpoints: a copy of the picture after pass 25, beside it.
+"${mpi[@]}" "$program" --mpi -q --width 40 --height 30 --path-tracing --passes 26 --checkpoints \
+  -o "$PWD/cp.png" || fail "checkpoints: farm exit code"
+[ "$(ls CheckPoint 2>/dev/null)" = "cp_25.png" ] || fail "checkpoints: not exactly the copy of pass 25"
+[ "$(identify -format '%w %h' CheckPoint/cp_25.png 2>/dev/null)" = "40 30" ] || fail "checkpoints: copy unreadable"
+
 # Without mpirun there is no render process: a clear refusal.
 "$program" --mpi -q -o alone.png 2>alone.err
 [ $? -eq 2 ] && grep -q "mpirun -np N" alone.err || fail "--mpi alone: $(cat alone.err)"

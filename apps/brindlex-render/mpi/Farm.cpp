@@ -34,7 +34,6 @@ std::string Refusal(const RenderJob& job, int ranks) {
     return "--mpi needs a coordinator and at least one render process: mpirun -np N brindlex-render --mpi "
            "... with N of 2 or more";
   if (job.cubeMap) return "--mpi does not render cube maps";
-  if (job.checkpoints) return "--mpi does not keep checkpoints";
   // The engine counts the passes of a distributed render in 16 bits.
   if (job.passes > 0xFFFF) return "--mpi renders at most 65535 passes";
   return {};

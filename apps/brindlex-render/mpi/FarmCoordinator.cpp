@@ -15,6 +15,7 @@
 #include "FarmPicture.h"
 #include "FarmRoles.h"
 #include "FarmTiles.h"
+#include "PictureSave.h"
 #include "Progress.h"
 
 namespace {
@@ -266,6 +267,7 @@ void Coordinator::SaveCompletePasses() {
     ++saved;
     const int status = picture->Save(job.output);
     if (status != 0) saveStatus = status;
+    if (job.checkpoints && saved % CheckpointInterval == 0) SaveCheckpoint(job.output.c_str(), saved);
     if (scene->pathTracing && saved < dealer->LastPass())
       progress->Receive(ProgressDisplay::PassMessage, 0, LPARAM(saved + 1));
     for (auto entry = held.begin(); entry != held.end();) {
