@@ -65,6 +65,10 @@ awk -v a="$single_mean" -v b="$farm_mean" 'BEGIN { d = a - b; exit !(d < 0.02 &&
 "$program" --mpi -q -o alone.png 2>alone.err
 [ $? -eq 2 ] && grep -q "mpirun -np N" alone.err || fail "--mpi alone: $(cat alone.err)"
 
+# A model that no render process can load: said once, by the coordinator.
+"${mpi[@]}" "$program" --mpi -q "$PWD/missing.obj" -o missing.png 2>missing.err
+[ $? -eq 2 ] && [ "$(grep -c 'missing.obj' missing.err)" -eq 1 ] || fail "missing model: $(grep missing missing.err)"
+
 # The process id of rank 1 among the children of mpirun `$1`.
 rank_one() {
   for child in $(pgrep -P "$1"); do
