@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdlib>
 #include <iostream>
 #include <thread>
 
@@ -42,6 +43,14 @@ std::string Refusal(const RenderJob& job, int ranks) {
 }  // namespace
 
 int RunFarm(const RenderSettings& settings, std::string& message) {
+  // A tile's samples (16,404 bytes for a full tile) go in one eager message
+  // over shared memory. Above Open MPI's default eager limit of 4 KiB they
+  // would go by rendezvous, where the receiver reads from the sender's
+  // memory: a render process killed in the middle of a send then left the
+  // coordinator waiting for ever on a message it could not read. An eager
+  // message reaches the receiver whole or not at all. A limit the user set
+  // is kept.
+  setenv("OMPI_MCA_btl_vader_eager_limit", "32768", 0);
   int provided = MPI_THREAD_SINGLE;
   MPI_Init_thread(nullptr, nullptr, MPI_THREAD_SERIALIZED, &provided);
   // A lost render process must not take the others down with an error of
