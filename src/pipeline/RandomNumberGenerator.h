@@ -8,7 +8,9 @@
 #include "SceneRecords.h"
 
 // The operating system's secure random source: one unsigned 32-bit value in
-// `value`. 0 on success; otherwise an errno value, and `value` is 0.
+// `value`. 0 on success; otherwise an errno value, and `value` is 0. Safe
+// from any thread: each thread draws from a buffer of its own, which one
+// call to the kernel refills.
 int rand_s(unsigned int* value);
 
 class RT_RANDOM_NUMBER_GENERATOR {
