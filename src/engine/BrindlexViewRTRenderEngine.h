@@ -160,9 +160,10 @@ class RT_RENDER_ENGINE : public RT_RENDER_ENGINE_BASE, public RENDER_PROGRESS_IN
 
   // Ray queries and photon store (src/accel, src/photons)
   // The nearest hit of both trees; true if any triangle was hit.
+  // With `reach`, only hits within that distance are sure to be found.
   bool IntersectSWGeometry(const SCENE_VERTEX_XYZ_64& origin, const SCENE_VERTEX_XYZ_64& direction,
-                           const SCENE_VERTEX_XYZ_64& inverseDirection,
-                           SWRayIntersectionResult& result) const;
+                           const SCENE_VERTEX_XYZ_64& inverseDirection, SWRayIntersectionResult& result,
+                           const double* reach = nullptr) const;
 
   // Textures (src/textures)
   // One filtered colour of row `textureId` of `textures` at (u, v); the

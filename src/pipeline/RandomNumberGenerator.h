@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <random>
 
 #include "SceneRecords.h"
@@ -12,6 +13,29 @@
 // from any thread: each thread draws from a buffer of its own, which one
 // call to the kernel refills.
 int rand_s(unsigned int* value);
+
+// MT19937 whose state is made at its first draw, so that a generator in
+// system-random mode, made for every pixel and every jittered ray, never
+// pays for 624 words it does not read. It draws exactly what std::mt19937
+// draws with the seed given last, 5489 if none.
+class LazilySeededMT19937 {
+ public:
+  using result_type = std::mt19937::result_type;
+  static constexpr result_type min() { return std::mt19937::min(); }
+  static constexpr result_type max() { return std::mt19937::max(); }
+  void seed(result_type value) {
+    seedValue = value;
+    engine.reset();
+  }
+  result_type operator()() {
+    if (!engine) engine.emplace(seedValue);
+    return (*engine)();
+  }
+
+ private:
+  result_type seedValue = std::mt19937::default_seed;
+  std::optional<std::mt19937> engine;
+};
 
 class RT_RANDOM_NUMBER_GENERATOR {
  public:
@@ -28,5 +52,5 @@ class RT_RANDOM_NUMBER_GENERATOR {
 
  private:
   bool useSystemRandom;
-  std::mt19937 generator;  // default seed 5489
+  LazilySeededMT19937 generator;  // default seed 5489
 };

@@ -204,4 +204,7 @@ TEST_F(ShadowSceneTest, AmbientOcclusionIsOneInTheOpenAndLessNearGeometry) {
   const SCENE_VERTEX_XYZ_64 inverse = P(1.7976931348623157e308, 1.7976931348623157e308, 1.0);
   EXPECT_NEAR(engine->GetAmbientOcclusionFactorForRay(P(-8, -8, 0.25), direction, inverse, 0.001), 0.251,
               1e-6);
+  // The distance already covered counts against the reach of 1.
+  EXPECT_NEAR(engine->GetAmbientOcclusionFactorForRay(P(-8, -8, 0.25), direction, inverse, 0.7), 0.95, 1e-6);
+  EXPECT_EQ(engine->GetAmbientOcclusionFactorForRay(P(-8, -8, 0.25), direction, inverse, 0.76), 1.0);
 }
