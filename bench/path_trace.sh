@@ -2,8 +2,9 @@
 # Builds path_trace_compare into build-bench and prints the path-tracing
 # table: for the demo house and a real building at 1280 x 720, paths per
 # second with one worker (taskset -c 0) and with two, run in turns and
-# taken as the median of ROUNDS runs; the time of 16 and 64 passes with two
-# workers; and an ordinary frame with and without ambient occlusion.
+# taken as the median of ROUNDS runs; then, in one run with two workers, the
+# time of 16 and 64 passes (timed within one render of 64) and an ordinary
+# frame with and without ambient occlusion.
 #
 #   bench/path_trace.sh [ROUNDS] [PASSES_FOR_THE_WORKER_RATIO]
 set -euo pipefail
@@ -31,24 +32,22 @@ printf '|---|---|---|---|---|---|---|---|---|---|---|\n'
 for entry in "${scenes[@]}"; do
   scene="${entry%:*}"
   scale="${entry##*:}"
-  one=() two=() aoClock=() aoCpu=() frame=() frameAo=()
+  one=() two=()
   for ((r = 0; r < rounds; r++)); do
     # One worker and two in turns, so that both meet the same load.
-    row1="$(taskset -c 0 "$program" "$scene" --scale "$scale" --passes "$ratioPasses")"
-    row2="$(taskset -c 0,1 "$program" "$scene" --scale "$scale" --passes "$ratioPasses")"
+    row1="$(taskset -c 0 "$program" "$scene" --scale "$scale" --passes "$ratioPasses" --no-frames)"
+    row2="$(taskset -c 0,1 "$program" "$scene" --scale "$scale" --passes "$ratioPasses" --no-frames)"
+    echo "$row1" >&2
+    echo "$row2" >&2
     one+=("$(field "paths_per_s_$ratioPasses" "$row1")")
     two+=("$(field "paths_per_s_$ratioPasses" "$row2")")
-    aoClock+=("$(field ao_ratio "$row2")")
-    aoCpu+=("$(field ao_cpu_ratio "$row2")")
-    frame+=("$(field frame_s "$row2")")
-    frameAo+=("$(field frame_ao_s "$row2")")
   done
   long="$(taskset -c 0,1 "$program" "$scene" --scale "$scale" --passes 16,64)"
+  echo "$long" >&2
   m1="$(printf '%s\n' "${one[@]}" | median)"
   m2="$(printf '%s\n' "${two[@]}" | median)"
   printf '| %s | %s | %.0f | %.0f | %.2f | %s s | %s s | %s s | %s s | %s | %s |\n' \
-    "$(basename "$scene")" "$(field triangles "$row2")" "$m1" "$m2" "$(awk -v a="$m2" -v b="$m1" 'BEGIN { print a / b }')" \
-    "$(field passes_16_s "$long")" "$(field passes_64_s "$long")" \
-    "$(printf '%s\n' "${frame[@]}" | median)" "$(printf '%s\n' "${frameAo[@]}" | median)" \
-    "$(printf '%s\n' "${aoClock[@]}" | median)" "$(printf '%s\n' "${aoCpu[@]}" | median)"
+    "$(basename "$scene")" "$(field triangles "$long")" "$m1" "$m2" "$(awk -v a="$m2" -v b="$m1" 'BEGIN { print a / b }')" \
+    "$(field passes_16_s "$long")" "$(field passes_64_s "$long")" "$(field frame_s "$long")" \
+    "$(field frame_ao_s "$long")" "$(field ao_ratio "$long")" "$(field ao_cpu_ratio "$long")"
 done

@@ -6,7 +6,11 @@
 // workers are as many as the processors the process may use: run it under
 // `taskset -c 0` for one.
 //
-//   path_trace_compare demo|MODEL [--scale S] [--passes 16,64] [--width W] [--height H]
+// The counts of passes are timed in one render of the largest: a pass ends
+// where the next one is announced. --no-frames leaves out the ordinary
+// frames.
+//
+//   path_trace_compare demo|MODEL [--scale S] [--passes 16,64] [--width W] [--height H] [--no-frames]
 #include <time.h>
 #include <unistd.h>
 
@@ -23,9 +27,13 @@
 #include "BrindlexViewRTRenderEngine.h"
 #include "RenderJob.h"
 #include "SceneAssembly.h"
+#include "Window.h"
 #include "brindlexutil.h"
 
 namespace {
+
+// The message the engine posts at the start of each pass.
+constexpr unsigned PassAnnounced = 0x8000;
 
 using Clock = std::chrono::steady_clock;
 
@@ -50,14 +58,18 @@ struct Arguments {
   double scale = 1.0;
   std::vector<int> passes = {16, 64};
   int width = 1280, height = 720;
+  bool frames = true;
 };
 
 bool Parse(int argc, char** argv, Arguments& a) {
   if (argc < 2) return false;
   a.scene = argv[1];
-  for (int i = 2; i + 1 < argc; i += 2) {
-    const std::string name = argv[i], value = argv[i + 1];
-    if (name == "--scale") {
+  for (int i = 2; i < argc; i += 2) {
+    const std::string name = argv[i], value = i + 1 < argc ? argv[i + 1] : "";
+    if (name == "--no-frames") {
+      a.frames = false;
+      --i;
+    } else if (name == "--scale") {
       a.scale = std::atof(value.c_str());
     } else if (name == "--width") {
       a.width = std::atoi(value.c_str());
@@ -130,23 +142,36 @@ int main(int argc, char** argv) {
               size_t(host.TriangleCount()), GetProcessorCount(), a.width, a.height, updateSeconds);
   host.Options().SetPathTracing(true);
   const double pixels = double(a.width) * a.height;
-  for (int passes : a.passes) {
-    file.SetRenderToFileNumberPathTracingPasses(passes);
-    const Timing t = render();
-    std::printf(" passes_%d_s=%.3f paths_per_s_%d=%.0f passes_%d_cpu_s=%.3f", passes, t.wall, passes,
-                pixels * passes / t.wall, passes, t.processor);
+  const int most = *std::max_element(a.passes.begin(), a.passes.end());
+  std::vector<double> passStart(size_t(most) + 2, 0.0);
+  Clock::time_point begin;
+  platform::MessageWindow passes([&](unsigned message, WPARAM, LPARAM pass) {
+    if (message == PassAnnounced && pass >= 1 && pass <= most) passStart[size_t(pass)] = Seconds(begin);
+  });
+  file.SetRenderToFilePathTracingProgressWindowParams(&passes, PassAnnounced, 0);
+  file.SetRenderToFileNumberPathTracingPasses(most);
+  begin = Clock::now();
+  const Timing t = render();
+  passStart[size_t(most) + 1] = t.wall;
+  for (int count : a.passes) {
+    const double seconds = passStart[size_t(count) + 1];
+    std::printf(" passes_%d_s=%.3f paths_per_s_%d=%.0f", count, seconds, count, pixels * count / seconds);
   }
+  std::printf(" passes_%d_cpu_s=%.3f", most, t.processor);
   // Ambient occlusion darkens the ambient term of custom lighting only.
-  host.Options().SetPathTracing(false);
-  host.Options().SetCustomLighting(true);
-  host.Options().SetAmbientOcclusion(false);
-  const Timing plain = render();
-  host.Options().SetAmbientOcclusion(true);
-  const Timing occluded = render();
-  std::printf(
-      " frame_s=%.3f frame_ao_s=%.3f ao_ratio=%.2f frame_cpu_s=%.3f frame_ao_cpu_s=%.3f ao_cpu_ratio=%.2f\n",
-      plain.wall, occluded.wall, occluded.wall / plain.wall, plain.processor, occluded.processor,
-      occluded.processor / plain.processor);
+  if (a.frames) {
+    host.Options().SetPathTracing(false);
+    host.Options().SetCustomLighting(true);
+    host.Options().SetAmbientOcclusion(false);
+    const Timing plain = render();
+    host.Options().SetAmbientOcclusion(true);
+    const Timing occluded = render();
+    std::printf(
+        " frame_s=%.3f frame_ao_s=%.3f ao_ratio=%.2f frame_cpu_s=%.3f frame_ao_cpu_s=%.3f ao_cpu_ratio=%.2f",
+        plain.wall, occluded.wall, occluded.wall / plain.wall, plain.processor, occluded.processor,
+        occluded.processor / plain.processor);
+  }
+  std::printf("\n");
 
   engine->ShutDown();
   engine->Release();
