@@ -7,11 +7,15 @@
 # frame with and without ambient occlusion.
 #
 #   bench/path_trace.sh [ROUNDS] [PASSES_FOR_THE_WORKER_RATIO]
+#
+# WIDTH and HEIGHT in the environment change the size (a shorter run on a
+# busy machine).
 set -euo pipefail
 root="$(cd "$(dirname "$0")/.." && pwd)"
 build="$root/build-bench"
 rounds="${1:-3}"
 ratioPasses="${2:-4}"
+size=(--width "${WIDTH:-1280}" --height "${HEIGHT:-720}")
 ifc="/usr/share/assimp/models/IFC/AC14-FZK-Haus.ifc"
 
 cmake -S "$root" -B "$build" -DCMAKE_BUILD_TYPE=Release -DBRINDLEX_BENCHMARKS=ON >/dev/null
@@ -35,14 +39,14 @@ for entry in "${scenes[@]}"; do
   one=() two=()
   for ((r = 0; r < rounds; r++)); do
     # One worker and two in turns, so that both meet the same load.
-    row1="$(taskset -c 0 "$program" "$scene" --scale "$scale" --passes "$ratioPasses" --no-frames)"
-    row2="$(taskset -c 0,1 "$program" "$scene" --scale "$scale" --passes "$ratioPasses" --no-frames)"
+    row1="$(taskset -c 0 "$program" "$scene" --scale "$scale" "${size[@]}" --passes "$ratioPasses" --no-frames)"
+    row2="$(taskset -c 0,1 "$program" "$scene" --scale "$scale" "${size[@]}" --passes "$ratioPasses" --no-frames)"
     echo "$row1" >&2
     echo "$row2" >&2
     one+=("$(field "paths_per_s_$ratioPasses" "$row1")")
     two+=("$(field "paths_per_s_$ratioPasses" "$row2")")
   done
-  long="$(taskset -c 0,1 "$program" "$scene" --scale "$scale" --passes 16,64)"
+  long="$(taskset -c 0,1 "$program" "$scene" --scale "$scale" "${size[@]}" --passes 16,64)"
   echo "$long" >&2
   m1="$(printf '%s\n' "${one[@]}" | median)"
   m2="$(printf '%s\n' "${two[@]}" | median)"
