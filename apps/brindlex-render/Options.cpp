@@ -129,6 +129,7 @@ const std::map<std::string, OptionSpec>& OptionTable() {
       {"--fov", {true, SetFieldOfView}},
       {"--quiet", {false, Flag(&RenderSettings::quiet)}},
       {"-q", {false, Flag(&RenderSettings::quiet)}},
+      {"--mpi", {false, Flag(&RenderSettings::mpi)}},
       {"--help", {false, Flag(&RenderSettings::help)}},
       {"-h", {false, Flag(&RenderSettings::help)}},
       {"--version", {false, Flag(&RenderSettings::version)}},
@@ -207,6 +208,8 @@ Options:
       --target X,Y,Z    point looked at, in the model file's coordinates
       --fov DEGREES     vertical field of view (default 45)
   -q, --quiet           no progress display
+      --mpi             render on a farm: run under mpirun -np N (N >= 2),
+                        see docs/farm.md
   -h, --help            this text
       --version         the program's version
 

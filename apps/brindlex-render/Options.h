@@ -24,6 +24,7 @@ struct RenderSettings {
   std::optional<SCENE_VERTEX_XYZ> eye, target;
   std::optional<float> fieldOfView;  // vertical, degrees
   bool quiet = false;
+  bool mpi = false;  // --mpi: one process of a render farm under mpirun
   bool help = false;
   bool version = false;
 };

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "Farm.h"
 #include "Options.h"
 #include "Progress.h"
 #include "RenderJob.h"
@@ -25,6 +26,10 @@ int Run(const std::vector<std::string>& arguments) {
   if (settings.help) return std::cout << UsageText(), ExitDone;
   if (settings.version) return std::cout << "brindlex-render " BRINDLEX_VERSION "\n", ExitDone;
   if (!TakeSceneRenderLimits(settings, error)) return Fail(error, ExitBadInput);
+  if (settings.mpi) {
+    const int code = RunFarm(settings, error);
+    return code == ExitDone || error.empty() ? code : Fail(error, code);
+  }
   const RenderJob job = MakeJob(settings);
   HostScene host;
   if (!AssembleScene(settings, static_cast<double>(job.width) / job.height, host, error))
