@@ -95,6 +95,16 @@ bool SetFieldOfView(RenderSettings& s, const std::string& value, std::string& er
   return true;
 }
 
+bool SetTimeLimit(RenderSettings& s, const std::string& value, std::string& error) {
+  float seconds;
+  if (!ParseFloat(value, seconds) || !(seconds > 0.0f)) {
+    error = "needs a number of seconds above 0";
+    return false;
+  }
+  s.timeLimit = seconds;
+  return true;
+}
+
 struct OptionSpec {
   bool takesValue;
   Setter set;
@@ -110,6 +120,7 @@ const std::map<std::string, OptionSpec>& OptionTable() {
       {"--antialias", {true, SetAntialias}},
       {"--path-tracing", {false, Flag(&RenderSettings::pathTracing)}},
       {"--passes", {true, Integer(&RenderSettings::passes, 1, 1000000)}},
+      {"--time", {true, SetTimeLimit}},
       {"--checkpoints", {false, Flag(&RenderSettings::checkpoints)}},
       {"--alpha", {false, Flag(&RenderSettings::alpha)}},
       {"--cube-map", {false, Flag(&RenderSettings::cubeMap)}},
@@ -187,7 +198,9 @@ Options:
       --height N        picture height in pixels (default 600)
       --antialias LEVEL 2^LEVEL samples per pixel, 0 to 4 (default 2)
       --path-tracing    render with the path tracer
-      --passes N        path-tracing passes (default 32)
+      --passes N        path-tracing passes (default 32, or no limit with --time)
+      --time SECONDS    end path tracing with the pass during which this time
+                        runs out; the picture holds the last complete pass
       --checkpoints     keep a copy of the picture every 25 passes
       --alpha           keep the background transparent
       --cube-map        six pictures around the eye, FILE_px ... FILE_ny
