@@ -119,6 +119,7 @@ const std::map<std::string, OptionSpec>& OptionTable() {
       {"--height", {true, Integer(&RenderSettings::height, 1, MaximumPictureSide)}},
       {"--antialias", {true, SetAntialias}},
       {"--path-tracing", {false, Flag(&RenderSettings::pathTracing)}},
+      {"--photons", {false, Flag(&RenderSettings::photons)}},
       {"--passes", {true, Integer(&RenderSettings::passes, 1, 1000000)}},
       {"--time", {true, SetTimeLimit}},
       {"--checkpoints", {false, Flag(&RenderSettings::checkpoints)}},
@@ -198,6 +199,8 @@ Options:
       --height N        picture height in pixels (default 600)
       --antialias LEVEL 2^LEVEL samples per pixel, 0 to 4 (default 2)
       --path-tracing    render with the path tracer
+      --photons         light bounced between surfaces, from photon maps of
+                        the model's lights (tuned for building interiors)
       --passes N        path-tracing passes (default 32, or no limit with --time)
       --time SECONDS    end path tracing with the pass during which this time
                         runs out; the picture holds the last complete pass

@@ -15,6 +15,7 @@ struct RenderSettings {
   std::optional<int> width, height;
   std::optional<unsigned short> antialias;
   bool pathTracing = false;
+  bool photons = false;  // photon mapping for indirect light
   std::optional<int> passes;
   std::optional<double> timeLimit;  // --time, seconds
   bool checkpoints = false;

@@ -23,6 +23,7 @@ double ProgressDisplay::SteadyClock() {
 
 void ProgressDisplay::Receive(unsigned message, WPARAM wParam, LPARAM lParam) {
   std::lock_guard<std::mutex> lock(mutex);
+  if (TakePhotonMessage(message, wParam, lParam)) return;
   switch (message) {
     case PBM_SETRANGE:
       // The range counts the blocks of one pass over every face.
@@ -50,6 +51,7 @@ void ProgressDisplay::Receive(unsigned message, WPARAM wParam, LPARAM lParam) {
 
 void ProgressDisplay::Finish() {
   std::lock_guard<std::mutex> lock(mutex);
+  EndPhotonLine();
   if (!started || style == Style::Quiet) return;
   Show(true);
   if (lineOpen) out << '\n' << std::flush;
@@ -119,4 +121,65 @@ std::string ProgressDisplay::FormatDuration(double seconds) {
   else
     std::snprintf(text, sizeof text, "%ld:%02ld", whole / 60, whole % 60);
   return text;
+}
+
+bool ProgressDisplay::TakePhotonMessage(unsigned message, WPARAM wParam, LPARAM lParam) {
+  if (message == PBM_SETRANGE32) {
+    shooting = true;
+    photonTotal = static_cast<uint64_t>(lParam);
+    photonsStored = 0;
+    shootingStart = clock();
+    shownPhotonTenth = -1;
+    shownPhotons = UINT64_MAX;
+    ShowPhotons(true);
+    return true;
+  }
+  if (!shooting) return false;
+  if (message == PBM_SETPOS) {
+    photonsStored = static_cast<uint64_t>(wParam);
+    ShowPhotons(false);
+    return true;
+  }
+  // The blocks' range ends the shooting; the message is theirs as well.
+  if (message == PBM_SETRANGE) EndPhotonLine();
+  return false;
+}
+
+void ProgressDisplay::ShowPhotons(bool force) {
+  if (style == Style::Quiet) return;
+  const double now = clock();
+  const std::string line = FormatPhotonLine(photonsStored, photonTotal, now - shootingStart);
+  if (style == Style::Terminal) {
+    if (!force && now - lastShown < TerminalInterval) return;
+    out << '\r' << line << "\x1b[K" << std::flush;
+    lineOpen = true;
+  } else {
+    const int tenth =
+        photonTotal ? static_cast<int>(std::min(photonsStored, photonTotal) * 10 / photonTotal) : 0;
+    if (!force && tenth == shownPhotonTenth) return;
+    out << line << '\n' << std::flush;
+    shownPhotonTenth = tenth;
+    shownPhotons = photonsStored;
+  }
+  lastShown = now;
+}
+
+// The last count stays on its own line above the blocks'.
+void ProgressDisplay::EndPhotonLine() {
+  if (!shooting) return;
+  shooting = false;
+  if (style == Style::Quiet) return;
+  if (style == Style::Lines && shownPhotons == photonsStored) return;  // already written
+  if (style == Style::Terminal)
+    out << '\r' << FormatPhotonLine(photonsStored, photonTotal, clock() - shootingStart) << "\x1b[K\n";
+  else
+    out << FormatPhotonLine(photonsStored, photonTotal, clock() - shootingStart) << '\n';
+  out << std::flush;
+  lineOpen = false;
+  lastShown = -1.0;
+}
+
+std::string ProgressDisplay::FormatPhotonLine(uint64_t stored, uint64_t total, double elapsed) {
+  return "photons " + std::to_string(stored) + "/" + std::to_string(total) + "  elapsed " +
+         FormatDuration(elapsed);
 }

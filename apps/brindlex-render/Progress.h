@@ -3,6 +3,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <functional>
 #include <mutex>
 #include <ostream>
@@ -50,9 +51,18 @@ class ProgressDisplay {
   // "2.5 s" below a minute, else as FormatDuration.
   static std::string FormatPassTime(double seconds);
 
+  // The photon maps are shot before the blocks: the engine gives the photons
+  // to store with PBM_SETRANGE32 and the count so far with PBM_SETPOS, until
+  // PBM_SETRANGE starts the blocks. "photons 250000/1000000  elapsed 0:04".
+  static std::string FormatPhotonLine(uint64_t stored, uint64_t total, double elapsed);
+
  private:
   static double SteadyClock();
   void Show(bool force);
+  // Takes the messages of the shooting phase; false for any other.
+  bool TakePhotonMessage(unsigned message, WPARAM wParam, LPARAM lParam);
+  void ShowPhotons(bool force);
+  void EndPhotonLine();
 
   std::ostream& out;
   Style style;
@@ -65,4 +75,8 @@ class ProgressDisplay {
   unsigned long total = 0, done = 0, step = 1;
   int pass = 0, shownPass = 0, shownTenth = -1;
   bool started = false, lineOpen = false;
+  bool shooting = false;
+  uint64_t photonsStored = 0, photonTotal = 0, shownPhotons = 0;
+  double shootingStart = 0.0;
+  int shownPhotonTenth = -1;
 };

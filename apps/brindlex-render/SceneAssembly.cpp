@@ -5,6 +5,7 @@
 
 #include "DemoScene.h"
 #include "ModelImport.h"
+#include "PhotonSettings.h"
 #include "SceneFile.h"
 
 namespace {
@@ -75,12 +76,14 @@ bool AssembleScene(const RenderSettings& settings, double aspect, HostScene& hos
   } else if (!LoadModels(models, host, camera, error)) {
     return false;
   }
+  if (settings.photons) UseInteriorPhotonMapping(host);
   if (!ApplyScene(scene, host, error)) {
     error = settings.sceneFile + ": " + error;
     return false;
   }
   PlaceCamera(settings, scene.camera, camera, host, aspect);
   if (settings.pathTracing) host.Options().SetPathTracing(true);
+  if (settings.photons) host.Options().SetPhotonMapping(true);
   if (settings.antialias) {
     host.Options().SetAntiAliasing(*settings.antialias > 0);
     host.Options().SetAntialiasingLevel(*settings.antialias);

@@ -165,6 +165,20 @@ class RT_RENDER_ENGINE : public RT_RENDER_ENGINE_BASE, public RENDER_PROGRESS_IN
                            const SCENE_VERTEX_XYZ_64& inverseDirection, SWRayIntersectionResult& result,
                            const double* reach = nullptr) const;
 
+  // Photon shooting (src/photons)
+  // Fills directPhotons and indirectPhotons on the workers and builds both
+  // photon maps from them; blocks until the shooting is done or aborted.
+  void GenerateSWPhotonMap(ENVIRONMENT_3D_VIEW* view, const MODE_RENDER_OPTIONS* options);
+  // One worker's share: shoots photons until both lists are full, the scene
+  // gives back too few, or `abort` is set (which an abort poll here sets).
+  void ShootSWPhotonsThread(SWRT_SHOOT_PHOTONS_THREAD_DATA& data, bool& abort);
+  // Follows one photon that met `result` from surface to surface, storing a
+  // record at each surface that takes it.
+  void ProcessPhotonIntersectionThread(SWRT_SHOOT_PHOTONS_THREAD_DATA& data, bool hit,
+                                       SWRayIntersectionResult result, SCENE_VERTEX_XYZ_64& origin,
+                                       SCENE_VERTEX_XYZ_64& direction, SCENE_VERTEX_XYZ_64& inverseDirection,
+                                       SCENE_VERTEX_XYZ_64& energy, uint32_t bounce);
+
   // Textures (src/textures)
   // One filtered colour of row `textureId` of `textures` at (u, v); the
   // four derivatives are the change of u and v across the pixel, all zero

@@ -138,7 +138,8 @@ void RT_RENDER_ENGINE::RunWorkItem(const WorkItem& item, bool& abort) {
       break;
     }
     case RT_JOB_SHOOT_PHOTONS:
-      break;  // shooting joins with photon mapping
+      ShootSWPhotonsThread(*static_cast<SWRT_SHOOT_PHOTONS_THREAD_DATA*>(item.payload), abort);
+      break;
     default:
       return;
   }

@@ -49,6 +49,9 @@ class RT_RANDOM_NUMBER_GENERATOR {
   // (RandomUnit - 0.5) * 2.0 in x, y, z order: not uniform over the sphere,
   // the corners' directions are likelier.
   SCENE_VERTEX_XYZ_64 RandomUnitVector();
+  // A row below `n`, every row equally likely, or `n` itself once in 2^32
+  // draws of the system source, which the caller must turn away.
+  uint32_t RandomIndex(uint32_t n);
 
  private:
   bool useSystemRandom;

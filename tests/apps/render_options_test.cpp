@@ -1,7 +1,10 @@
 #include <gtest/gtest.h>
 
+#include <cmath>
+
 #include "AppTestFiles.h"
 #include "Options.h"
+#include "PhotonSettings.h"
 #include "Progress.h"
 #include "SceneAssembly.h"
 
@@ -103,3 +106,30 @@ TEST(RenderOptions, OutputNamesFromModelOrDemoAndCubeFaces) {
 }
 
 }  // namespace
+
+TEST(RenderOptions, PhotonsSuitAnInteriorAndTheSceneFileStillDecides) {
+  RenderSettings settings = Parse({"--photons"});
+  ASSERT_TRUE(settings.photons);
+  HostScene host;
+  std::string error;
+  ASSERT_TRUE(AssembleScene(settings, 4.0 / 3.0, host, error)) << error;
+  const MODE_RENDER_OPTIONS& o = host.Options();
+  EXPECT_TRUE(o.DoPhotonMapping() && o.DoIndirectLighting());
+  EXPECT_EQ(o.GetPhotonDirectLightingContribution(), 0.0f);
+  EXPECT_EQ(o.GetPhotonLevel(), InteriorPhotonLevel);
+  EXPECT_EQ(o.GetNumberOfIndirectBounces(), InteriorBounces);
+  SCENE_VERTEX_XYZ min, max;
+  ASSERT_TRUE(host.WorldBounds(min, max));
+  const double diagonal = std::hypot(max.x - min.x, max.y - min.y, max.z - min.z);
+  EXPECT_NEAR(o.GetPhotonRadius(), 0.02 * diagonal, 1e-4 * diagonal);
+
+  // A radius in the scene file wins; turning the maps off there does not.
+  TestFolder folder;
+  settings.sceneFile =
+      folder.Write("s.json", R"({"renderOptions": {"GetPhotonRadius": 7, "DoPhotonMapping": false}})")
+          .string();
+  HostScene fromFile;
+  ASSERT_TRUE(AssembleScene(settings, 4.0 / 3.0, fromFile, error)) << error;
+  EXPECT_EQ(fromFile.Options().GetPhotonRadius(), 7.0f);
+  EXPECT_TRUE(fromFile.Options().DoPhotonMapping());
+}

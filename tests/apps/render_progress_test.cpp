@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <sstream>
 
 #include "Progress.h"
@@ -69,3 +70,36 @@ TEST(RenderProgress, MessagesDriveTheDisplay) {
 }
 
 }  // namespace
+
+TEST(RenderProgress, ThePhotonShootingHasALineOfItsOwnBeforeTheBlocks) {
+  for (const auto style : {ProgressDisplay::Style::Lines, ProgressDisplay::Style::Terminal}) {
+    std::ostringstream out;
+    double now = 100.0;
+    ProgressDisplay progress(out, style, 1, [&now] { return now; });
+    platform::Window* window = progress.Window();
+    window->PostMessage(PBM_SETRANGE32, 0, 2000);
+    for (int stored = 100; stored <= 1000; stored += 100) {
+      now += 0.5;
+      window->PostMessage(PBM_SETPOS, stored, 0);
+    }
+    // The blocks' own range, position and steps take over.
+    window->PostMessage(PBM_SETRANGE, 0, MAKELPARAM(0, 4));
+    window->PostMessage(PBM_SETPOS, 0, 0);
+    window->PostMessage(PBM_STEPIT, 0, 0);
+    progress.Finish();
+    const std::string text = out.str();
+    const size_t photons = text.rfind("photons 1000/2000  elapsed 0:05");
+    ASSERT_NE(photons, std::string::npos) << text;
+    EXPECT_NE(text.find('\n', photons), std::string::npos);
+    EXPECT_GT(text.find("blocks 1/4"), text.find('\n', photons));
+    if (style == ProgressDisplay::Style::Lines) {
+      EXPECT_EQ(text.substr(0, text.find('\n')), "photons 0/2000  elapsed 0:00");
+      // A line at the start and at each new tenth of the whole.
+      EXPECT_NE(text.find("photons 400/2000  elapsed 0:02\n"), std::string::npos);
+      size_t lines = 0;
+      for (size_t at = text.find("photons"); at != std::string::npos; at = text.find("photons", at + 1))
+        ++lines;
+      EXPECT_EQ(lines, 6u) << text;
+    }
+  }
+}
