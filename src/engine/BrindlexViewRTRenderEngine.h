@@ -151,9 +151,11 @@ class RT_RENDER_ENGINE : public RT_RENDER_ENGINE_BASE, public RENDER_PROGRESS_IN
   // Brings the texture table in line with the materials: keeps what is still
   // used, loads what is new, frees the rest. Polls abort into `aborted`.
   void UpdateTextures(const MODE_RENDER_OPTIONS& options, bool& aborted);
-  // Decides which lights keep shadow maps and marks the others dirty.
-  // Returns whether shadow work turned the rotate-to-camera pair away.
-  bool UpdateShadowMaps(const MODE_RENDER_OPTIONS& options, const SCENE_CAMERA_INFO& camera, bool& aborted);
+  // Decides which lights keep shadow maps, marks the others dirty and draws
+  // the dirty ones. Returns whether shadow work turned the rotate-to-camera
+  // pair away.
+  bool UpdateShadowMaps(ENVIRONMENT_3D_VIEW* view, SCENE_GRAPH* sceneGraph, const MODE_RENDER_OPTIONS& options,
+                        const SCENE_CAMERA_INFO& camera, bool& aborted);
   void PollAbort(bool& aborted) const {
     if (ShouldAbort()) aborted = true;
   }
@@ -262,6 +264,26 @@ class RT_RENDER_ENGINE : public RT_RENDER_ENGINE_BASE, public RENDER_PROGRESS_IN
     SeeThrough,  // too little opacity, or a see-through texel of a cut-out
   };
   BlockerKind ClassifyBlocker(const SWRayIntersectionResult& hit) const;
+
+  // Shadow maps (src/shadows)
+  // Draws the map of a dirty light and takes it out of dirtyShadowLights;
+  // on an abort the light stays dirty. Blocks until the map is finished.
+  void GenerateSWShadowmap(int lightNumber, ENVIRONMENT_3D_VIEW* view, SCENE_GRAPH* sceneGraph,
+                           const MODE_RENDER_OPTIONS* options);
+  // The value of one map pixel from its ray: the depth halfway between the
+  // first two surfaces that block the light, and its square.
+  void ProcessShadowmapPixel(bool hit, const SWRayIntersectionResult& result, PixelRaySample& sample,
+                             SW_PIXEL_G64R64F& pixel, bool haveFirstDepth, double firstDepth,
+                             const RTRendererLight* light, uint32_t level, uint32_t reserved) const;
+
+ private:
+  // The work kinds of the maps: whether a tile has what it needs, a tile of
+  // rays, and a tile of the filter. An abort leaves the map's tile alone.
+  bool ShadowMapJobCanRun(const SWRT_RENDER_THREAD_DATA& data) const;
+  void RenderShadowMapTile(const SWRT_RENDER_THREAD_DATA& data, bool& abort) const;
+  void FilterShadowMapTile(const SWRT_RENDER_THREAD_DATA& data, bool& abort) const;
+
+ public:
 
  private:
   // The walk behind both shadow tests. With `target` the ray aims at it

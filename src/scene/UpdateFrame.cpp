@@ -91,7 +91,7 @@ void RT_RENDER_ENGINE::UpdateFrame(ENVIRONMENT_3D_PROJECT* project, ENVIRONMENT_
       SetHeadlight(options, camera);
       PollAbort(aborted);
     }
-    if (UpdateShadowMaps(options, camera, aborted)) rotateStale = true;
+    if (UpdateShadowMaps(view, sceneGraph, options, camera, aborted)) rotateStale = true;
 
     if (rotateStale) {
       kdTrees[1].Clear();

@@ -35,6 +35,8 @@ class EngineTestAccess {
   std::vector<SWShadowMap*>& ShadowMapsSingle() { return engine->shadowMapsSingle; }
   std::map<int32_t, int32_t>& ShadowMapIndexSingle() { return engine->shadowMapIndexSingle; }
   std::set<int32_t>& DirtyShadowLights() { return engine->dirtyShadowLights; }
+  std::vector<SWCubeShadowMap*>& ShadowMapsCube() { return engine->shadowMapsCube; }
+  std::map<int32_t, int32_t>& ShadowMapIndexCube() { return engine->shadowMapIndexCube; }
 
   // Pushes a batch under the queue lock, as a producer does.
   void Push(const std::vector<WorkItem>& items) {
