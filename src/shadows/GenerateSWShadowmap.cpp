@@ -65,18 +65,22 @@ void RT_RENDER_ENGINE::GenerateSWShadowmap(int lightNumber, ENVIRONMENT_3D_VIEW*
   const RTRendererLight* light =
       FindShadowMapLight(lightTable, defaultLights, lightNumber, options->DoCustomLighting());
   if (light && (light->definition.flags & LightCastsShadows)) {
-    // The framing by light type draws into the settled map; until it
-    // joins, a settled map stays as it was made.
     switch (light->definition.type) {
       case 0:
-        SettleShadowMapRow(shadowMapIndexCube, shadowMapsCube, lightNumber, SmallMapSize);
+        if (SettleShadowMapRow(shadowMapIndexCube, shadowMapsCube, lightNumber, SmallMapSize))
+          RenderSWPointShadowmap(lightNumber, view, sceneGraph, options);
         break;
       case 1:
-      case 3:
-        SettleShadowMapRow(shadowMapIndexSingle, shadowMapsSingle, lightNumber, SmallMapSize);
+        if (SettleShadowMapRow(shadowMapIndexSingle, shadowMapsSingle, lightNumber, SmallMapSize))
+          RenderSWSpotShadowmap(lightNumber, view, sceneGraph, options);
         break;
       case 2:
-        SettleShadowMapRow(shadowMapIndexSingle, shadowMapsSingle, lightNumber, DirectMapSize);
+        if (SettleShadowMapRow(shadowMapIndexSingle, shadowMapsSingle, lightNumber, DirectMapSize))
+          RenderSWDirectShadowmap(lightNumber, view, sceneGraph, options);
+        break;
+      case 3:
+        if (SettleShadowMapRow(shadowMapIndexSingle, shadowMapsSingle, lightNumber, SmallMapSize))
+          RenderSWAreaShadowmap(lightNumber, view, sceneGraph, options);
         break;
       default:
         break;  // a type without a map draws nothing

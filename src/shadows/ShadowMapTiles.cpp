@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "BrindlexViewRTRenderEngine.h"
+#include "Gdi.h"
 #include "RenderOptions.h"
 #include "ShadowMapGeometry.h"
 #include "ShadowMapSampling.h"
@@ -117,7 +118,9 @@ void RT_RENDER_ENGINE::RenderShadowMapTile(const SWRT_RENDER_THREAD_DATA& data, 
       ProcessShadowmapPixel(hit, result, ray, local[i], false, 0.0, light, 0, 0);
       if (ShouldAbort()) abort = true;
     }
-  if (!abort) StoreTile(data, local, i);
+  if (abort) return;
+  StoreTile(data, local, i);
+  if (cubeMapProgressBar) PostMessageA(cubeMapProgressBar, RT_SHADOW_MAP_TILE_MESSAGE, 0, 0);
 }
 
 void RT_RENDER_ENGINE::FilterShadowMapTile(const SWRT_RENDER_THREAD_DATA& data, bool& abort) const {
@@ -143,5 +146,7 @@ void RT_RENDER_ENGINE::FilterShadowMapTile(const SWRT_RENDER_THREAD_DATA& data, 
         });
       if (ShouldAbort()) abort = true;
     }
-  if (!abort) StoreTile(data, local, i);
+  if (abort) return;
+  StoreTile(data, local, i);
+  if (cubeMapProgressBar) PostMessageA(cubeMapProgressBar, RT_SHADOW_MAP_TILE_MESSAGE, 0, 0);
 }

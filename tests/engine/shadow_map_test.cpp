@@ -3,6 +3,7 @@
 #include <cmath>
 #include <vector>
 
+#include "CubeShadowMapSeams.h"
 #include "EngineTestAccess.h"
 #include "RenderScene.h"
 #include "ShadowMapSampling.h"
@@ -369,4 +370,59 @@ TEST_F(ShadowMapTileTest, LightsKeepOrReplaceTheirMapsAndAbortKeepsThemDirty) {
   dirty = {7};
   generateIn(7);
   EXPECT_EQ(dirty.count(7), 1u);
+}
+
+namespace {
+// The direction that the cube look-up sends to (u, v) of `face`, its face
+// table solved for the direction, at s = 2u - 1, t = 2v - 1; the pixel may
+// lie beyond the face, on the face's plane extended.
+SCENE_VERTEX_XYZ_64 FaceDirection(int face, double x, double y, int size) {
+  const double s = 2 * (x + 0.5) / size - 1, t = 2 * (y + 0.5) / size - 1;
+  const SCENE_VERTEX_XYZ_64 d[6] = {{1, -t, -s}, {-1, -t, s}, {s, 1, t},
+                                    {s, -1, -t}, {s, -t, 1},  {-s, -t, -1}};
+  const double length = std::sqrt(d[face].x * d[face].x + d[face].y * d[face].y + d[face].z * d[face].z);
+  return {d[face].x / length, d[face].y / length, d[face].z / length};
+}
+}  // namespace
+
+TEST(CubeShadowMapSeams, CrossingAnEdgeLandsNextToThePixelOnTheFaceBeyond) {
+  // For every pixel on every edge, one and two steps out: the pixel found
+  // on the next face lies where the extended face points, within two
+  // pixels' angle (a quarter turn spread over the face).
+  constexpr int S = 16;
+  const double pixelAngle = 1.5707963267948966 / S;
+  for (int face = 0; face < 6; ++face)
+    for (int along = 0; along < S; ++along)
+      for (int out : {-1, -2, S, S + 1})
+        for (bool acrossX : {false, true}) {
+          const int x = acrossX ? out : along, y = acrossX ? along : out;
+          int f, nx, ny;
+          ASSERT_TRUE(CubeShadowMapNeighbour(S, face, x, y, f, nx, ny));
+          const SCENE_VERTEX_XYZ_64 a = FaceDirection(face, x, y, S), b = FaceDirection(f, nx, ny, S);
+          const double angle = std::acos(std::min(1.0, a.x * b.x + a.y * b.y + a.z * b.z));
+          EXPECT_LT(angle, 2 * pixelAngle) << face << ": " << x << ", " << y << " -> " << f;
+          EXPECT_NE(f, face);
+        }
+  int f, nx, ny;
+  EXPECT_FALSE(CubeShadowMapNeighbour(S, 0, -1, -1, f, nx, ny));  // beyond two edges
+  EXPECT_TRUE(CubeShadowMapNeighbour(S, 3, 4, 5, f, nx, ny));
+  EXPECT_EQ(f * 100 + nx * 10 + ny, 345);
+}
+
+TEST(CubeShadowMapSeams, EdgeRingsTakeTheMeanOfTheNeighboursThatExist) {
+  constexpr int S = 16;
+  SWCubeShadowMap map(S, S, 6), mended(S, S, 6);
+  for (int i = 0; i < 6 * S * S; ++i) mended.pixels[i] = {-1.0, -1.0};
+  map.pixels[0] = {21.0, 21.0};                      // pixel (0, 0) of face 0
+  map.pixels[2 * S * S + 5 * S + 7] = {25.0, 25.0};  // pixel (7, 5) of face 2
+  MendCubeShadowMapSeams(map, mended);
+  // A corner has 21 neighbours: the corner region across both edges is
+  // left out. A pixel 2 from the edge still has 25.
+  EXPECT_DOUBLE_EQ(mended.pixels[0].depth, 1.0);
+  EXPECT_DOUBLE_EQ(mended.pixels[2 * S * S + 1 * S + 7].depth, 0.0);
+  map.pixels[2 * S * S + 1 * S + 7] = {25.0, 25.0};
+  MendCubeShadowMapSeams(map, mended);
+  EXPECT_DOUBLE_EQ(mended.pixels[2 * S * S + 1 * S + 7].depth, 1.0);
+  EXPECT_EQ(mended.pixels[2 * S * S + 5 * S + 7].depth, -1.0);  // inner pixels are left alone
+  EXPECT_EQ(mended.pixels[2 * S * S + 3 * S + 6].depth, -1.0);
 }
