@@ -109,6 +109,7 @@ const std::map<std::string, OptionSpec>& OptionTable() {
       {"--height", {true, Integer(&RenderSettings::height, 1, MaximumPictureSide)}},
       {"--antialias", {true, SetAntialias}},
       {"--path-tracing", {false, Flag(&RenderSettings::pathTracing)}},
+      {"--soft-shadows", {false, Flag(&RenderSettings::softShadows)}},
       {"--passes", {true, Integer(&RenderSettings::passes, 1, 1000000)}},
       {"--checkpoints", {false, Flag(&RenderSettings::checkpoints)}},
       {"--alpha", {false, Flag(&RenderSettings::alpha)}},
@@ -186,6 +187,7 @@ Options:
       --height N        picture height in pixels (default 600)
       --antialias LEVEL 2^LEVEL samples per pixel, 0 to 4 (default 2)
       --path-tracing    render with the path tracer
+      --soft-shadows    soft shadows: light maps, or light sampling in path tracing
       --passes N        path-tracing passes (default 32)
       --checkpoints     keep a copy of the picture every 25 passes
       --alpha           keep the background transparent

@@ -15,6 +15,7 @@ struct RenderSettings {
   std::optional<int> width, height;
   std::optional<unsigned short> antialias;
   bool pathTracing = false;
+  bool softShadows = false;  // --soft-shadows
   std::optional<int> passes;
   bool checkpoints = false;
   bool alpha = false;

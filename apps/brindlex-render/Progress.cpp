@@ -4,6 +4,8 @@
 #include <cmath>
 #include <cstdio>
 
+#include "SWShadowMap.h"
+
 namespace {
 // A terminal line is rewritten at most this often, in seconds: faster only
 // costs the render time.
@@ -23,6 +25,7 @@ double ProgressDisplay::SteadyClock() {
 
 void ProgressDisplay::Receive(unsigned message, WPARAM wParam, LPARAM lParam) {
   std::lock_guard<std::mutex> lock(mutex);
+  if (ReceiveMapMessage(message, wParam)) return;
   switch (message) {
     case PBM_SETRANGE:
       // The range counts the blocks of one pass over every face.
@@ -50,8 +53,8 @@ void ProgressDisplay::Receive(unsigned message, WPARAM wParam, LPARAM lParam) {
 
 void ProgressDisplay::Finish() {
   std::lock_guard<std::mutex> lock(mutex);
-  if (!started || style == Style::Quiet) return;
-  Show(true);
+  if ((!started && !lineOpen) || style == Style::Quiet) return;
+  if (started) Show(true);
   if (lineOpen) out << '\n' << std::flush;
   lineOpen = false;
 }
@@ -89,6 +92,36 @@ std::string ProgressDisplay::FormatLine(unsigned long done, unsigned long total,
     line += "  left " + FormatDuration(left);
   }
   return line;
+}
+
+bool ProgressDisplay::ReceiveMapMessage(unsigned message, WPARAM wParam) {
+  if (message == RT_SHADOW_MAP_LIGHT_MESSAGE) {
+    ++mapLights;
+    mapTiles = static_cast<unsigned long>(wParam);
+    mapTilesDone = 0;
+  } else if (message == RT_SHADOW_MAP_TILE_MESSAGE) {
+    ++mapTilesDone;
+  } else {
+    return false;
+  }
+  if (style == Style::Quiet || started) return true;
+  const bool lightDone = mapTilesDone >= mapTiles;
+  const double now = clock();
+  const std::string line = FormatMapLine(mapLights, mapTilesDone, mapTiles);
+  if (style == Style::Terminal) {
+    if (!lightDone && mapTilesDone > 0 && now - mapShown < TerminalInterval) return true;
+    out << '\r' << line << "\x1b[K" << std::flush;
+    lineOpen = true;
+  } else if (lightDone) {
+    out << line << '\n' << std::flush;  // one line for each finished map
+  }
+  mapShown = now;
+  return true;
+}
+
+std::string ProgressDisplay::FormatMapLine(unsigned long light, unsigned long done, unsigned long total) {
+  return "shadow maps: light " + std::to_string(light) + "  tiles " + std::to_string(done) + "/" +
+         std::to_string(total);
 }
 
 std::string ProgressDisplay::FormatDuration(double seconds) {

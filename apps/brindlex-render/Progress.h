@@ -37,12 +37,18 @@ class ProgressDisplay {
   // with path tracing, the time left once a block is done.
   static std::string FormatLine(unsigned long done, unsigned long total, int pass, int passes,
                                 double elapsed);
+  // "shadow maps: light 2  tiles 30/128": the map phase of a scene update,
+  // `light` counting the lights whose maps were begun.
+  static std::string FormatMapLine(unsigned long light, unsigned long done, unsigned long total);
   // m:ss, or h:mm:ss from an hour on.
   static std::string FormatDuration(double seconds);
 
  private:
   static double SteadyClock();
   void Show(bool force);
+  // The map phase, before the first block; false for a message of another
+  // phase.
+  bool ReceiveMapMessage(unsigned message, WPARAM wParam);
 
   std::ostream& out;
   Style style;
@@ -54,4 +60,6 @@ class ProgressDisplay {
   unsigned long total = 0, done = 0, step = 1;
   int pass = 0, shownPass = 0, shownTenth = -1;
   bool started = false, lineOpen = false;
+  unsigned long mapLights = 0, mapTiles = 0, mapTilesDone = 0;
+  double mapShown = -1.0;
 };

@@ -75,12 +75,15 @@ bool AssembleScene(const RenderSettings& settings, double aspect, HostScene& hos
   } else if (!LoadModels(models, host, camera, error)) {
     return false;
   }
+  // Hard shadow rays unless the scene file or --soft-shadows asks for more.
+  host.Options().SetRayTracedSoftShadows(false);
   if (!ApplyScene(scene, host, error)) {
     error = settings.sceneFile + ": " + error;
     return false;
   }
   PlaceCamera(settings, scene.camera, camera, host, aspect);
   if (settings.pathTracing) host.Options().SetPathTracing(true);
+  if (settings.softShadows) host.Options().SetRayTracedSoftShadows(true);
   if (settings.antialias) {
     host.Options().SetAntiAliasing(*settings.antialias > 0);
     host.Options().SetAntialiasingLevel(*settings.antialias);
