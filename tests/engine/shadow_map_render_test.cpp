@@ -1,6 +1,10 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstring>
+#include <memory>
+#include <sched.h>
+#include <vector>
 
 #include "EngineTestAccess.h"
 #include "RenderScene.h"
@@ -23,8 +27,9 @@ SCENE_VERTEX_XYZ InCm(SCENE_VERTEX_XYZ p) {
 // the light's cone and angle cancel out.
 class ShadowMapRenderTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    scene.Material("Matt", [](TEXTURE_LINK& link) {
+  void SetUp() override { Populate(); }
+  void Populate() {
+    scene->Material("Matt", [](TEXTURE_LINK& link) {
       link.SetAmbientLevel(0);
       link.SetSpecularLevel(0);
     });
@@ -32,11 +37,11 @@ class ShadowMapRenderTest : public ::testing::Test {
     // it, so that the mean of the filter stays finite around the shadow.
     Quad({-20, -20, 0}, {20, -20, 0}, {20, 20, 0}, {-20, 20, 0});
     Quad({-20, -20, -0.2f}, {-20, 20, -0.2f}, {20, 20, -0.2f}, {20, -20, -0.2f});
-    scene.Options().SetCustomLighting(true);
-    scene.Options().SetDisplayShadows(true);
+    scene->Options().SetCustomLighting(true);
+    scene->Options().SetDisplayShadows(true);
   }
   void Quad(SCENE_VERTEX_XYZ a, SCENE_VERTEX_XYZ b, SCENE_VERTEX_XYZ c, SCENE_VERTEX_XYZ d) {
-    scene.Quad("Matt", InCm(a), InCm(b), InCm(c), InCm(d));
+    scene->Quad("Matt", InCm(a), InCm(b), InCm(c), InCm(d));
   }
   void Box(float x0, float y0, float x1, float y1, float h) {
     Quad({x0, y0, h}, {x1, y0, h}, {x1, y1, h}, {x0, y1, h});
@@ -49,7 +54,7 @@ class ShadowMapRenderTest : public ::testing::Test {
   void LookAt(float x, float y) {
     eye = {x, y - 0.5f, 24};
     target = {x, y, 0};
-    scene.SetCamera(InCm(eye), InCm(target), 2 * HalfField * 180 / 3.141592653589793);
+    scene->SetCamera(InCm(eye), InCm(target), 2 * HalfField * 180 / 3.141592653589793);
   }
   // The pixel that shows floor point (x, y), by the camera's own geometry:
   // right = forward x up of the world, screen up = right x forward.
@@ -77,21 +82,21 @@ class ShadowMapRenderTest : public ::testing::Test {
     light.flags = LightEnabled | LightCastsShadows | LightDiffuse;
     light.intensity = 5;
     light.angle = angle;
-    scene.Lights()->AddLightInstance(scene.Lights()->AddLightDefinition(light), nullptr);
+    scene->Lights()->AddLightInstance(scene->Lights()->AddLightDefinition(light), nullptr);
   }
   // Renders with shadows hidden, then as `soft` says, and keeps the ratio
   // of the pixels that the light reaches at all (-1 elsewhere).
   void RenderVisibility(bool soft) {
-    scene.Options().SetDisplayShadows(false);
-    scene.Render();
+    scene->Options().SetDisplayShadows(false);
+    scene->Render();
     std::vector<double> open(Side * Side);
-    for (int i = 0; i < Side * Side; ++i) open[i] = scene.Color(i % Side, i / Side).x;
-    scene.Options().SetDisplayShadows(true);
-    scene.Options().SetRayTracedSoftShadows(soft);
-    scene.Render();
+    for (int i = 0; i < Side * Side; ++i) open[i] = scene->Color(i % Side, i / Side).x;
+    scene->Options().SetDisplayShadows(true);
+    scene->Options().SetRayTracedSoftShadows(soft);
+    scene->Render();
     visibility.assign(Side * Side, -1.0);
     for (int i = 0; i < Side * Side; ++i)
-      if (open[i] > 1e-3) visibility[i] = scene.Color(i % Side, i / Side).x / open[i];
+      if (open[i] > 1e-3) visibility[i] = scene->Color(i % Side, i / Side).x / open[i];
   }
   int Count(double low, double high) const {
     int n = 0;
@@ -109,8 +114,8 @@ class ShadowMapRenderTest : public ::testing::Test {
     EXPECT_EQ(Count(0.01, 0.99), 0) << "a hard shadow has no penumbra";
   }
 
-  RenderScene scene{Side, Side};
-  EngineTestAccess access{scene.engine};
+  std::unique_ptr<RenderScene> scene = std::make_unique<RenderScene>(Side, Side);
+  EngineTestAccess access{scene->engine};
   std::vector<double> visibility;
   SCENE_VERTEX_XYZ eye{}, target{};
 };
@@ -153,7 +158,7 @@ TEST_F(ShadowMapRenderTest, PointLightShadowCrossesACubeSeamWithoutALine) {
 TEST_F(ShadowMapRenderTest, CameraMoveRedrawsNoMapAndALightChangeRedrawsItsOwn) {
   Box(-1, -1, 1, 1, 2);
   Light(1, {4, 0, 10}, {0, 0, 0});
-  scene.Update();
+  scene->Update();
   ASSERT_EQ(access.ShadowMapsSingle().size(), 1u);
   SWShadowMap* map = access.ShadowMapsSingle()[0];
   const SW_PIXEL_G64R64F middle = map->pixels[128 * 256 + 128];
@@ -161,13 +166,78 @@ TEST_F(ShadowMapRenderTest, CameraMoveRedrawsNoMapAndALightChangeRedrawsItsOwn) 
   EXPECT_TRUE(access.DirtyShadowLights().empty());
   map->pixels[128 * 256 + 128] = {0.25, 0.5};  // a mark that a redraw would wipe
   LookAt(3, -2);
-  scene.UpdateAgain();
+  scene->UpdateAgain();
   EXPECT_EQ(access.ShadowMapsSingle()[0], map);
   EXPECT_EQ(map->pixels[128 * 256 + 128].depth, 0.5);
 
-  scene.engine->ModifyLightInstance(scene.Lights()->GetLightInstance(0));
-  scene.UpdateAgain();
+  scene->engine->ModifyLightInstance(scene->Lights()->GetLightInstance(0));
+  scene->UpdateAgain();
   EXPECT_TRUE(access.DirtyShadowLights().empty());
   ASSERT_EQ(access.ShadowMapsSingle().size(), 1u);
   EXPECT_EQ(access.ShadowMapsSingle()[0]->pixels[128 * 256 + 128].depth, middle.depth);
+}
+
+namespace {
+// Pins the calling thread to its first processor while it lives: an engine
+// made meanwhile starts one worker.
+class OneProcessor {
+ public:
+  OneProcessor() {
+    sched_getaffinity(0, sizeof(all), &all);
+    cpu_set_t one;
+    CPU_ZERO(&one);
+    for (int cpu = 0; cpu < CPU_SETSIZE; ++cpu)
+      if (CPU_ISSET(cpu, &all)) {
+        CPU_SET(cpu, &one);
+        break;
+      }
+    sched_setaffinity(0, sizeof(one), &one);
+  }
+  ~OneProcessor() { sched_setaffinity(0, sizeof(all), &all); }
+
+ private:
+  cpu_set_t all;
+};
+}  // namespace
+
+TEST_F(ShadowMapRenderTest, MapsComeOutTheSameWhateverWorkerDrawsWhichTile) {
+  // Every process of a render farm draws its own maps, on its own number of
+  // workers: the pixels must agree to the bit.
+  const auto drawMaps = [this] {
+    Box(3, -1, 5, 1, 2);
+    Light(1, {4, 0, 10}, {0, 0, 0});
+    Light(0, {0, 0, 6}, {0, 0, 0});
+    scene->Options().SetRayTracedSoftShadows(true);
+    scene->Update();
+    std::vector<double> values;
+    const auto keep = [&](const SW_PIXEL_G64R64F* pixels, size_t count) {
+      for (size_t i = 0; i < count; ++i)
+        values.insert(values.end(), {pixels[i].depth, pixels[i].depthSquared});
+    };
+    for (const auto& [number, row] : access.ShadowMapIndexSingle()) {
+      const SWShadowMap* map = access.ShadowMapsSingle()[row];
+      keep(map->pixels, size_t(map->width) * map->height);
+    }
+    for (const auto& [number, row] : access.ShadowMapIndexCube()) {
+      const SWCubeShadowMap* map = access.ShadowMapsCube()[row];
+      keep(map->pixels, size_t(map->faces) * map->width * map->height);
+    }
+    return values;
+  };
+  const std::vector<double> shared = drawMaps();
+  // A flat map of 256 x 256 and a cube of 6 x 256 x 256.
+  ASSERT_EQ(shared.size(), 2u * 7 * 256 * 256);
+  {
+    OneProcessor pin;
+    scene = std::make_unique<RenderScene>(Side, Side);
+  }
+  access = EngineTestAccess(scene->engine);
+  ASSERT_EQ(access.WorkerCount(), 1u);
+  Populate();
+  const std::vector<double> alone = drawMaps();
+  ASSERT_EQ(alone.size(), shared.size());
+  size_t differing = 0;
+  for (size_t i = 0; i < shared.size(); ++i)
+    differing += std::memcmp(&shared[i], &alone[i], sizeof(double)) != 0;
+  EXPECT_EQ(differing, 0u);
 }
