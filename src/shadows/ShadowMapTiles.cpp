@@ -3,6 +3,7 @@
 // and mean squares. Both collect a tile in a local array and write it to
 // the map in one go, so an abort leaves the map's pixels as they were.
 #include <algorithm>
+#include <vector>
 
 #include "BrindlexViewRTRenderEngine.h"
 #include "Gdi.h"
@@ -58,27 +59,58 @@ void StoreTile(const SWRT_RENDER_THREAD_DATA& data, const SW_PIXEL_G64R64F* loca
     }
 }
 
-// The mean of 25 taps around (px, py), each at the texture coordinate of a
-// neighbour: a tap at c / width falls between pixels c - 1 and c, so the
-// filter as a whole weighs a 6 x 6 window.
-template <typename Sample>
-SW_PIXEL_G64R64F FilterPixel(int64_t px, int64_t py, int32_t width, int32_t height, Sample sample) {
-  SW_PIXEL_G64R64F taps[25];
-  int n = 0;
-  for (int dx = -FilterReach; dx <= FilterReach; ++dx) {
-    const int64_t column = std::clamp<int64_t>(px + dx, 0, width - 1);
-    const float u = static_cast<float>(column) / static_cast<float>(width);
-    for (int dy = -FilterReach; dy <= FilterReach; ++dy) {
-      const int64_t row = std::clamp<int64_t>(py + dy, 0, height - 1);
-      // The maps are square: rows are divided by the width as well.
-      const float v = static_cast<float>(row) / static_cast<float>(width);
-      taps[n] = SW_PIXEL_G64R64F{0.0, 0.0};
-      sample(u, v, taps[n]);
-      ++n;
+// The taps that one filter tile reads, each looked up once: neighbouring
+// pixels share 20 of their 25 taps, and a tap is the same look-up whichever
+// pixel asks for it. Tap (c, r) lies at texture coordinates (c / width,
+// r / width), so it falls between pixels c - 1 and c; the filter as a whole
+// thus weighs a 6 x 6 window.
+class FilterTaps {
+ public:
+  template <typename Sample>
+  FilterTaps(const SWRT_RENDER_THREAD_DATA& data, int32_t width, int32_t height, Sample sample)
+      : width(width), height(height) {
+    if (data.width == 0 || data.height == 0 || width < 1 || height < 1) return;
+    // The columns and rows that the tile reaches before its pixel limit.
+    const int64_t spanX = std::min<int64_t>(data.width, (TilePixels + data.height - 1) / data.height);
+    const int64_t spanY = std::min<int64_t>(data.height, TilePixels);
+    x0 = Column(int64_t{data.x} - FilterReach);
+    y0 = Row(int64_t{data.y} - FilterReach);
+    columns = Column(int64_t{data.x} + spanX - 1 + FilterReach) - x0 + 1;
+    rows = Row(int64_t{data.y} + spanY - 1 + FilterReach) - y0 + 1;
+    taps.resize(size_t(columns * rows));
+    for (int64_t c = 0; c < columns; ++c) {
+      const float u = static_cast<float>(x0 + c) / static_cast<float>(width);
+      for (int64_t r = 0; r < rows; ++r) {
+        // The maps are square: rows are divided by the width as well.
+        const float v = static_cast<float>(y0 + r) / static_cast<float>(width);
+        SW_PIXEL_G64R64F& tap = taps[size_t(c * rows + r)];
+        tap = SW_PIXEL_G64R64F{0.0, 0.0};
+        sample(u, v, tap);
+      }
     }
   }
-  return MeanOfShadowMapPixels(taps, n);
-}
+
+  // The mean of the 25 taps around (px, py), the neighbours' coordinates
+  // limited to the map so that the edge pixel repeats.
+  SW_PIXEL_G64R64F Filter(int64_t px, int64_t py) const {
+    SW_PIXEL_G64R64F window[25];
+    int n = 0;
+    for (int dx = -FilterReach; dx <= FilterReach; ++dx) {
+      const int64_t c = Column(px + dx) - x0;
+      for (int dy = -FilterReach; dy <= FilterReach; ++dy)
+        window[n++] = taps[size_t(c * rows + Row(py + dy) - y0)];
+    }
+    return MeanOfShadowMapPixels(window, n);
+  }
+
+ private:
+  int64_t Column(int64_t c) const { return std::clamp<int64_t>(c, 0, width - 1); }
+  int64_t Row(int64_t r) const { return std::clamp<int64_t>(r, 0, height - 1); }
+
+  int64_t width, height;
+  int64_t x0 = 0, y0 = 0, columns = 0, rows = 0;
+  std::vector<SW_PIXEL_G64R64F> taps;
+};
 }  // namespace
 
 RTRendererLight* FindShadowMapLight(RTLightTable* lightTable, RTRendererLight* defaultLights, int32_t number,
@@ -132,18 +164,18 @@ void RT_RENDER_ENGINE::FilterShadowMapTile(const SWRT_RENDER_THREAD_DATA& data, 
       cube ? FindUsableShadowMap(shadowMapIndexCube, shadowMapsCube, number) : nullptr;
   const int face = FaceOf(data.workKind);
   const int32_t width = cube ? source->width : flat->width, height = cube ? source->height : flat->height;
+  const FilterTaps taps =
+      cube ? FilterTaps(data, width, height,
+                        [&](float u, float v, SW_PIXEL_G64R64F& tap) {
+                          SampleCubeShadowMapFace(source, face, u, v, tap);
+                        })
+           : FilterTaps(data, width, height,
+                        [&](float u, float v, SW_PIXEL_G64R64F& tap) { SampleShadowMap(flat, u, v, tap); });
   SW_PIXEL_G64R64F local[TilePixels];
   uint32_t i = 0;
   for (uint32_t px = data.x; px < data.x + data.width && i < TilePixels && !abort; ++px)
     for (uint32_t py = data.y; py < data.y + data.height && i < TilePixels && !abort; ++py, ++i) {
-      if (cube)
-        local[i] = FilterPixel(px, py, width, height, [&](float u, float v, SW_PIXEL_G64R64F& tap) {
-          SampleCubeShadowMapFace(source, face, u, v, tap);
-        });
-      else
-        local[i] = FilterPixel(px, py, width, height, [&](float u, float v, SW_PIXEL_G64R64F& tap) {
-          SampleShadowMap(flat, u, v, tap);
-        });
+      local[i] = taps.Filter(px, py);
       if (ShouldAbort()) abort = true;
     }
   if (abort) return;
