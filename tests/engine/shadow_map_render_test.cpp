@@ -73,7 +73,8 @@ class ShadowMapRenderTest : public ::testing::Test {
     const int column = int(std::floor(Side / 2.0 * (1 + sx))), row = int(std::floor(Side / 2.0 * (1 - sy)));
     return row * Side + column;
   }
-  void Light(uint16_t type, SCENE_VERTEX_XYZ position, SCENE_VERTEX_XYZ target, double angle = 45.0) {
+  void Light(uint16_t type, SCENE_VERTEX_XYZ position, SCENE_VERTEX_XYZ target, double angle = 45.0,
+             SCENE_VERTEX_XYZ axisU = {}, SCENE_VERTEX_XYZ axisV = {}) {
     SCENE_LIGHT_DEFINITION light{};
     light.type = type;
     light.position = InCm(position);
@@ -82,6 +83,8 @@ class ShadowMapRenderTest : public ::testing::Test {
     light.flags = LightEnabled | LightCastsShadows | LightDiffuse;
     light.intensity = 5;
     light.angle = angle;
+    light.axisU = InCm(axisU);
+    light.axisV = InCm(axisV);
     scene->Lights()->AddLightInstance(scene->Lights()->AddLightDefinition(light), nullptr);
   }
   // Renders with shadows hidden, then as `soft` says, and keeps the ratio
@@ -135,6 +138,15 @@ TEST_F(ShadowMapRenderTest, DirectLightGivesAPenumbra) {
   Box(-1, -1, 1, 1, 2);
   Light(2, {-30, -20, 60}, {0, 0, 0});
   LookAt(1, 0.5f);
+  ExpectPenumbraOnlyWhenSoft();
+}
+
+TEST_F(ShadowMapRenderTest, AreaLightGivesAPenumbra) {
+  // A panel of 1 x 1 where the spot light stood; its map is drawn from a
+  // point behind the panel.
+  Box(-1, -1, 1, 1, 2);
+  Light(3, {4, 0, 10}, {0, 0, 0}, 45.0, {0.5f, 0, 0}, {0, 0.5f, 0});
+  LookAt(-1.5f, 0);
   ExpectPenumbraOnlyWhenSoft();
 }
 
