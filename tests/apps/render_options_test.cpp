@@ -1,7 +1,9 @@
 #include <gtest/gtest.h>
 
+#include "AppTestFiles.h"
 #include "Options.h"
 #include "Progress.h"
+#include "SceneAssembly.h"
 
 namespace {
 
@@ -61,6 +63,33 @@ TEST(RenderOptions, BadOptionsSayWhy) {
   EXPECT_EQ(ErrorOf({"--alpha=yes"}), "option '--alpha' takes no value");
   EXPECT_EQ(ErrorOf({"a.obj", "b.obj"}), "more than one model given ('a.obj' and 'b.obj')");
   EXPECT_EQ(ErrorOf({"-o", std::string(260, 'x')}), "output name longer than 259 characters");
+}
+
+TEST(RenderOptions, TimeLimitAndPassesFromCommandLineOrSceneFile) {
+  EXPECT_EQ(ErrorOf({"--time", "0"}), "option '--time' needs a number of seconds above 0, not '0'");
+  EXPECT_EQ(ErrorOf({"--time=soon"}), "option '--time' needs a number of seconds above 0, not 'soon'");
+  // A time alone leaves the passes open; passes alone keep no time limit.
+  RenderJob job = MakeJob(Parse({"--time", "90.5"}));
+  EXPECT_EQ(job.passes, UnlimitedPasses);
+  EXPECT_EQ(job.timeLimit, 90.5);
+  job = MakeJob(Parse({"--time", "90.5", "--passes", "10"}));
+  EXPECT_EQ(job.passes, 10);
+  job = MakeJob(Parse({}));
+  EXPECT_EQ(job.passes, DefaultPasses);
+  EXPECT_EQ(job.timeLimit, 0.0);
+
+  // The scene file's keys count where the command line is silent.
+  TestFolder folder;
+  const std::string scene = folder.Write("s.json", R"({"passes": 12, "time": 30})").string();
+  RenderSettings settings = Parse({"--scene", scene, "--passes", "5"});
+  std::string error;
+  ASSERT_TRUE(TakeSceneRenderLimits(settings, error)) << error;
+  EXPECT_EQ(settings.passes, 5);
+  EXPECT_EQ(settings.timeLimit, 30.0);
+  // The faces of a cube map run their passes one after the other.
+  settings = Parse({"--scene", scene, "--cube-map"});
+  EXPECT_FALSE(TakeSceneRenderLimits(settings, error));
+  EXPECT_EQ(error, "a time limit does not work with --cube-map");
 }
 
 TEST(RenderOptions, OutputNamesFromModelOrDemoAndCubeFaces) {
