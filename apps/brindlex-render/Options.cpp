@@ -120,6 +120,7 @@ const std::map<std::string, OptionSpec>& OptionTable() {
       {"--antialias", {true, SetAntialias}},
       {"--path-tracing", {false, Flag(&RenderSettings::pathTracing)}},
       {"--photons", {false, Flag(&RenderSettings::photons)}},
+      {"--soft-shadows", {false, Flag(&RenderSettings::softShadows)}},
       {"--passes", {true, Integer(&RenderSettings::passes, 1, 1000000)}},
       {"--time", {true, SetTimeLimit}},
       {"--checkpoints", {false, Flag(&RenderSettings::checkpoints)}},
@@ -201,6 +202,7 @@ Options:
       --path-tracing    render with the path tracer
       --photons         light bounced between surfaces, from photon maps of
                         the model's lights (tuned for building interiors)
+      --soft-shadows    soft shadows: light maps, or light sampling in path tracing
       --passes N        path-tracing passes (default 32, or no limit with --time)
       --time SECONDS    end path tracing with the pass during which this time
                         runs out; the picture holds the last complete pass

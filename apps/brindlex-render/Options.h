@@ -15,7 +15,8 @@ struct RenderSettings {
   std::optional<int> width, height;
   std::optional<unsigned short> antialias;
   bool pathTracing = false;
-  bool photons = false;  // photon mapping for indirect light
+  bool photons = false;      // photon mapping for indirect light
+  bool softShadows = false;  // --soft-shadows
   std::optional<int> passes;
   std::optional<double> timeLimit;  // --time, seconds
   bool checkpoints = false;

@@ -4,6 +4,8 @@
 #include <cmath>
 #include <cstdio>
 
+#include "SWShadowMap.h"
+
 namespace {
 // A terminal line is rewritten at most this often, in seconds: faster only
 // costs the render time.
@@ -24,6 +26,7 @@ double ProgressDisplay::SteadyClock() {
 void ProgressDisplay::Receive(unsigned message, WPARAM wParam, LPARAM lParam) {
   std::lock_guard<std::mutex> lock(mutex);
   if (TakePhotonMessage(message, wParam, lParam)) return;
+  if (ReceiveMapMessage(message, wParam)) return;
   switch (message) {
     case PBM_SETRANGE:
       // The range counts the blocks of one pass over every face.
@@ -52,8 +55,8 @@ void ProgressDisplay::Receive(unsigned message, WPARAM wParam, LPARAM lParam) {
 void ProgressDisplay::Finish() {
   std::lock_guard<std::mutex> lock(mutex);
   EndPhotonLine();
-  if (!started || style == Style::Quiet) return;
-  Show(true);
+  if ((!started && !lineOpen) || style == Style::Quiet) return;
+  if (started) Show(true);
   if (lineOpen) out << '\n' << std::flush;
   lineOpen = false;
 }
@@ -113,6 +116,36 @@ std::string ProgressDisplay::FormatPassTime(double seconds) {
   return text;
 }
 
+bool ProgressDisplay::ReceiveMapMessage(unsigned message, WPARAM wParam) {
+  if (message == RT_SHADOW_MAP_LIGHT_MESSAGE) {
+    ++mapLights;
+    mapTiles = static_cast<unsigned long>(wParam);
+    mapTilesDone = 0;
+  } else if (message == RT_SHADOW_MAP_TILE_MESSAGE) {
+    ++mapTilesDone;
+  } else {
+    return false;
+  }
+  if (style == Style::Quiet || started) return true;
+  const bool lightDone = mapTilesDone >= mapTiles;
+  const double now = clock();
+  const std::string line = FormatMapLine(mapLights, mapTilesDone, mapTiles);
+  if (style == Style::Terminal) {
+    if (!lightDone && mapTilesDone > 0 && now - mapShown < TerminalInterval) return true;
+    out << '\r' << line << "\x1b[K" << std::flush;
+    lineOpen = true;
+  } else if (lightDone) {
+    out << line << '\n' << std::flush;  // one line for each finished map
+  }
+  mapShown = now;
+  return true;
+}
+
+std::string ProgressDisplay::FormatMapLine(unsigned long light, unsigned long done, unsigned long total) {
+  return "shadow maps: light " + std::to_string(light) + "  tiles " + std::to_string(done) + "/" +
+         std::to_string(total);
+}
+
 std::string ProgressDisplay::FormatDuration(double seconds) {
   const long whole = std::lround(std::max(seconds, 0.0));
   char text[32];
@@ -140,8 +173,9 @@ bool ProgressDisplay::TakePhotonMessage(unsigned message, WPARAM wParam, LPARAM 
     ShowPhotons(false);
     return true;
   }
-  // The blocks' range ends the shooting; the message is theirs as well.
-  if (message == PBM_SETRANGE) EndPhotonLine();
+  // The shadow maps' first light or the blocks' range ends the shooting;
+  // the message is theirs as well.
+  if (message == PBM_SETRANGE || message == RT_SHADOW_MAP_LIGHT_MESSAGE) EndPhotonLine();
   return false;
 }
 

@@ -46,6 +46,9 @@ class ProgressDisplay {
   // limit runs out, or with the last pass if that comes first.
   static std::string FormatLine(unsigned long done, unsigned long total, int pass, int passes, double elapsed,
                                 double timeLimit = 0);
+  // "shadow maps: light 2  tiles 30/128": the map phase of a scene update,
+  // `light` counting the lights whose maps were begun.
+  static std::string FormatMapLine(unsigned long light, unsigned long done, unsigned long total);
   // m:ss, or h:mm:ss from an hour on.
   static std::string FormatDuration(double seconds);
   // "2.5 s" below a minute, else as FormatDuration.
@@ -63,6 +66,9 @@ class ProgressDisplay {
   bool TakePhotonMessage(unsigned message, WPARAM wParam, LPARAM lParam);
   void ShowPhotons(bool force);
   void EndPhotonLine();
+  // The map phase, before the first block; false for a message of another
+  // phase.
+  bool ReceiveMapMessage(unsigned message, WPARAM wParam);
 
   std::ostream& out;
   Style style;
@@ -79,4 +85,6 @@ class ProgressDisplay {
   uint64_t photonsStored = 0, photonTotal = 0, shownPhotons = 0;
   double shootingStart = 0.0;
   int shownPhotonTenth = -1;
+  unsigned long mapLights = 0, mapTiles = 0, mapTilesDone = 0;
+  double mapShown = -1.0;
 };

@@ -77,6 +77,8 @@ bool AssembleScene(const RenderSettings& settings, double aspect, HostScene& hos
     return false;
   }
   if (settings.photons) UseInteriorPhotonMapping(host);
+  // Hard shadow rays unless the scene file or --soft-shadows asks for more.
+  host.Options().SetRayTracedSoftShadows(false);
   if (!ApplyScene(scene, host, error)) {
     error = settings.sceneFile + ": " + error;
     return false;
@@ -84,6 +86,7 @@ bool AssembleScene(const RenderSettings& settings, double aspect, HostScene& hos
   PlaceCamera(settings, scene.camera, camera, host, aspect);
   if (settings.pathTracing) host.Options().SetPathTracing(true);
   if (settings.photons) host.Options().SetPhotonMapping(true);
+  if (settings.softShadows) host.Options().SetRayTracedSoftShadows(true);
   if (settings.antialias) {
     host.Options().SetAntiAliasing(*settings.antialias > 0);
     host.Options().SetAntialiasingLevel(*settings.antialias);

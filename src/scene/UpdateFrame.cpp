@@ -103,7 +103,7 @@ void RT_RENDER_ENGINE::UpdateFrame(ENVIRONMENT_3D_PROJECT* project, ENVIRONMENT_
       SetHeadlight(options, camera);
       PollAbort(aborted);
     }
-    if (UpdateShadowMaps(options, camera, aborted)) rotateStale = true;
+    if (UpdateShadowMaps(view, sceneGraph, options, camera, aborted)) rotateStale = true;
 
     if (rotateStale) {
       kdTrees[1].Clear();
@@ -119,10 +119,15 @@ void RT_RENDER_ENGINE::UpdateFrame(ENVIRONMENT_3D_PROJECT* project, ENVIRONMENT_
 void RT_RENDER_ENGINE::BuildGeometryPass(int pass, ENVIRONMENT_3D_VIEW* view,
                                          SCENE_GRAPH_NODE_INTERFACE* root,
                                          const SCENE_GRAPH_NODE_INTERFACE* horizonNode,
-                                         const char* horizonMaterialID, const SCENE_MATRIX* viewMatrix) {
+                                         const char* horizonMaterialID, const SCENE_MATRIX* viewMatrix,
+                                         const int* lightProjectionType) {
+  // A light's pass turns the geometry towards the light's camera and
+  // leaves the scene box alone.
+  const bool lightPass = lightProjectionType != nullptr;
   SceneGraphTraversalInitializeSWMeshes traversal(
       &meshTables[pass], &materialRoots, &swMaterials, &materialIndexByNode, horizonNode, horizonMaterialID,
-      pass == 1, viewMatrix, view->GetProjectionType(), &sceneMin, &sceneMax, root);
+      pass == 1, viewMatrix, lightPass ? *lightProjectionType : view->GetProjectionType(),
+      lightPass ? nullptr : &sceneMin, lightPass ? nullptr : &sceneMax, root);
   TraverseSceneGraph(root, &traversal);
   kdTrees[pass].Build(&meshTables[pass], workQueue, queueLock, renderThreads, wakeSemaphore, doneSemaphore,
                       shouldAbortFunction, shouldAbortContext);

@@ -46,6 +46,8 @@ TEST(RenderOptions, EveryOptionInBothSpellings) {
   EXPECT_TRUE(Parse({"--help"}).help);
   EXPECT_TRUE(Parse({"--version"}).version);
   EXPECT_TRUE(Parse({}).model.empty());
+  EXPECT_TRUE(Parse({"--soft-shadows"}).softShadows);
+  EXPECT_FALSE(Parse({}).softShadows);
 }
 
 TEST(RenderOptions, BadOptionsSayWhy) {

@@ -4,6 +4,7 @@
 #include <sstream>
 
 #include "Progress.h"
+#include "SWShadowMap.h"
 
 namespace {
 
@@ -102,4 +103,19 @@ TEST(RenderProgress, ThePhotonShootingHasALineOfItsOwnBeforeTheBlocks) {
       EXPECT_EQ(lines, 6u) << text;
     }
   }
+}
+
+TEST(RenderProgress, ShadowMapPhaseShowsLightsAndTiles) {
+  EXPECT_EQ(ProgressDisplay::FormatMapLine(2, 30, 128), "shadow maps: light 2  tiles 30/128");
+  // Two maps of 3 and 2 tiles, then a frame: a line for each finished map.
+  std::ostringstream out;
+  ProgressDisplay progress(out, ProgressDisplay::Style::Lines, 1, [] { return 0.0; });
+  platform::Window* window = progress.Window();
+  for (int tiles : {3, 2}) {
+    window->PostMessage(RT_SHADOW_MAP_LIGHT_MESSAGE, tiles, 7);
+    for (int i = 0; i < tiles; ++i) window->PostMessage(RT_SHADOW_MAP_TILE_MESSAGE, 0, 0);
+  }
+  EXPECT_EQ(out.str(), "shadow maps: light 1  tiles 3/3\nshadow maps: light 2  tiles 2/2\n");
+  window->PostMessage(PBM_SETRANGE, 0, MAKELPARAM(0, 10));
+  EXPECT_NE(out.str().find("blocks 0/10"), std::string::npos);
 }

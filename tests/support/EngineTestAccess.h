@@ -44,6 +44,8 @@ class EngineTestAccess {
   const SWPhotonMap& PhotonMap(bool direct) const {
     return direct ? *engine->directPhotonMap : *engine->indirectPhotonMap;
   }
+  std::vector<SWCubeShadowMap*>& ShadowMapsCube() { return engine->shadowMapsCube; }
+  std::map<int32_t, int32_t>& ShadowMapIndexCube() { return engine->shadowMapIndexCube; }
 
   // Pushes a batch under the queue lock, as a producer does.
   void Push(const std::vector<WorkItem>& items) {

@@ -104,6 +104,12 @@ class RenderScene {
     engine->UpdateFrame(&project, view, project.GetSceneGraph(), project.GetSceneLights(), nullptr, nullptr,
                         0, ++frameTag);
   }
+  // A scene update under the last frame tag: only what follows the camera
+  // and the lights is brought up to date.
+  void UpdateAgain() {
+    engine->UpdateFrame(&project, view, project.GetSceneGraph(), project.GetSceneLights(), nullptr, nullptr,
+                        0, frameTag);
+  }
   void Render() {
     Update();
     engine->RenderFrame(&project, view, project.GetSceneGraph(), {0, 0, width, height}, true);
