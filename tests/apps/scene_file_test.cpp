@@ -1,5 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <functional>
+#include <string>
+#include <vector>
+
 #include "AppTestFiles.h"
 #include "BrindlexViewMath.h"
 #include "SceneFile.h"
@@ -136,6 +140,97 @@ TEST(SceneFile, FullExampleLoadsIntoTheHostObjects) {
   SCENE_VERTEX_XYZ min, max;
   ASSERT_TRUE(host.HorizonNode()->GetNodeBounds(&min, &max, true));
   EXPECT_FLOAT_EQ(max.x - min.x, 500.0f);
+}
+
+// Options as a scene file's renderOptions leave them on a new view.
+MODE_RENDER_OPTIONS OptionsOf(const std::string& renderOptions) {
+  SceneDescription scene;
+  std::string error;
+  EXPECT_TRUE(ParseScene(R"({"renderOptions": )" + renderOptions + "}", "/scenes", scene, error)) << error;
+  MODE_RENDER_OPTIONS options;
+  for (const auto& apply : scene.options) apply(options);
+  return options;
+}
+
+TEST(SceneFile, EveryRenderOptionHasAPlainKeyAndKeepsItsGetterName) {
+  using O = const MODE_RENDER_OPTIONS&;
+  struct Case {
+    const char *key, *getter, *value;  // a value that no new view has
+    std::function<bool(O)> holds;
+  };
+  const std::vector<Case> cases = {
+      {"pathTracing", "DoPathTracing", "true", [](O o) { return o.DoPathTracing(); }},
+      {"customLighting", "DoCustomLighting", "true", [](O o) { return o.DoCustomLighting(); }},
+      {"lighting", "DoLighting", "false", [](O o) { return !o.DoLighting(); }},
+      {"photonMapping", "DoPhotonMapping", "true", [](O o) { return o.DoPhotonMapping(); }},
+      {"indirectLighting", "DoIndirectLighting", "true", [](O o) { return o.DoIndirectLighting(); }},
+      {"softShadows", "DoRayTracedSoftShadows", "false", [](O o) { return !o.DoRayTracedSoftShadows(); }},
+      {"shadows", "DisplayShadows", "false", [](O o) { return !o.DisplayShadows(); }},
+      {"allShadows", "ShouldCalculateAllShadows", "true", [](O o) { return o.ShouldCalculateAllShadows(); }},
+      {"ambientOcclusion", "DoAmbientOcclusion", "true", [](O o) { return o.DoAmbientOcclusion(); }},
+      {"reflections", "DoReflections", "false", [](O o) { return !o.DoReflections(); }},
+      {"bumpMapping", "DoBumpMapping", "false", [](O o) { return !o.DoBumpMapping(); }},
+      {"emissiveMaterial", "DoEmissiveMaterial", "false", [](O o) { return !o.DoEmissiveMaterial(); }},
+      {"useAntialiasing", "DoAntiAliasing", "false", [](O o) { return !o.DoAntiAliasing(); }},
+      {"antialiasing", "GetAntialiasingLevel", "3", [](O o) { return o.GetAntialiasingLevel() == 3; }},
+      {"toneMapping", "DoHDRTonalMapping", "true", [](O o) { return o.DoHDRTonalMapping(); }},
+      {"toneMappingLevel", "GetHDRTonalMappingLevel", "40",
+       [](O o) { return o.GetHDRTonalMappingLevel() == 40.0f; }},
+      {"toneMappingGamma", "ApplyHDRGamma", "false", [](O o) { return !o.ApplyHDRGamma(); }},
+      {"highlightColor", "GetHighlightColor", R"("#123456")",
+       [](O o) { return o.GetHighlightColor() == 0x563412ul; }},
+      {"disableSymbolLights", "DisableSymbolLights", "true", [](O o) { return o.DisableSymbolLights(); }},
+      {"headlight", "IsHeadlightOn", "true", [](O o) { return o.IsHeadlightOn(); }},
+      {"headlightLevel", "GetHeadlightLightLevel", "25",
+       [](O o) { return o.GetHeadlightLightLevel() == 25; }},
+      {"ambientLightLevel", "GetAmbientLightLevel", "0.5",
+       [](O o) { return o.GetAmbientLightLevel() == 0.5f; }},
+      {"indirectBounces", "GetNumberOfIndirectBounces", "5",
+       [](O o) { return o.GetNumberOfIndirectBounces() == 5; }},
+      {"photonLevel", "GetPhotonLevel", "7", [](O o) { return o.GetPhotonLevel() == 7; }},
+      {"photonEnergy", "GetPhotonEnergy", "11", [](O o) { return o.GetPhotonEnergy() == 11; }},
+      {"photonSampleLevel", "GetPhotonSampleLevel", "13", [](O o) { return o.GetPhotonSampleLevel() == 13; }},
+      {"photonRadius", "GetPhotonRadius", "2.5", [](O o) { return o.GetPhotonRadius() == 2.5f; }},
+      {"photonDirectLighting", "GetPhotonDirectLightingContribution", "30",
+       [](O o) { return o.GetPhotonDirectLightingContribution() == 30.0f; }},
+      {"fogLevel", "GetFogLevel", "12.5", [](O o) { return o.GetFogLevel() == 12.5f; }},
+      {"mistLevel", "GetMistLevel", "20", [](O o) { return o.GetMistLevel() == 20.0f; }},
+      {"mistOffset", "GetMistOffset", "-3", [](O o) { return o.GetMistOffset() == -3.0f; }},
+      {"backgroundColor", "GetBackgroundColor", R"("#102030")",
+       [](O o) { return o.GetBackgroundColor() == 0x302010ul; }},
+      {"useBackgroundTexture", "UseBackgroundTexture", "true", [](O o) { return o.UseBackgroundTexture(); }},
+      {"backgroundPanoramic", "IsBackgroundTexturePanoramic", "true",
+       [](O o) { return o.IsBackgroundTexturePanoramic(); }},
+      {"backgroundXOffset", "GetBackgroundImageXOffset", "-20",
+       [](O o) { return o.GetBackgroundImageXOffset() == -20; }},
+      {"backgroundYOffset", "GetBackgroundImageYOffset", "15",
+       [](O o) { return o.GetBackgroundImageYOffset() == 15; }},
+      {"faces", "DisplayFaces", "false", [](O o) { return !o.DisplayFaces(); }},
+      {"faceDisplayType", "GetFaceDisplayType", "0", [](O o) { return o.GetFaceDisplayType() == 0; }},
+      {"faceOpacity", "GetFaceOpacityLevel", "60", [](O o) { return o.GetFaceOpacityLevel() == 60.0f; }},
+      {"useFaceTextureScale", "UseFaceTextureScale", "true", [](O o) { return o.UseFaceTextureScale(); }},
+      {"faceTextureScale", "GetFaceTextureScale", "50", [](O o) { return o.GetFaceTextureScale() == 50.0f; }},
+      {"monochromeFaceColor", "GetMonochromeFaceColor", R"("#FF0000")",
+       [](O o) { return o.GetMonochromeFaceColor() == 0x0000FFul; }},
+      {"backgroundTexture", "GetBackgroundTexture", R"("sky.jpg")",
+       [](O o) { return std::string(o.GetBackgroundTextureName()) == "/scenes/sky.jpg"; }},
+  };
+  const MODE_RENDER_OPTIONS fresh;
+  for (const Case& c : cases) {
+    EXPECT_FALSE(c.holds(fresh)) << c.key << ": the test value is the default";
+    for (const char* name : {c.key, c.getter})
+      EXPECT_TRUE(c.holds(OptionsOf("{\"" + std::string(name) + "\": " + c.value + "}"))) << name;
+  }
+  // A key and its getter name set one option: only one of them may be given.
+  EXPECT_EQ(ErrorOf(R"({"renderOptions": {"antialiasing": 2, "GetAntialiasingLevel": 3}})"),
+            "'renderOptions.antialiasing' sets the same option as 'renderOptions.GetAntialiasingLevel'");
+  // Out of range: the error names the key as written and the range.
+  EXPECT_EQ(ErrorOf(R"({"renderOptions": {"antialiasing": 5}})"),
+            "'renderOptions.antialiasing' must be from 0 to 4");
+  EXPECT_EQ(ErrorOf(R"({"renderOptions": {"fogLevel": -1}})"),
+            "'renderOptions.fogLevel' must be from 0 to 100");
+  EXPECT_EQ(ErrorOf(R"({"renderOptions": {"photonLevel": 70000}})"),
+            "'renderOptions.photonLevel' must be from 0 to 65535");
 }
 
 TEST(SceneFile, NamesThatMatchNothingAreErrors) {
