@@ -49,8 +49,10 @@ class ObjectReader {
     if (!v) return std::nullopt;
     if (!v->is_number()) Fail(Key(key), "must be a number");
     const double number = v->get<double>();
-    if (number < low || number > high) Fail(Key(key), "must be from " + Text(low) + " to " + Text(high));
-    return number;
+    if (number >= low && number <= high) return number;
+    if (high == HUGE_VAL) Fail(Key(key), "must be at least " + Text(low));
+    if (low == -HUGE_VAL) Fail(Key(key), "must be at most " + Text(high));
+    Fail(Key(key), "must be from " + Text(low) + " to " + Text(high));
   }
 
   std::optional<int> Integer(const char* key, int low, int high) {
@@ -110,10 +112,21 @@ class ObjectReader {
   }
 
  private:
+  // As people write numbers in JSON: "1e30" and "1e-9", not "1e+30" and
+  // "1e-09".
   static std::string Text(double number) {
     std::ostringstream out;
     out << number;
-    return out.str();
+    std::string text = out.str();
+    const size_t e = text.find('e');
+    if (e == std::string::npos) return text;
+    size_t digits = e + 1;
+    if (text[digits] == '+')
+      text.erase(digits, 1);
+    else if (text[digits] == '-')
+      ++digits;
+    while (digits + 1 < text.size() && text[digits] == '0') text.erase(digits, 1);
+    return text;
   }
 
   const json& value;

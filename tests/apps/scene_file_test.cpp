@@ -1,6 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <fstream>
 #include <functional>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -32,6 +35,11 @@ TEST(SceneFile, UnknownKeysAndWrongTypesNameTheKey) {
             "'renderOptions.GetAntialiasingLevel' must be a whole number");
   EXPECT_EQ(ErrorOf(R"({"renderOptions": {"GetFogLevel": 150}})"),
             "'renderOptions.GetFogLevel' must be from 0 to 100");
+  // A range open on one side is said so, numbers as JSON writes them.
+  EXPECT_EQ(ErrorOf(R"({"models": [{"file": "a.obj", "scale": 0}]})"),
+            "'models[0].scale' must be at least 1e-9");
+  EXPECT_EQ(ErrorOf(R"({"lights": [{"type": "point", "position": [0, 0, 0], "falloffEnd": -1}]})"),
+            "'lights[0].falloffEnd' must be at least 0");
   EXPECT_EQ(ErrorOf(R"({"background": {"color": "blue"}})"),
             "'background.color' must be a colour \"#RRGGBB\"");
   EXPECT_EQ(ErrorOf(R"({"lights": [{"type": "torch", "position": [0, 0, 0]}]})"),
@@ -231,6 +239,61 @@ TEST(SceneFile, EveryRenderOptionHasAPlainKeyAndKeepsItsGetterName) {
             "'renderOptions.fogLevel' must be from 0 to 100");
   EXPECT_EQ(ErrorOf(R"({"renderOptions": {"photonLevel": 70000}})"),
             "'renderOptions.photonLevel' must be from 0 to 65535");
+}
+
+// The rows of the renderOptions table in docs/scene-format.md, each cell
+// trimmed: key, getter name, type, default, range.
+std::vector<std::vector<std::string>> DocumentedRenderOptions() {
+  std::ifstream doc(BRINDLEX_SCENE_FORMAT_DOC);
+  std::vector<std::vector<std::string>> rows;
+  bool inSection = false;
+  for (std::string line; std::getline(doc, line);) {
+    if (line.rfind("### ", 0) == 0) inSection = line == "### `renderOptions`";
+    if (!inSection || line.rfind("| `", 0) != 0) continue;
+    std::vector<std::string> cells;
+    std::istringstream row(line.substr(1));
+    for (std::string cell; std::getline(row, cell, '|');) {
+      const size_t first = cell.find_first_not_of(' '), last = cell.find_last_not_of(' ');
+      cells.push_back(first == std::string::npos ? "" : cell.substr(first, last - first + 1));
+    }
+    for (std::string& cell : cells)
+      if (cell.size() > 2 && cell.front() == '`' && cell.back() == '`')
+        cell = cell.substr(1, cell.size() - 2);
+    rows.push_back(cells);
+  }
+  return rows;
+}
+
+TEST(SceneFile, TheDocumentedKeysAndRangesAreTheOnesReadThere) {
+  const auto rows = DocumentedRenderOptions();
+  ASSERT_EQ(rows.size(), 43u);  // every option of the view, counted by hand
+  for (const auto& row : rows) {
+    ASSERT_EQ(row.size(), 5u) << row[0];
+    const std::string &key = row[0], &getter = row[1], &type = row[2], &range = row[4];
+    const size_t to = range.find(" to ");
+    std::string inside = "true", outside;
+    if (to != std::string::npos) {
+      const double high = std::stod(range.substr(to + 4));
+      inside = range.substr(0, to);
+      std::ostringstream above;
+      above << (type.rfind("whole number", 0) == 0 ? high + 1 : high * 2);
+      outside = above.str();
+    } else if (type.rfind("`\"#", 0) == 0 || type.rfind("\"#", 0) == 0) {
+      inside = R"("#000000")";
+    } else if (type == "file name") {
+      inside = R"("sky.jpg")";
+    }
+    // Both names are read and set one option.
+    EXPECT_EQ(
+        ErrorOf("{\"renderOptions\": {\"" + key + "\": " + inside + ", \"" + getter + "\": " + inside + "}}"),
+        "'renderOptions." + std::max(key, getter) + "' sets the same option as 'renderOptions." +
+            std::min(key, getter) + "'");
+    // Just beyond the documented range is an error that quotes the range.
+    if (outside.empty()) continue;
+    for (const std::string& name : {key, getter})
+      EXPECT_EQ(ErrorOf("{\"renderOptions\": {\"" + name + "\": " + outside + "}}"),
+                "'renderOptions." + name + "' must be from " + range);
+  }
 }
 
 TEST(SceneFile, NamesThatMatchNothingAreErrors) {
