@@ -62,7 +62,7 @@ void ProgressDisplay::Show(bool force) {
   // The engine's range rounds partial blocks at the edges down, while it
   // steps for every block: the whole is at least what is done.
   const unsigned long all = std::max(total * static_cast<unsigned long>(passes), done);
-  const std::string line = FormatLine(done, all, pass, passes, now - start);
+  const std::string line = FormatLine(done, all, pass, passes, now - start, timeLimit);
   if (style == Style::Terminal) {
     if (!force && pass == shownPass && now - lastShown < TerminalInterval) return;
     out << '\r' << line << "\x1b[K" << std::flush;
@@ -79,16 +79,36 @@ void ProgressDisplay::Show(bool force) {
 }
 
 std::string ProgressDisplay::FormatLine(unsigned long done, unsigned long total, int pass, int passes,
-                                        double elapsed) {
-  std::string line = "blocks " + std::to_string(done) + "/" + std::to_string(total);
-  if (pass > 0) line += "  pass " + std::to_string(pass) + "/" + std::to_string(passes);
-  line += "  elapsed " + FormatDuration(elapsed);
-  if (done > 0 && total > 0) {
-    const double left =
-        elapsed * static_cast<double>(total - std::min(done, total)) / static_cast<double>(done);
-    line += "  left " + FormatDuration(left);
+                                        double elapsed, double timeLimit) {
+  // Appended piece by piece: GCC 12 warns falsely of an overlap in
+  // "/" + std::to_string(...).
+  std::string line = "blocks " + std::to_string(done);
+  if (passes != UnlimitedPasses) line.append("/").append(std::to_string(total));
+  const bool measured = done > 0 && total > 0;
+  // Blocks go at an even pace, so a pass takes a pass's share of the
+  // blocks at the pace so far.
+  const double perPass = measured ? elapsed * static_cast<double>(total) / std::max(passes, 1) / done : 0.0;
+  if (pass > 0) {
+    line.append("  pass ").append(std::to_string(pass));
+    if (passes != UnlimitedPasses) line.append("/").append(std::to_string(passes));
+    if (measured) line.append("  ").append(FormatPassTime(perPass)).append("/pass");
   }
-  return line;
+  line += "  elapsed " + FormatDuration(elapsed);
+  if (!measured) return line;
+  double left = elapsed * static_cast<double>(total - std::min(done, total)) / static_cast<double>(done);
+  if (timeLimit > 0 && perPass > 0) {
+    // The pass during which the limit runs out is the last.
+    const double lastPass = std::min<double>(std::max<double>(pass, std::ceil(timeLimit / perPass)), passes);
+    left = std::max(lastPass * perPass - elapsed, 0.0);
+  }
+  return line + "  left " + FormatDuration(left);
+}
+
+std::string ProgressDisplay::FormatPassTime(double seconds) {
+  if (seconds >= 60) return FormatDuration(seconds);
+  char text[32];
+  std::snprintf(text, sizeof text, "%.1f s", seconds);
+  return text;
 }
 
 std::string ProgressDisplay::FormatDuration(double seconds) {

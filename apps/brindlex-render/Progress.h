@@ -8,6 +8,7 @@
 #include <ostream>
 #include <string>
 
+#include "Options.h"
 #include "Window.h"
 
 class ProgressDisplay {
@@ -26,6 +27,10 @@ class ProgressDisplay {
   ProgressDisplay(const ProgressDisplay&) = delete;
   ProgressDisplay& operator=(const ProgressDisplay&) = delete;
 
+  // Path tracing that ends with the pass during which `seconds` of passes
+  // ran out; 0 for none. Changes the estimate of the time left.
+  void SetTimeLimit(double seconds) { timeLimit = seconds; }
+
   // The window to hand the engine as progress bar and pass window.
   platform::Window* Window() { return &window; }
   // Takes one message; any thread may call it.
@@ -33,12 +38,17 @@ class ProgressDisplay {
   // Ends the display: the terminal line is finished with a newline.
   void Finish();
 
-  // "blocks 120/300  pass 2/32  elapsed 0:12  left 0:30"; the pass only
-  // with path tracing, the time left once a block is done.
-  static std::string FormatLine(unsigned long done, unsigned long total, int pass, int passes,
-                                double elapsed);
+  // "blocks 120/300  pass 2/32  6.0 s/pass  elapsed 0:12  left 0:30": the
+  // pass and the time per pass only with path tracing, the time left once a
+  // block is done. `passes` UnlimitedPasses shows the pass alone. With a
+  // `timeLimit` the render is taken to end with the pass during which the
+  // limit runs out, or with the last pass if that comes first.
+  static std::string FormatLine(unsigned long done, unsigned long total, int pass, int passes, double elapsed,
+                                double timeLimit = 0);
   // m:ss, or h:mm:ss from an hour on.
   static std::string FormatDuration(double seconds);
+  // "2.5 s" below a minute, else as FormatDuration.
+  static std::string FormatPassTime(double seconds);
 
  private:
   static double SteadyClock();
@@ -47,6 +57,7 @@ class ProgressDisplay {
   std::ostream& out;
   Style style;
   int passes;
+  double timeLimit = 0;
   Clock clock;
   platform::MessageWindow window;
   std::mutex mutex;

@@ -88,6 +88,23 @@ bool AssembleScene(const RenderSettings& settings, double aspect, HostScene& hos
   return true;
 }
 
+bool TakeSceneRenderLimits(RenderSettings& settings, std::string& error) {
+  if (!settings.sceneFile.empty()) {
+    SceneDescription scene;
+    if (!ReadSceneFile(settings.sceneFile, scene, error)) {
+      error = settings.sceneFile + ": " + error;
+      return false;
+    }
+    if (!settings.passes) settings.passes = scene.passes;
+    if (!settings.timeLimit) settings.timeLimit = scene.timeLimit;
+  }
+  if (settings.timeLimit && settings.cubeMap) {
+    error = "a time limit does not work with --cube-map";
+    return false;
+  }
+  return true;
+}
+
 RenderJob MakeJob(const RenderSettings& settings) {
   RenderJob job;
   job.output = OutputName(settings);
@@ -97,7 +114,8 @@ RenderJob MakeJob(const RenderSettings& settings) {
     job.width = job.height = settings.width.value_or(settings.height.value_or(0));  // faces are square
   else if (settings.cubeMap && !settings.width)
     job.width = job.height = DefaultHeight;
-  job.passes = settings.passes.value_or(DefaultPasses);
+  job.passes = settings.passes.value_or(settings.timeLimit ? UnlimitedPasses : DefaultPasses);
+  job.timeLimit = settings.timeLimit.value_or(0.0);
   job.checkpoints = settings.checkpoints;
   job.alpha = settings.alpha;
   job.cubeMap = settings.cubeMap;

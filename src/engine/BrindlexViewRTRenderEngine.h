@@ -160,9 +160,10 @@ class RT_RENDER_ENGINE : public RT_RENDER_ENGINE_BASE, public RENDER_PROGRESS_IN
 
   // Ray queries and photon store (src/accel, src/photons)
   // The nearest hit of both trees; true if any triangle was hit.
+  // With `reach`, only hits within that distance are sure to be found.
   bool IntersectSWGeometry(const SCENE_VERTEX_XYZ_64& origin, const SCENE_VERTEX_XYZ_64& direction,
-                           const SCENE_VERTEX_XYZ_64& inverseDirection,
-                           SWRayIntersectionResult& result) const;
+                           const SCENE_VERTEX_XYZ_64& inverseDirection, SWRayIntersectionResult& result,
+                           const double* reach = nullptr) const;
 
   // Textures (src/textures)
   // One filtered colour of row `textureId` of `textures` at (u, v); the
@@ -324,6 +325,16 @@ class RT_RENDER_ENGINE : public RT_RENDER_ENGINE_BASE, public RENDER_PROGRESS_IN
   // One call of ShadePixel on a hit: its arguments, the surface and the
   // per-ray values worked out on demand (src/shading/ShadingGroup.h).
   struct ShadingGroup;
+  // The path tracer's shader: follows the one ray of `sample`, which met
+  // `result` when `hit`, choosing at random at each hit whether it passes
+  // through, mirrors or is shaded with one diffuse bounce, and returns its
+  // colour, alpha included. `generator` draws every choice of the path;
+  // `bounceCount` and `depth` are 0 for a camera ray. Sets `abort` when
+  // the abort function asks for it, and never clears it.
+  SCENE_VERTEX_XYZW PathTrace(ENVIRONMENT_3D_VIEW* view, const MODE_RENDER_OPTIONS* options, bool hit,
+                              const SWRayIntersectionResult& result, const PixelRaySample& sample,
+                              RT_RANDOM_NUMBER_GENERATOR& generator, float nearDistance, float farDistance,
+                              uint32_t bounceCount, uint32_t depth, bool& abort);
 
  private:
   friend class ShadingTestAccess;

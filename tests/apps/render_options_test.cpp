@@ -1,7 +1,9 @@
 #include <gtest/gtest.h>
 
+#include "AppTestFiles.h"
 #include "Options.h"
 #include "Progress.h"
+#include "SceneAssembly.h"
 
 namespace {
 
@@ -63,6 +65,33 @@ TEST(RenderOptions, BadOptionsSayWhy) {
   EXPECT_EQ(ErrorOf({"--hdr", "view.png"}),
             "option '--hdr' needs a file name ending in .exr, not 'view.png'");
   EXPECT_EQ(ErrorOf({"--hdr=v.exr", "--cube-map"}), "option '--hdr' does not go with --cube-map");
+}
+
+TEST(RenderOptions, TimeLimitAndPassesFromCommandLineOrSceneFile) {
+  EXPECT_EQ(ErrorOf({"--time", "0"}), "option '--time' needs a number of seconds above 0, not '0'");
+  EXPECT_EQ(ErrorOf({"--time=soon"}), "option '--time' needs a number of seconds above 0, not 'soon'");
+  // A time alone leaves the passes open; passes alone keep no time limit.
+  RenderJob job = MakeJob(Parse({"--time", "90.5"}));
+  EXPECT_EQ(job.passes, UnlimitedPasses);
+  EXPECT_EQ(job.timeLimit, 90.5);
+  job = MakeJob(Parse({"--time", "90.5", "--passes", "10"}));
+  EXPECT_EQ(job.passes, 10);
+  job = MakeJob(Parse({}));
+  EXPECT_EQ(job.passes, DefaultPasses);
+  EXPECT_EQ(job.timeLimit, 0.0);
+
+  // The scene file's keys count where the command line is silent.
+  TestFolder folder;
+  const std::string scene = folder.Write("s.json", R"({"passes": 12, "time": 30})").string();
+  RenderSettings settings = Parse({"--scene", scene, "--passes", "5"});
+  std::string error;
+  ASSERT_TRUE(TakeSceneRenderLimits(settings, error)) << error;
+  EXPECT_EQ(settings.passes, 5);
+  EXPECT_EQ(settings.timeLimit, 30.0);
+  // The faces of a cube map run their passes one after the other.
+  settings = Parse({"--scene", scene, "--cube-map"});
+  EXPECT_FALSE(TakeSceneRenderLimits(settings, error));
+  EXPECT_EQ(error, "a time limit does not work with --cube-map");
 }
 
 TEST(RenderOptions, OutputNamesFromModelOrDemoAndCubeFaces) {

@@ -13,6 +13,17 @@ TEST(RenderProgress, LinesAndDurations) {
   // 30 of 120 blocks in 10 s: 90 more take 30 s.
   EXPECT_EQ(ProgressDisplay::FormatLine(30, 120, 0, 1, 10), "blocks 30/120  elapsed 0:10  left 0:30");
   EXPECT_EQ(ProgressDisplay::FormatLine(0, 120, 2, 8, 3), "blocks 0/120  pass 2/8  elapsed 0:03");
+  // 15 of 8 passes of 10 blocks in 15 s: 10 s a pass. A limit of 32 s runs
+  // out in pass 4, which ends at 40 s; a limit of 200 s after the 8 passes.
+  EXPECT_EQ(ProgressDisplay::FormatLine(15, 80, 2, 8, 15, 32),
+            "blocks 15/80  pass 2/8  10.0 s/pass  elapsed 0:15  left 0:25");
+  EXPECT_EQ(ProgressDisplay::FormatLine(15, 80, 2, 8, 15, 200),
+            "blocks 15/80  pass 2/8  10.0 s/pass  elapsed 0:15  left 1:05");
+  EXPECT_EQ(ProgressDisplay::FormatLine(15, 10ul * UnlimitedPasses, 2, UnlimitedPasses, 15, 32),
+            "blocks 15  pass 2  10.0 s/pass  elapsed 0:15  left 0:25");
+  // A pass already past the limit is still the last; a slow pass in m:ss.
+  EXPECT_EQ(ProgressDisplay::FormatLine(25, 100, 3, 10, 250, 30),
+            "blocks 25/100  pass 3/10  1:40/pass  elapsed 4:10  left 0:50");
 }
 
 // Feeds the engine's messages of a render with `passes` passes of 10
@@ -44,8 +55,9 @@ TEST(RenderProgress, MessagesDriveTheDisplay) {
   EXPECT_EQ(lines.substr(lines.rfind("blocks")), "blocks 10/10  elapsed 0:10  left 0:00\n");
 
   const std::string passes = Render(ProgressDisplay::Style::Lines, 3, true);
-  EXPECT_NE(passes.find("blocks 10/30  pass 2/3  elapsed 0:10  left 0:20\n"), std::string::npos);
-  EXPECT_EQ(passes.substr(passes.rfind("blocks")), "blocks 30/30  pass 3/3  elapsed 0:30  left 0:00\n");
+  EXPECT_NE(passes.find("blocks 10/30  pass 2/3  10.0 s/pass  elapsed 0:10  left 0:20\n"), std::string::npos);
+  EXPECT_EQ(passes.substr(passes.rfind("blocks")),
+            "blocks 30/30  pass 3/3  10.0 s/pass  elapsed 0:30  left 0:00\n");
 
   // The terminal line is rewritten in place and ended once.
   const std::string terminal = Render(ProgressDisplay::Style::Terminal, 1, false);

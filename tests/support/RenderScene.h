@@ -41,6 +41,7 @@ class RenderScene {
   MODE_RENDER_OPTIONS& Options() { return view->GetRenderOptions(); }
   ENVIRONMENT_3D_VIEW* View() { return view; }
   SCENE_LIGHTS* Lights() { return project.GetSceneLights(); }
+  SCENE_GRAPH* Graph() { return project.GetSceneGraph(); }
 
   // A material of its own settings, edited by `setUp` from the defaults.
   MATERIAL_3D_NODE* Material(const char* id, const std::function<void(TEXTURE_LINK&)>& setUp,
