@@ -3,7 +3,9 @@
 #include <cstring>
 #include <new>
 
+#include "BrindlexTexture.h"
 #include "GdiPlus.h"
+#include "HDRPictureFile.h"
 #include "PictureSave.h"
 #include "ToneMapping.h"
 
@@ -45,6 +47,10 @@ void FarmPicture::Blend(const FarmTile& tile, uint64_t pass, const SCENE_VERTEX_
 
 int FarmPicture::Save(const std::string& name) {
   if (!Valid()) return 2;
+  // An OpenEXR picture holds the running mean itself, before the tone map,
+  // as a single engine writes it.
+  if (IsEXRFile(name.c_str()))
+    return SaveHDRPicture(name.c_str(), mean.data(), width, height, keepAlpha) ? 0 : 1;
   return SavePicture(name.c_str(), *bitmap);
 }
 

@@ -1,5 +1,7 @@
 #include "Options.h"
 
+#include <strings.h>
+
 #include <charconv>
 #include <cmath>
 #include <filesystem>
@@ -95,6 +97,20 @@ bool SetFieldOfView(RenderSettings& s, const std::string& value, std::string& er
   return true;
 }
 
+// --hdr names one OpenEXR picture; the six faces of a cube map would need
+// six, and each face whose name ends in ".exr" is one already.
+bool CheckHDROutput(const RenderSettings& settings, std::string& error) {
+  if (settings.hdr.empty()) return true;
+  const std::string extension = settings.hdr.size() < 4 ? "" : settings.hdr.substr(settings.hdr.size() - 4);
+  if (strcasecmp(extension.c_str(), ".exr") != 0)
+    error = "option '--hdr' needs a file name ending in .exr, not '" + settings.hdr + "'";
+  else if (settings.cubeMap)
+    error = "option '--hdr' does not go with --cube-map";
+  else if (settings.hdr.size() > MaximumOutputNameLength)
+    error = "--hdr name longer than " + std::to_string(MaximumOutputNameLength) + " characters";
+  return error.empty();
+}
+
 bool SetTimeLimit(RenderSettings& s, const std::string& value, std::string& error) {
   float seconds;
   if (!ParseFloat(value, seconds) || !(seconds > 0.0f)) {
@@ -126,6 +142,7 @@ const std::map<std::string, OptionSpec>& OptionTable() {
       {"--checkpoints", {false, Flag(&RenderSettings::checkpoints)}},
       {"--alpha", {false, Flag(&RenderSettings::alpha)}},
       {"--cube-map", {false, Flag(&RenderSettings::cubeMap)}},
+      {"--hdr", {true, Text(&RenderSettings::hdr)}},
       {"--eye", {true, Point(&RenderSettings::eye)}},
       {"--target", {true, Point(&RenderSettings::target)}},
       {"--fov", {true, SetFieldOfView}},
@@ -182,7 +199,7 @@ bool ParseOptions(const std::vector<std::string>& arguments, RenderSettings& set
     error = "output name longer than " + std::to_string(MaximumOutputNameLength) + " characters";
     return false;
   }
-  return true;
+  return CheckHDROutput(settings, error);
 }
 
 std::string UsageText() {
@@ -193,7 +210,7 @@ Renders MODEL (any format the Assimp library reads: OBJ, glTF/GLB, Collada,
 the built-in demo scene into brindlex-demo.png.
 
 Options:
-  -o, --output FILE     picture to write; .png, .bmp, .tif/.tiff, else JPEG
+  -o, --output FILE     picture: .png, .bmp, .tif/.tiff, .exr (HDR), else JPEG
                         (default: the model's name with .png)
       --scene FILE      scene file (JSON): models, camera, lights, options
       --width N         picture width in pixels (default 800)
@@ -209,6 +226,7 @@ Options:
       --checkpoints     keep a copy of the picture every 25 passes
       --alpha           keep the background transparent
       --cube-map        six pictures around the eye, FILE_px ... FILE_ny
+      --hdr FILE.exr    also the linear HDR picture, before the tone map
       --eye X,Y,Z       camera position, in the model file's coordinates
       --target X,Y,Z    point looked at, in the model file's coordinates
       --fov DEGREES     vertical field of view (default 45)

@@ -22,6 +22,7 @@ struct RenderSettings {
   bool checkpoints = false;
   bool alpha = false;
   bool cubeMap = false;
+  std::string hdr;  // --hdr: an OpenEXR picture beside the output
   // In the coordinates of the model file.
   std::optional<SCENE_VERTEX_XYZ> eye, target;
   std::optional<float> fieldOfView;  // vertical, degrees

@@ -57,6 +57,7 @@ void SetUpFileOutput(RENDER_TO_FILE_INTERFACE& file, const RenderJob& job, platf
   file.SetRenderToFileNumberPathTracingPasses(job.passes);
   file.SetRenderToFilePathTracingProgressWindowParams(progress, ProgressDisplay::PassMessage, 0);
   file.SetRenderToFileSavePathTracingCheckpoints(job.checkpoints);
+  if (!job.hdr.empty()) file.SetRenderToFileHDRName(job.hdr.c_str());
 }
 
 int Outcome(const RENDER_TO_FILE_INTERFACE& file, const RenderJob& job, std::string& message) {
@@ -71,7 +72,7 @@ int Outcome(const RENDER_TO_FILE_INTERFACE& file, const RenderJob& job, std::str
       message = "not enough memory for a picture of this size";
       return ExitNotWritten;
     default:
-      message = job.output + ": the picture could not be written";
+      message = job.output + (job.hdr.empty() ? "" : " or " + job.hdr) + ": the picture could not be written";
       return ExitNotWritten;
   }
   if (file.QueryRenderToFile(1) != 1) {

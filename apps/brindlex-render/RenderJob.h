@@ -20,6 +20,7 @@ struct RenderJob {
   bool alpha = false;
   bool cubeMap = false;
   std::array<std::string, 6> cubeMapNames;
+  std::string hdr;  // an OpenEXR picture beside `output`, or empty
 };
 
 // The engine's frame buffer is no larger than this on a side; a bigger

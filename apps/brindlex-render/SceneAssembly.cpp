@@ -126,5 +126,6 @@ RenderJob MakeJob(const RenderSettings& settings) {
   job.alpha = settings.alpha;
   job.cubeMap = settings.cubeMap;
   job.cubeMapNames = CubeMapNames(job.output);
+  job.hdr = settings.hdr;
   return job;
 }

@@ -49,8 +49,10 @@ class ObjectReader {
     if (!v) return std::nullopt;
     if (!v->is_number()) Fail(Key(key), "must be a number");
     const double number = v->get<double>();
-    if (number < low || number > high) Fail(Key(key), "must be from " + Text(low) + " to " + Text(high));
-    return number;
+    if (number >= low && number <= high) return number;
+    if (high == HUGE_VAL) Fail(Key(key), "must be at least " + Text(low));
+    if (low == -HUGE_VAL) Fail(Key(key), "must be at most " + Text(high));
+    Fail(Key(key), "must be from " + Text(low) + " to " + Text(high));
   }
 
   std::optional<int> Integer(const char* key, int low, int high) {
@@ -110,10 +112,21 @@ class ObjectReader {
   }
 
  private:
+  // As people write numbers in JSON: "1e30" and "1e-9", not "1e+30" and
+  // "1e-09".
   static std::string Text(double number) {
     std::ostringstream out;
     out << number;
-    return out.str();
+    std::string text = out.str();
+    const size_t e = text.find('e');
+    if (e == std::string::npos) return text;
+    size_t digits = e + 1;
+    if (text[digits] == '+')
+      text.erase(digits, 1);
+    else if (text[digits] == '-')
+      ++digits;
+    while (digits + 1 < text.size() && text[digits] == '0') text.erase(digits, 1);
+    return text;
   }
 
   const json& value;
@@ -289,68 +302,93 @@ OptionSetter OffsetOption(void (*set)(Options&, short)) {
   };
 }
 
-// Every render option, under the name of the getter that the engine reads.
-const std::map<std::string, OptionSetter>& OptionTable() {
+// Every render option: its key in the scene file, the name of the getter
+// that the engine reads, which files may use as well, and how it is set.
+struct RenderOptionKey {
+  const char* key;
+  const char* getter;
+  OptionSetter set;
+};
+
+const std::vector<RenderOptionKey>& RenderOptionKeys() {
   constexpr double Percent = 100.0, Big = 1e30;
-  static const std::map<std::string, OptionSetter> table = {
-      {"DoPathTracing", BoolOption(&Options::SetPathTracing)},
-      {"DoCustomLighting", BoolOption(&Options::SetCustomLighting)},
-      {"DoLighting", BoolOption(&Options::SetLighting)},
-      {"DoPhotonMapping", BoolOption(&Options::SetPhotonMapping)},
-      {"DoIndirectLighting", BoolOption(&Options::SetIndirectLighting)},
-      {"DoRayTracedSoftShadows", BoolOption(&Options::SetRayTracedSoftShadows)},
-      {"DisplayShadows", BoolOption(&Options::SetDisplayShadows)},
-      {"ShouldCalculateAllShadows", BoolOption(&Options::SetCalculateAllShadows)},
-      {"DoAmbientOcclusion", BoolOption(&Options::SetAmbientOcclusion)},
-      {"DoReflections", BoolOption(&Options::SetReflections)},
-      {"DoBumpMapping", BoolOption(&Options::SetBumpMapping)},
-      {"DoEmissiveMaterial", BoolOption(&Options::SetEmissiveMaterial)},
-      {"DoAntiAliasing", BoolOption(&Options::SetAntiAliasing)},
-      {"GetAntialiasingLevel", NumberOption(&Options::SetAntialiasingLevel, 0, 4)},
-      {"DoHDRTonalMapping", BoolOption(&Options::SetHDRTonalMapping)},
-      {"GetHDRTonalMappingLevel", NumberOption(&Options::SetHDRTonalMappingLevel, 0, Percent)},
-      {"ApplyHDRGamma", BoolOption(&Options::SetHDRGamma)},
-      {"GetHighlightColor", ColorOption(&Options::SetHighlightColor)},
-      {"DisableSymbolLights", BoolOption(&Options::SetDisableSymbolLights)},
-      {"IsHeadlightOn", BoolOption(&Options::SetHeadlight)},
-      {"GetHeadlightLightLevel", NumberOption(&Options::SetHeadlightLightLevel, -32768, 32767)},
-      {"GetAmbientLightLevel", NumberOption(&Options::SetAmbientLightLevel, 0, Big)},
-      {"GetNumberOfIndirectBounces", NumberOption(&Options::SetNumberOfIndirectBounces, 0, 65535)},
-      {"GetPhotonLevel", NumberOption(&Options::SetPhotonLevel, 0, 65535)},
-      {"GetPhotonEnergy", NumberOption(&Options::SetPhotonEnergy, 0, 65535)},
-      {"GetPhotonSampleLevel", NumberOption(&Options::SetPhotonSampleLevel, 0, 65535)},
-      {"GetPhotonRadius", NumberOption(&Options::SetPhotonRadius, 1e-9, Big)},
-      {"GetPhotonDirectLightingContribution",
+  static const std::vector<RenderOptionKey> keys = {
+      {"pathTracing", "DoPathTracing", BoolOption(&Options::SetPathTracing)},
+      {"customLighting", "DoCustomLighting", BoolOption(&Options::SetCustomLighting)},
+      {"lighting", "DoLighting", BoolOption(&Options::SetLighting)},
+      {"photonMapping", "DoPhotonMapping", BoolOption(&Options::SetPhotonMapping)},
+      {"indirectLighting", "DoIndirectLighting", BoolOption(&Options::SetIndirectLighting)},
+      {"softShadows", "DoRayTracedSoftShadows", BoolOption(&Options::SetRayTracedSoftShadows)},
+      {"shadows", "DisplayShadows", BoolOption(&Options::SetDisplayShadows)},
+      {"allShadows", "ShouldCalculateAllShadows", BoolOption(&Options::SetCalculateAllShadows)},
+      {"ambientOcclusion", "DoAmbientOcclusion", BoolOption(&Options::SetAmbientOcclusion)},
+      {"reflections", "DoReflections", BoolOption(&Options::SetReflections)},
+      {"bumpMapping", "DoBumpMapping", BoolOption(&Options::SetBumpMapping)},
+      {"emissiveMaterial", "DoEmissiveMaterial", BoolOption(&Options::SetEmissiveMaterial)},
+      {"useAntialiasing", "DoAntiAliasing", BoolOption(&Options::SetAntiAliasing)},
+      {"antialiasing", "GetAntialiasingLevel", NumberOption(&Options::SetAntialiasingLevel, 0, 4)},
+      {"toneMapping", "DoHDRTonalMapping", BoolOption(&Options::SetHDRTonalMapping)},
+      {"toneMappingLevel", "GetHDRTonalMappingLevel",
+       NumberOption(&Options::SetHDRTonalMappingLevel, 0, Percent)},
+      {"toneMappingGamma", "ApplyHDRGamma", BoolOption(&Options::SetHDRGamma)},
+      {"highlightColor", "GetHighlightColor", ColorOption(&Options::SetHighlightColor)},
+      {"disableSymbolLights", "DisableSymbolLights", BoolOption(&Options::SetDisableSymbolLights)},
+      {"headlight", "IsHeadlightOn", BoolOption(&Options::SetHeadlight)},
+      {"headlightLevel", "GetHeadlightLightLevel",
+       NumberOption(&Options::SetHeadlightLightLevel, -32768, 32767)},
+      {"ambientLightLevel", "GetAmbientLightLevel", NumberOption(&Options::SetAmbientLightLevel, 0, Big)},
+      {"indirectBounces", "GetNumberOfIndirectBounces",
+       NumberOption(&Options::SetNumberOfIndirectBounces, 0, 65535)},
+      {"photonLevel", "GetPhotonLevel", NumberOption(&Options::SetPhotonLevel, 0, 65535)},
+      {"photonEnergy", "GetPhotonEnergy", NumberOption(&Options::SetPhotonEnergy, 0, 65535)},
+      {"photonSampleLevel", "GetPhotonSampleLevel", NumberOption(&Options::SetPhotonSampleLevel, 0, 65535)},
+      {"photonRadius", "GetPhotonRadius", NumberOption(&Options::SetPhotonRadius, 1e-9, Big)},
+      {"photonDirectLighting", "GetPhotonDirectLightingContribution",
        NumberOption(&Options::SetPhotonDirectLightingContribution, 0, Percent)},
-      {"GetFogLevel", NumberOption(&Options::SetFogLevel, 0, Percent)},
-      {"GetMistLevel", NumberOption(&Options::SetMistLevel, 0, Percent)},
-      {"GetMistOffset", NumberOption(&Options::SetMistOffset, -Big, Big)},
-      {"GetBackgroundColor", ColorOption(&Options::SetBackgroundColor)},
-      {"UseBackgroundTexture", BoolOption(&Options::SetUseBackgroundTexture)},
-      {"IsBackgroundTexturePanoramic", BoolOption(&Options::SetBackgroundTexturePanoramic)},
-      {"GetBackgroundImageXOffset", OffsetOption(SetBackgroundX)},
-      {"GetBackgroundImageYOffset", OffsetOption(SetBackgroundY)},
-      {"DisplayFaces", BoolOption(&Options::SetDisplayFaces)},
-      {"GetFaceDisplayType", NumberOption(&Options::SetFaceDisplayType, -32768, 32767)},
-      {"GetFaceOpacityLevel", NumberOption(&Options::SetFaceOpacityLevel, 0, Percent)},
-      {"UseFaceTextureScale", BoolOption(&Options::SetUseFaceTextureScale)},
-      {"GetFaceTextureScale", NumberOption(&Options::SetFaceTextureScale, 1e-9, Big)},
-      {"GetMonochromeFaceColor", ColorOption(&Options::SetMonochromeFaceColor)},
+      {"fogLevel", "GetFogLevel", NumberOption(&Options::SetFogLevel, 0, Percent)},
+      {"mistLevel", "GetMistLevel", NumberOption(&Options::SetMistLevel, 0, Percent)},
+      {"mistOffset", "GetMistOffset", NumberOption(&Options::SetMistOffset, -Big, Big)},
+      {"backgroundColor", "GetBackgroundColor", ColorOption(&Options::SetBackgroundColor)},
+      {"useBackgroundTexture", "UseBackgroundTexture", BoolOption(&Options::SetUseBackgroundTexture)},
+      {"backgroundPanoramic", "IsBackgroundTexturePanoramic",
+       BoolOption(&Options::SetBackgroundTexturePanoramic)},
+      {"backgroundXOffset", "GetBackgroundImageXOffset", OffsetOption(SetBackgroundX)},
+      {"backgroundYOffset", "GetBackgroundImageYOffset", OffsetOption(SetBackgroundY)},
+      {"faces", "DisplayFaces", BoolOption(&Options::SetDisplayFaces)},
+      {"faceDisplayType", "GetFaceDisplayType", NumberOption(&Options::SetFaceDisplayType, -32768, 32767)},
+      {"faceOpacity", "GetFaceOpacityLevel", NumberOption(&Options::SetFaceOpacityLevel, 0, Percent)},
+      {"useFaceTextureScale", "UseFaceTextureScale", BoolOption(&Options::SetUseFaceTextureScale)},
+      {"faceTextureScale", "GetFaceTextureScale", NumberOption(&Options::SetFaceTextureScale, 1e-9, Big)},
+      {"monochromeFaceColor", "GetMonochromeFaceColor", ColorOption(&Options::SetMonochromeFaceColor)},
+      // The picture's name is the one option that is no getter's plain
+      // value: the engine asks GetBackgroundTexture for the path, which is
+      // taken from the scene file's folder.
+      {"backgroundTexture", "GetBackgroundTexture", nullptr},
   };
-  return table;
+  return keys;
+}
+
+// The entry of `key`, under either of its names, or null.
+const RenderOptionKey* FindRenderOption(const std::string& key) {
+  for (const RenderOptionKey& option : RenderOptionKeys())
+    if (key == option.key || key == option.getter) return &option;
+  return nullptr;
 }
 
 void SceneParser::Options(const json& value) {
   ObjectReader r(value, "renderOptions");
+  std::map<const RenderOptionKey*, std::string> given;
   for (const auto& item : value.items()) {
-    const auto option = OptionTable().find(item.key());
-    if (option != OptionTable().end()) option->second(r, item.key().c_str(), scene);
-  }
-  // The picture's name is the one option that is no getter's plain value:
-  // the engine asks GetBackgroundTexture for the path.
-  if (const auto picture = r.String("GetBackgroundTexture")) {
-    const std::string path = File(*picture).string();
-    scene.options.push_back([path](MODE_RENDER_OPTIONS& o) { o.SetBackgroundTextureName(path.c_str()); });
+    const RenderOptionKey* option = FindRenderOption(item.key());
+    if (!option) continue;  // Finish names it
+    if (!given.emplace(option, item.key()).second)
+      ObjectReader::Fail(r.Key(item.key()), "sets the same option as '" + r.Key(given[option]) + "'");
+    if (option->set) {
+      option->set(r, item.key().c_str(), scene);
+    } else if (const auto picture = r.String(item.key().c_str())) {
+      const std::string path = File(*picture).string();
+      scene.options.push_back([path](MODE_RENDER_OPTIONS& o) { o.SetBackgroundTextureName(path.c_str()); });
+    }
   }
   r.Finish();
 }

@@ -1,10 +1,12 @@
 // The frame buffer pair: `frameHDRBuffer`, the linear running mean, and
 // `frameBitmap`, its 8-bit form that is painted. Both follow the host's
-// window, or a size given without one.
+// window, or a size given without one. Every lock goes through the virtual
+// LockSWFrameBuffer and UnLockSWFrameBuffer, which a host may extend.
 #include <memory>
 #include <new>
 
 #include "CImage.h"
+#include "FrameBufferGuard.h"
 #include "Gdi.h"
 #include "GdiPlus.h"
 #include "RenderEngineBase.h"
@@ -36,7 +38,7 @@ bool RT_RENDER_ENGINE_BASE::InitializeRendererWindow(HWND window, HINSTANCE) {
   if (!window) return false;
   RECT client{};
   GetClientRect(window, &client);
-  platform::CriticalSectionGuard guard(frameBufferLock);
+  FrameBufferGuard guard(*this);
   DeleteFrameBuffers(frameBitmap, frameHDRBuffer);
   frameWidth = static_cast<uint32_t>(RectWidth(client));
   frameHeight = static_cast<uint32_t>(RectHeight(client));
@@ -49,7 +51,7 @@ bool RT_RENDER_ENGINE_BASE::InitializeRendererWindow(HWND window, HINSTANCE) {
 
 void RT_RENDER_ENGINE_BASE::ShutDownRendererWindow() {
   {
-    platform::CriticalSectionGuard guard(frameBufferLock);
+    FrameBufferGuard guard(*this);
     DeleteFrameBuffers(frameBitmap, frameHDRBuffer);
   }
   rendererWindow = nullptr;
@@ -60,7 +62,7 @@ unsigned int RT_RENDER_ENGINE_BASE::RepaintScreen(const RECT& rect) {
   HDC dc = GetDC(rendererWindow);
   if (!dc) return 0;
   {
-    platform::CriticalSectionGuard guard(frameBufferLock);
+    FrameBufferGuard guard(*this);
     Gdiplus::Graphics(dc).DrawImage(frameBitmap, rect.left, rect.top, RectWidth(rect), RectHeight(rect));
   }
   ReleaseDC(rendererWindow, dc);
@@ -69,7 +71,7 @@ unsigned int RT_RENDER_ENGINE_BASE::RepaintScreen(const RECT& rect) {
 
 void RT_RENDER_ENGINE_BASE::GetFrameImage(ATL::CImage& image, ENVIRONMENT_3D_PROJECT*, ENVIRONMENT_3D_VIEW*) {
   if (!rendererWindow || !frameBitmap || image.IsNull()) return;
-  platform::CriticalSectionGuard guard(frameBufferLock);
+  FrameBufferGuard guard(*this);
   HDC dc = image.GetDC();
   if (!dc) return;
   Gdiplus::Graphics(dc).DrawImage(frameBitmap, 0, 0, image.GetWidth(), image.GetHeight());
@@ -96,7 +98,7 @@ void RT_RENDER_ENGINE_BASE::ResizeClientArea(unsigned int* width, unsigned int* 
   // Only a call without a window may make the pair from nothing.
   if (!frameHDRBuffer && !frameBitmap && rendererWindow) return;
 
-  platform::CriticalSectionGuard guard(frameBufferLock);
+  FrameBufferGuard guard(*this);
   delete[] frameHDRBuffer;
   frameHDRBuffer = nullptr;
   std::unique_ptr<Gdiplus::Bitmap> oldBitmap(frameBitmap);

@@ -7,6 +7,7 @@
 // counter. Every pixel is traced exactly once: the owner and its helpers
 // each take the next pixel by one atomic increment.
 #include <memory>
+#include <new>
 
 #include "BrindlexViewRTRenderEngine.h"
 
@@ -41,19 +42,30 @@ bool RT_RENDER_ENGINE::TraceBlockPixels(SWRT_RENDER_THREAD_DATA* data, SCENE_VER
   std::unique_ptr<RaytraceBlockThreadData[]> helperData;
   std::unique_ptr<std::unique_ptr<platform::Thread>[]> helperThreads;
   uint16_t helpers = 0;
+  bool canLend = true;
 
   for (uint32_t i = 0; i < total;) {
-    if (idleCoreAvailable && helpers + 1u < n && coreTokenSemaphore) {
+    if (canLend && idleCoreAvailable && helpers + 1u < n && coreTokenSemaphore) {
       bool tookToken = false;
       while (helpers < n && coreTokenSemaphore->TryWait()) {
-        // Only the block's first helpers set the counter up: later ones
-        // join a counter and arrays that running helpers already use.
-        if (!helperData) {
-          pixelCounter = i;
-          helperData.reset(new RaytraceBlockThreadData[n]);
-          helperThreads.reset(new std::unique_ptr<platform::Thread>[n]);
-        }
         tookToken = true;
+        if (!helperData) {
+          // Out of memory on a worker must not end the process: the block
+          // is then traced by its owner alone.
+          helperData.reset(new (std::nothrow) RaytraceBlockThreadData[n]);
+          helperThreads.reset(new (std::nothrow) std::unique_ptr<platform::Thread>[n]);
+          if (!helperData || !helperThreads) {
+            helperData.reset();
+            helperThreads.reset();
+            coreTokenSemaphore->Release(1);
+            canLend = false;
+            break;
+          }
+        }
+        // Only the block's first running helper sets the counter up (a
+        // helper that could not start leaves it to the next one): later
+        // ones join a counter that running helpers already use.
+        if (helpers == 0) pixelCounter = i;
         RaytraceBlockThreadData& helper = helperData[helpers];
         helper = {0, this, *data, &pixelCounter, samples, &abort, tracer};
         helperThreads[helpers] = platform::Thread::Create(&RaytraceBlockThread, &helper);

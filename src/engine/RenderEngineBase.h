@@ -98,6 +98,7 @@ class RT_RENDER_ENGINE_BASE : public RENDER_ENGINE_INTERFACE,
                                                       uint64_t param) override;
   void SetRenderToFileSavePathTracingCheckpoints(bool on) override;
   int QueryRenderToFile(int key) const override;
+  void SetRenderToFileHDRName(const char* name) override;
 
  protected:
   // Sets the running mean from the 8-bit picture, after a resize.
@@ -122,6 +123,7 @@ class RT_RENDER_ENGINE_BASE : public RENDER_ENGINE_INTERFACE,
   uint32_t pathTracingProgressMessage = 0;
   uint64_t pathTracingProgressParam = 0;
   bool savePathTracingCheckpoints = false;
+  std::string renderToFileHDRName;  // an OpenEXR picture beside the file
   std::string textureDirectory;
   std::string colorMapFolder;
   std::string bumpMapFolder;

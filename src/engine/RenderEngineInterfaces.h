@@ -141,4 +141,8 @@ class RENDER_TO_FILE_INTERFACE {
                                                               uint64_t param) = 0;
   virtual void SetRenderToFileSavePathTracingCheckpoints(bool on) = 0;
   virtual int QueryRenderToFile(int key) const = 0;
+  // A second picture of the same render, in high dynamic range, written
+  // beside the first after each pass; empty or null: none. Appended, so
+  // the operations above keep their slots.
+  virtual void SetRenderToFileHDRName(const char* name) = 0;
 };

@@ -71,3 +71,7 @@ int RT_RENDER_ENGINE_BASE::QueryRenderToFile(int key) const {
       return 0;
   }
 }
+
+void RT_RENDER_ENGINE_BASE::SetRenderToFileHDRName(const char* name) {
+  renderToFileHDRName = name ? name : "";
+}

@@ -56,6 +56,16 @@ bool LoadCImageTextureFromFile(const char* path, ATL::CImage& image);
 // failure no file is left at `path`.
 bool SavePictureFile(const char* path, const platform::PixelSurface& pixels, PictureFileFormat format);
 
+// True when the name ends in ".exr", in any case: a high-dynamic-range
+// picture.
+bool IsEXRFile(const char* name);
+
+// Writes `width` x `height` pixels of linear colour, four floats each (red,
+// green, blue, alpha; top row first), as an OpenEXR file of half floats with
+// the channels R, G, B and A. Values above 1 stay as they are. On failure
+// no file is left at `path`.
+bool SaveHDRPictureFile(const char* path, const float* rgba, int width, int height);
+
 // For "image/bmp", "image/jpeg", "image/png" and "image/tiff" (in any case)
 // fills `clsid` with the encoder's class id, which Gdiplus::Bitmap::Save
 // then knows, and returns its index, the PictureFileFormat value. -1 and

@@ -23,7 +23,10 @@ unsigned int RT_RENDER_ENGINE::RenderFrame(ENVIRONMENT_3D_PROJECT* project, ENVI
   const uint32_t start = platform::GetTickCount();
   const bool toFile = !forceScreen && engineFlags.IsSet(RenderToFile);
   const bool canDraw = (rendererWindow && (frameBitmap || distributedServer)) || toFile;
-  if (canDraw && view && !ShouldAbort()) {
+  // An engine that was never initialised, or has been shut down, has no
+  // trees and tables: it renders nothing, not even a blank picture.
+  const bool hasModel = kdTrees && meshTables;
+  if (canDraw && hasModel && view && !ShouldAbort()) {
     MODE_RENDER_OPTIONS options;
     view->GetCurrentRenderOptions(project, options);
     if (toFile)

@@ -9,11 +9,13 @@
 #include <new>
 #include <string>
 
+#include "BrindlexTexture.h"
 #include "BrindlexViewModel.h"
 #include "BrindlexViewRTRenderEngine.h"
 #include "FrameBufferGuard.h"
 #include "Gdi.h"
 #include "GdiPlus.h"
+#include "HDRPictureFile.h"
 #include "PictureSave.h"
 #include "RenderOptions.h"
 #include "Window.h"
@@ -120,9 +122,24 @@ void RT_RENDER_ENGINE::RenderFileFace(FileRenderTarget& target, int face, bool& 
     TraceFileTiles(target, face, pass, aborted);
     // A distributed server keeps the picture; this engine only traces.
     if (!aborted && !distributedServer) {
+      const bool checkpoint = savePathTracingCheckpoints && pass % CheckpointInterval == 0;
+      // An OpenEXR picture holds the running mean itself, before the tone map.
+      const auto saveHDR = [&](const char* file) {
+        if (!SaveHDRPicture(file, target.hdr, target.width, target.height,
+                            engineFlags.IsSet(BackgroundAlpha)))
+          renderToFileStatus = 1;
+        if (checkpoint) SaveCheckpoint(file, pass);
+      };
       const char* name = target.cubeMap ? cubeMapNames[face].c_str() : renderToFileName;
-      SaveToFile(name, *target.bitmap);
-      if (savePathTracingCheckpoints && pass % CheckpointInterval == 0) SaveCheckpoint(name, pass);
+      if (IsEXRFile(name)) {
+        saveHDR(name);
+      } else {
+        SaveToFile(name, *target.bitmap);
+        if (checkpoint) SaveCheckpoint(name, pass);
+      }
+      // The second, high-dynamic-range picture beside the first. The six
+      // faces of a cube map have a name each, so they take none.
+      if (!target.cubeMap && !renderToFileHDRName.empty()) saveHDR(renderToFileHDRName.c_str());
     }
     ++pass;
     if (!pathTracing || pass == 0) return;

@@ -1,6 +1,7 @@
 #include "Thread.h"
 
 #include <cerrno>
+#include <new>
 #include <sys/resource.h>
 #include <sys/syscall.h>
 #include <time.h>
@@ -43,9 +44,15 @@ void* Thread::Run(void* opaque) {
 
 std::unique_ptr<Thread> Thread::Create(StartRoutine routine, void* argument) {
   if (!routine) return nullptr;
-  std::unique_ptr<Thread> thread(new Thread());
+  // Out of memory gives no thread, as a failed start does, rather than an
+  // exception on the thread that asked.
+  std::unique_ptr<Thread> thread(new (std::nothrow) Thread());
+  if (!thread) return nullptr;
   Start start{routine, argument};
-  if (pthread_create(&thread->handle, nullptr, &Thread::Run, &start) != 0) return nullptr;
+  if (pthread_create(&thread->handle, nullptr, &Thread::Run, &start) != 0) {
+    thread->joined = true;  // nothing to join
+    return nullptr;
+  }
   start.started.Wait();
   thread->id = start.id;
   return thread;

@@ -39,6 +39,13 @@ void RT_RENDER_ENGINE::SetDefaultLights(const SCENE_CAMERA_INFO& camera) {
 
 void RT_RENDER_ENGINE::FollowCameraWithDefaultLight(const SCENE_CAMERA_INFO& camera) {
   if (!defaultLights) return;
+  // Only a full rebuild sets the default lights up. A switch from custom to
+  // default lighting without a model change finds them never set, and the
+  // scene would render unlit: they are set up here then.
+  if (!(defaultLights[1].definition.flags & LightEnabled)) {
+    SetDefaultLights(camera);
+    return;
+  }
   const SCENE_VERTEX_XYZ eye = CameraPositionInWorld(camera);
   // Bytewise, so that a position that only compares equal (0 and -0) still
   // counts as a move, and a not-a-number does not count as one forever.

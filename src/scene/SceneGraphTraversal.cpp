@@ -156,16 +156,28 @@ void SceneGraphTraversalInitializeSWMeshes::AddHorizonMesh(const SCENE_GRAPH_NOD
   meshTable->instances.push_back({meshIndex, 0, materialIndex});
 }
 
+// On the rotate pass the stack's bottom is the view matrix, so a rotate
+// node must always push: one without a matrix turns as if its matrix were
+// the identity, or its geometry would stay in camera space.
+bool SceneGraphTraversalInitializeSWMeshes::PushesMatrix(
+    const SCENE_GRAPH_GROUP_DATA_INTERFACE& group) const {
+  return group.GetGroupMatrix() || (state.IsRotatePass() && group.IsGroupRotateToCamera());
+}
+
 bool SceneGraphTraversalInitializeSWMeshes::TraversalEnterNode(SCENE_GRAPH_NODE_INTERFACE* node) {
   const SCENE_GRAPH_GROUP_DATA_INTERFACE* group;
   const bool enter = state.EnterNode(node, group);
-  if (group && group->GetGroupMatrix()) matrixStack.push_back(NodeMatrix(*group));
+  if (group && PushesMatrix(*group)) matrixStack.push_back(NodeMatrix(*group));
   return enter;
 }
 
 SCENE_MATRIX SceneGraphTraversalInitializeSWMeshes::NodeMatrix(
     const SCENE_GRAPH_GROUP_DATA_INTERFACE& group) const {
-  const SCENE_MATRIX local = *group.GetGroupMatrix();
+  SCENE_MATRIX local;
+  if (group.GetGroupMatrix())
+    local = *group.GetGroupMatrix();
+  else
+    GetIdentityMatrix(&local);
   if (state.IsRotatePass() && group.IsGroupRotateToCamera()) return RotateToCameraMatrix(local);
   SCENE_MATRIX m = local;
   MatrixMultiply(&matrixStack.back(), &m);
@@ -268,5 +280,5 @@ void SceneGraphTraversalInitializeSWMeshes::GrowBounds(const SCENE_VERTEX_XYZ& p
 
 void SceneGraphTraversalInitializeSWMeshes::TraversalLeaveNode(SCENE_GRAPH_NODE_INTERFACE* node) {
   const SCENE_GRAPH_GROUP_DATA_INTERFACE* group = state.LeaveNode(node);
-  if (group && group->GetGroupMatrix()) PopAboveBottom(matrixStack);
+  if (group && PushesMatrix(*group)) PopAboveBottom(matrixStack);
 }

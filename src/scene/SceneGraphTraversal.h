@@ -89,6 +89,8 @@ class SceneGraphTraversalInitializeSWMeshes : public TRAVERSE_SCENE_GRAPH {
 
  private:
   void AddHorizonMesh(const SCENE_GRAPH_NODE_INTERFACE* horizonNode, const char* horizonMaterialID);
+  // Whether a node pushes a matrix on entry and pops it on leaving.
+  bool PushesMatrix(const SCENE_GRAPH_GROUP_DATA_INTERFACE& group) const;
   // The matrix a node pushes: its own under the top of the stack, or on the
   // rotate pass for a rotate-to-camera node, turned to face the viewer.
   SCENE_MATRIX NodeMatrix(const SCENE_GRAPH_GROUP_DATA_INTERFACE& group) const;

@@ -109,11 +109,17 @@ void RT_RENDER_ENGINE::UpdateTextures(const MODE_RENDER_OPTIONS& options, bool& 
   } else if (backgroundTexture < textures.size() && textures[backgroundTexture] &&
              strcasecmp(textures[backgroundTexture]->name.c_str(), backgroundName) == 0) {
     slots.Mark(backgroundTexture, true);
-  } else if (IsValidTextureFileName(backgroundName, nullptr, nullptr)) {
-    const uint32_t slot = slots.TakeFree();
-    const bool loaded = LoadSWTexture(slot, backgroundName, false, nullptr);
-    slots.Mark(slot, loaded);
-    if (loaded) backgroundTexture = slot;
+  } else {
+    // A background that is missing or fails to load leaves no row: the old
+    // row is not in use any more and may go to a material texture, so the
+    // background shows its plain colour instead.
+    backgroundTexture = NoRow;
+    if (IsValidTextureFileName(backgroundName, nullptr, nullptr)) {
+      const uint32_t slot = slots.TakeFree();
+      const bool loaded = LoadSWTexture(slot, backgroundName, false, nullptr);
+      slots.Mark(slot, loaded);
+      if (loaded) backgroundTexture = slot;
+    }
   }
 
   PollAbort(aborted);
@@ -167,5 +173,8 @@ void RT_RENDER_ENGINE::UpdateTextures(const MODE_RENDER_OPTIONS& options, bool& 
     }
     PollAbort(aborted);
   }
-  slots.FreeUnused();
+  // After an abort the use map is incomplete and rows may still be named in
+  // the index maps: freeing them would leave names that point at null rows.
+  // What stays is freed by the next rebuild, which an abort always brings.
+  if (!aborted) slots.FreeUnused();
 }

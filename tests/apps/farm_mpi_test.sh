@@ -40,6 +40,13 @@ for case in "100 70 2" "33 1 0" "96 64 4"; do
   cmp -s "$name-single.png" "$name-farm.png" || fail "$name: the farm's picture differs"
 done
 
+# The HDR picture, written beside the farm's PNG, is the single process's
+# too: the same running mean in the same half floats.
+"$program" -q --scene fixed.json --width 40 --height 30 -o hdr-single.exr || fail "hdr: single process"
+"${mpi[@]}" "$program" --mpi -q --scene fixed.json --width 40 --height 30 -o hdr-farm.png --hdr hdr-farm.exr ||
+  fail "hdr: farm exit code"
+cmp -s hdr-single.exr hdr-farm.exr || fail "hdr: the farm's HDR picture differs"
+
 # With a distributed server every render process shoots the same photons
 # from a seeded generator: tiles from either process agree, so two farm
 # renders, which deal their tiles differently, give the same picture. The

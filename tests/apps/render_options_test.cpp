@@ -66,6 +66,10 @@ TEST(RenderOptions, BadOptionsSayWhy) {
   EXPECT_EQ(ErrorOf({"--alpha=yes"}), "option '--alpha' takes no value");
   EXPECT_EQ(ErrorOf({"a.obj", "b.obj"}), "more than one model given ('a.obj' and 'b.obj')");
   EXPECT_EQ(ErrorOf({"-o", std::string(260, 'x')}), "output name longer than 259 characters");
+  EXPECT_EQ(Parse({"--hdr", "view.EXR"}).hdr, "view.EXR");
+  EXPECT_EQ(ErrorOf({"--hdr", "view.png"}),
+            "option '--hdr' needs a file name ending in .exr, not 'view.png'");
+  EXPECT_EQ(ErrorOf({"--hdr=v.exr", "--cube-map"}), "option '--hdr' does not go with --cube-map");
 }
 
 TEST(RenderOptions, TimeLimitAndPassesFromCommandLineOrSceneFile) {

@@ -3,13 +3,17 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <filesystem>
+#include <vector>
 
 #include "BrindlexTexture.h"
 #include "CImage.h"
 
 #include "AppTestFiles.h"
+#include "HDRPictures.h"
 
 namespace {
 
@@ -180,4 +184,62 @@ TEST(RenderProgram, CtrlCLeavesTheLastCompletePicture) {
   int files = 0;
   for (const auto& entry : std::filesystem::directory_iterator(folder.path)) files += entry.is_regular_file();
   EXPECT_EQ(files, 2);  // the model and the picture
+}
+
+TEST(RenderProgram, HDRPictureBesideTheToneMappedOne) {
+  TestFolder folder;
+  folder.Write("lamp.obj", "mtllib lamp.mtl\nv -1 0 -1\nv 1 0 -1\nv 0 0 1\nusemtl Lamp\nf 1 2 3\n");
+  folder.Write("lamp.mtl", "newmtl Lamp\nKd 1 1 1\n");
+  const auto scene = folder.Write(
+      "scene.json",
+      R"({"models": ["lamp.obj"], "materials": {"Lamp": {"emissive": 100, "color": "#FFFFFF"}}})");
+  const auto png = folder.path / "lamp.png", exr = folder.path / "lamp.exr";
+  ProgramRun run = Program("--quiet --alpha --width 40 --height 40 --scene '" + scene.string() + "' -o '" +
+                           png.string() + "' --hdr '" + exr.string() + "'");
+  ASSERT_EQ(run.code, 0) << run.output;
+  const HDRPicture picture40 = ReadHDRPicture(exr.string());
+  ASSERT_EQ(picture40.width, 40);
+  ASSERT_EQ(picture40.height, 40);
+  const std::vector<Imf::Rgba>& hdr = picture40.pixels;
+  Picture picture;
+  ASSERT_TRUE(picture.Load(png));
+  ASSERT_EQ(picture.image.GetBPP(), 32);
+  // Without a tone map a byte is the value times 255, cut, and 255 from 1
+  // on; half floats keep 11 bits, so a byte may be one off.
+  for (int y = 0; y < 40; ++y)
+    for (int x = 0; x < 40; ++x) {
+      const Imf::Rgba value = hdr[size_t(y) * 40 + x];
+      const float channels[4] = {value.b, value.g, value.r, value.a};
+      for (int c = 0; c < 4; ++c) {
+        const double expected = std::min(255.0, std::floor(double(channels[c]) * 255.0));
+        ASSERT_NEAR(picture.At(x, y)[c], expected, 1.0) << x << "," << y << " channel " << c;
+      }
+    }
+  // The background keeps its alpha of 0, the lamp covers the middle.
+  EXPECT_EQ(float(hdr[0].a), 0.0f);
+  EXPECT_EQ(float(hdr[20 * 40 + 20].a), 1.0f);
+
+  // "-o" with ".exr" writes the HDR picture alone.
+  const auto only = folder.path / "only.exr";
+  run = Program("--quiet --width 20 --height 10 --scene '" + scene.string() + "' -o '" + only.string() + "'");
+  ASSERT_EQ(run.code, 0) << run.output;
+  const HDRPicture alone = ReadHDRPicture(only.string());
+  ASSERT_EQ(alone.pixels.size(), 200u);
+  EXPECT_EQ(float(alone.pixels[0].a), 1.0f);  // no --alpha: opaque
+
+  // The path tracer does not clamp: the lamp is brighter than white, which
+  // only the HDR picture keeps.
+  const auto traced = folder.path / "traced.exr";
+  run = Program("--quiet --path-tracing --passes 2 --width 20 --height 20 --scene '" + scene.string() +
+                "' -o '" + traced.string() + "'");
+  ASSERT_EQ(run.code, 0) << run.output;
+  float brightest = 0.0f;
+  for (const Imf::Rgba& value : ReadHDRPicture(traced.string()).pixels)
+    brightest = std::max({brightest, float(value.r), float(value.g), float(value.b)});
+  if (brightest == 0.0f) GTEST_SKIP() << "this build has no path tracer: its passes stay black";
+  EXPECT_GT(brightest, 1.0f);
+
+  run = Program("--hdr '" + (folder.path / "lamp.tif").string() + "'");
+  EXPECT_EQ(run.code, 2);
+  EXPECT_NE(run.output.find("needs a file name ending in .exr"), std::string::npos) << run.output;
 }

@@ -1,5 +1,12 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <fstream>
+#include <functional>
+#include <sstream>
+#include <string>
+#include <vector>
+
 #include "AppTestFiles.h"
 #include "BrindlexViewMath.h"
 #include "SceneFile.h"
@@ -28,6 +35,11 @@ TEST(SceneFile, UnknownKeysAndWrongTypesNameTheKey) {
             "'renderOptions.GetAntialiasingLevel' must be a whole number");
   EXPECT_EQ(ErrorOf(R"({"renderOptions": {"GetFogLevel": 150}})"),
             "'renderOptions.GetFogLevel' must be from 0 to 100");
+  // A range open on one side is said so, numbers as JSON writes them.
+  EXPECT_EQ(ErrorOf(R"({"models": [{"file": "a.obj", "scale": 0}]})"),
+            "'models[0].scale' must be at least 1e-9");
+  EXPECT_EQ(ErrorOf(R"({"lights": [{"type": "point", "position": [0, 0, 0], "falloffEnd": -1}]})"),
+            "'lights[0].falloffEnd' must be at least 0");
   EXPECT_EQ(ErrorOf(R"({"background": {"color": "blue"}})"),
             "'background.color' must be a colour \"#RRGGBB\"");
   EXPECT_EQ(ErrorOf(R"({"lights": [{"type": "torch", "position": [0, 0, 0]}]})"),
@@ -138,6 +150,152 @@ TEST(SceneFile, FullExampleLoadsIntoTheHostObjects) {
   SCENE_VERTEX_XYZ min, max;
   ASSERT_TRUE(host.HorizonNode()->GetNodeBounds(&min, &max, true));
   EXPECT_FLOAT_EQ(max.x - min.x, 500.0f);
+}
+
+// Options as a scene file's renderOptions leave them on a new view.
+MODE_RENDER_OPTIONS OptionsOf(const std::string& renderOptions) {
+  SceneDescription scene;
+  std::string error;
+  EXPECT_TRUE(ParseScene(R"({"renderOptions": )" + renderOptions + "}", "/scenes", scene, error)) << error;
+  MODE_RENDER_OPTIONS options;
+  for (const auto& apply : scene.options) apply(options);
+  return options;
+}
+
+TEST(SceneFile, EveryRenderOptionHasAPlainKeyAndKeepsItsGetterName) {
+  using O = const MODE_RENDER_OPTIONS&;
+  struct Case {
+    const char *key, *getter, *value;  // a value that no new view has
+    std::function<bool(O)> holds;
+  };
+  const std::vector<Case> cases = {
+      {"pathTracing", "DoPathTracing", "true", [](O o) { return o.DoPathTracing(); }},
+      {"customLighting", "DoCustomLighting", "true", [](O o) { return o.DoCustomLighting(); }},
+      {"lighting", "DoLighting", "false", [](O o) { return !o.DoLighting(); }},
+      {"photonMapping", "DoPhotonMapping", "true", [](O o) { return o.DoPhotonMapping(); }},
+      {"indirectLighting", "DoIndirectLighting", "true", [](O o) { return o.DoIndirectLighting(); }},
+      {"softShadows", "DoRayTracedSoftShadows", "false", [](O o) { return !o.DoRayTracedSoftShadows(); }},
+      {"shadows", "DisplayShadows", "false", [](O o) { return !o.DisplayShadows(); }},
+      {"allShadows", "ShouldCalculateAllShadows", "true", [](O o) { return o.ShouldCalculateAllShadows(); }},
+      {"ambientOcclusion", "DoAmbientOcclusion", "true", [](O o) { return o.DoAmbientOcclusion(); }},
+      {"reflections", "DoReflections", "false", [](O o) { return !o.DoReflections(); }},
+      {"bumpMapping", "DoBumpMapping", "false", [](O o) { return !o.DoBumpMapping(); }},
+      {"emissiveMaterial", "DoEmissiveMaterial", "false", [](O o) { return !o.DoEmissiveMaterial(); }},
+      {"useAntialiasing", "DoAntiAliasing", "false", [](O o) { return !o.DoAntiAliasing(); }},
+      {"antialiasing", "GetAntialiasingLevel", "3", [](O o) { return o.GetAntialiasingLevel() == 3; }},
+      {"toneMapping", "DoHDRTonalMapping", "true", [](O o) { return o.DoHDRTonalMapping(); }},
+      {"toneMappingLevel", "GetHDRTonalMappingLevel", "40",
+       [](O o) { return o.GetHDRTonalMappingLevel() == 40.0f; }},
+      {"toneMappingGamma", "ApplyHDRGamma", "false", [](O o) { return !o.ApplyHDRGamma(); }},
+      {"highlightColor", "GetHighlightColor", R"("#123456")",
+       [](O o) { return o.GetHighlightColor() == 0x563412ul; }},
+      {"disableSymbolLights", "DisableSymbolLights", "true", [](O o) { return o.DisableSymbolLights(); }},
+      {"headlight", "IsHeadlightOn", "true", [](O o) { return o.IsHeadlightOn(); }},
+      {"headlightLevel", "GetHeadlightLightLevel", "25",
+       [](O o) { return o.GetHeadlightLightLevel() == 25; }},
+      {"ambientLightLevel", "GetAmbientLightLevel", "0.5",
+       [](O o) { return o.GetAmbientLightLevel() == 0.5f; }},
+      {"indirectBounces", "GetNumberOfIndirectBounces", "5",
+       [](O o) { return o.GetNumberOfIndirectBounces() == 5; }},
+      {"photonLevel", "GetPhotonLevel", "7", [](O o) { return o.GetPhotonLevel() == 7; }},
+      {"photonEnergy", "GetPhotonEnergy", "11", [](O o) { return o.GetPhotonEnergy() == 11; }},
+      {"photonSampleLevel", "GetPhotonSampleLevel", "13", [](O o) { return o.GetPhotonSampleLevel() == 13; }},
+      {"photonRadius", "GetPhotonRadius", "2.5", [](O o) { return o.GetPhotonRadius() == 2.5f; }},
+      {"photonDirectLighting", "GetPhotonDirectLightingContribution", "30",
+       [](O o) { return o.GetPhotonDirectLightingContribution() == 30.0f; }},
+      {"fogLevel", "GetFogLevel", "12.5", [](O o) { return o.GetFogLevel() == 12.5f; }},
+      {"mistLevel", "GetMistLevel", "20", [](O o) { return o.GetMistLevel() == 20.0f; }},
+      {"mistOffset", "GetMistOffset", "-3", [](O o) { return o.GetMistOffset() == -3.0f; }},
+      {"backgroundColor", "GetBackgroundColor", R"("#102030")",
+       [](O o) { return o.GetBackgroundColor() == 0x302010ul; }},
+      {"useBackgroundTexture", "UseBackgroundTexture", "true", [](O o) { return o.UseBackgroundTexture(); }},
+      {"backgroundPanoramic", "IsBackgroundTexturePanoramic", "true",
+       [](O o) { return o.IsBackgroundTexturePanoramic(); }},
+      {"backgroundXOffset", "GetBackgroundImageXOffset", "-20",
+       [](O o) { return o.GetBackgroundImageXOffset() == -20; }},
+      {"backgroundYOffset", "GetBackgroundImageYOffset", "15",
+       [](O o) { return o.GetBackgroundImageYOffset() == 15; }},
+      {"faces", "DisplayFaces", "false", [](O o) { return !o.DisplayFaces(); }},
+      {"faceDisplayType", "GetFaceDisplayType", "0", [](O o) { return o.GetFaceDisplayType() == 0; }},
+      {"faceOpacity", "GetFaceOpacityLevel", "60", [](O o) { return o.GetFaceOpacityLevel() == 60.0f; }},
+      {"useFaceTextureScale", "UseFaceTextureScale", "true", [](O o) { return o.UseFaceTextureScale(); }},
+      {"faceTextureScale", "GetFaceTextureScale", "50", [](O o) { return o.GetFaceTextureScale() == 50.0f; }},
+      {"monochromeFaceColor", "GetMonochromeFaceColor", R"("#FF0000")",
+       [](O o) { return o.GetMonochromeFaceColor() == 0x0000FFul; }},
+      {"backgroundTexture", "GetBackgroundTexture", R"("sky.jpg")",
+       [](O o) { return std::string(o.GetBackgroundTextureName()) == "/scenes/sky.jpg"; }},
+  };
+  const MODE_RENDER_OPTIONS fresh;
+  for (const Case& c : cases) {
+    EXPECT_FALSE(c.holds(fresh)) << c.key << ": the test value is the default";
+    for (const char* name : {c.key, c.getter})
+      EXPECT_TRUE(c.holds(OptionsOf("{\"" + std::string(name) + "\": " + c.value + "}"))) << name;
+  }
+  // A key and its getter name set one option: only one of them may be given.
+  EXPECT_EQ(ErrorOf(R"({"renderOptions": {"antialiasing": 2, "GetAntialiasingLevel": 3}})"),
+            "'renderOptions.antialiasing' sets the same option as 'renderOptions.GetAntialiasingLevel'");
+  // Out of range: the error names the key as written and the range.
+  EXPECT_EQ(ErrorOf(R"({"renderOptions": {"antialiasing": 5}})"),
+            "'renderOptions.antialiasing' must be from 0 to 4");
+  EXPECT_EQ(ErrorOf(R"({"renderOptions": {"fogLevel": -1}})"),
+            "'renderOptions.fogLevel' must be from 0 to 100");
+  EXPECT_EQ(ErrorOf(R"({"renderOptions": {"photonLevel": 70000}})"),
+            "'renderOptions.photonLevel' must be from 0 to 65535");
+}
+
+// The rows of the renderOptions table in docs/scene-format.md, each cell
+// trimmed: key, getter name, type, default, range.
+std::vector<std::vector<std::string>> DocumentedRenderOptions() {
+  std::ifstream doc(BRINDLEX_SCENE_FORMAT_DOC);
+  std::vector<std::vector<std::string>> rows;
+  bool inSection = false;
+  for (std::string line; std::getline(doc, line);) {
+    if (line.rfind("### ", 0) == 0) inSection = line == "### `renderOptions`";
+    if (!inSection || line.rfind("| `", 0) != 0) continue;
+    std::vector<std::string> cells;
+    std::istringstream row(line.substr(1));
+    for (std::string cell; std::getline(row, cell, '|');) {
+      const size_t first = cell.find_first_not_of(' '), last = cell.find_last_not_of(' ');
+      cells.push_back(first == std::string::npos ? "" : cell.substr(first, last - first + 1));
+    }
+    for (std::string& cell : cells)
+      if (cell.size() > 2 && cell.front() == '`' && cell.back() == '`')
+        cell = cell.substr(1, cell.size() - 2);
+    rows.push_back(cells);
+  }
+  return rows;
+}
+
+TEST(SceneFile, TheDocumentedKeysAndRangesAreTheOnesReadThere) {
+  const auto rows = DocumentedRenderOptions();
+  ASSERT_EQ(rows.size(), 43u);  // every option of the view, counted by hand
+  for (const auto& row : rows) {
+    ASSERT_EQ(row.size(), 5u) << row[0];
+    const std::string &key = row[0], &getter = row[1], &type = row[2], &range = row[4];
+    const size_t to = range.find(" to ");
+    std::string inside = "true", outside;
+    if (to != std::string::npos) {
+      const double high = std::stod(range.substr(to + 4));
+      inside = range.substr(0, to);
+      std::ostringstream above;
+      above << (type.rfind("whole number", 0) == 0 ? high + 1 : high * 2);
+      outside = above.str();
+    } else if (type.rfind("`\"#", 0) == 0 || type.rfind("\"#", 0) == 0) {
+      inside = R"("#000000")";
+    } else if (type == "file name") {
+      inside = R"("sky.jpg")";
+    }
+    // Both names are read and set one option.
+    EXPECT_EQ(
+        ErrorOf("{\"renderOptions\": {\"" + key + "\": " + inside + ", \"" + getter + "\": " + inside + "}}"),
+        "'renderOptions." + std::max(key, getter) + "' sets the same option as 'renderOptions." +
+            std::min(key, getter) + "'");
+    // Just beyond the documented range is an error that quotes the range.
+    if (outside.empty()) continue;
+    for (const std::string& name : {key, getter})
+      EXPECT_EQ(ErrorOf("{\"renderOptions\": {\"" + name + "\": " + outside + "}}"),
+                "'renderOptions." + name + "' must be from " + range);
+  }
 }
 
 TEST(SceneFile, NamesThatMatchNothingAreErrors) {

@@ -2,6 +2,8 @@
 
 #include "TestDoubles.h"
 
+#include <functional>
+#include <utility>
 #include <variant>
 
 #include "BrindlexViewModel.h"
@@ -175,4 +177,45 @@ TEST_F(FrameBufferTest, FrameImageRepaintAndBlockProgressReachTheirTargets) {
   EXPECT_FALSE(engine->DisplayEndProgress(nullptr, 0, 0, 0, 0, 1, 1));
   engine->ShutDownRendererWindow();
   EXPECT_FALSE(engine->DisplayEndProgress(access.FrameBitmap(), 0, 0, 0, 0, 1, 1));
+}
+
+namespace {
+// A host's engine that does its own work when the frame buffer is locked;
+// it must see every lock that the engine takes.
+class LockCountingEngine : public RT_RENDER_ENGINE {
+ public:
+  void LockSWFrameBuffer() override {
+    ++locks;
+    RT_RENDER_ENGINE::LockSWFrameBuffer();
+  }
+  void UnLockSWFrameBuffer() override {
+    ++unlocks;
+    RT_RENDER_ENGINE::UnLockSWFrameBuffer();
+  }
+  int locks = 0, unlocks = 0;
+};
+}  // namespace
+
+TEST(FrameBufferLock, TheEngineLocksThroughTheVirtualOperations) {
+  LockCountingEngine engine;
+  ResizableWindow window(8, 8);
+  ATL::CImage image;
+  ASSERT_NE(image.Create(2, 2, 32), 0);
+  unsigned int width = 4, height = 4;
+  const std::pair<const char*, std::function<void()>> operations[] = {
+      {"InitializeRendererWindow", [&] { engine.InitializeRendererWindow(&window, nullptr); }},
+      {"RepaintScreen",
+       [&] {
+         engine.RepaintScreen(RECT{0, 0, 8, 8});
+       }},
+      {"GetFrameImage", [&] { engine.GetFrameImage(image, nullptr, nullptr); }},
+      {"ResizeClientArea", [&] { engine.ResizeClientArea(&width, &height); }},
+      {"ShutDownRendererWindow", [&] { engine.ShutDownRendererWindow(); }},
+  };
+  for (const auto& [name, operation] : operations) {
+    engine.locks = engine.unlocks = 0;
+    operation();
+    EXPECT_GE(engine.locks, 1) << name;
+    EXPECT_EQ(engine.unlocks, engine.locks) << name;
+  }
 }

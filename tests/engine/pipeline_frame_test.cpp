@@ -1,8 +1,11 @@
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <filesystem>
 #include <mutex>
 #include <random>
 #include <set>
@@ -15,6 +18,7 @@
 #include "EngineTestAccess.h"
 #include "LogCapture.h"
 #include "PipelineTestAccess.h"
+#include "PixelRayGroups.h"
 #include "Window.h"
 
 namespace {
@@ -188,6 +192,37 @@ TEST_F(FrameTest, MissingPartsDrawNothingButTheTimeIsLogged) {
   EXPECT_EQ(engine->QueryRenderer(6), 1);
 }
 
+TEST_F(FrameTest, AnEngineWithoutTreesAndTablesRendersNothing) {
+  const std::string picture = ::testing::TempDir() + "no_tables_" + std::to_string(::getpid()) + ".png";
+  window = std::make_unique<platform::RecordingWindow>(40, 40);
+  view.GetViewFileState()->SetCameraInfo({{0, 10, 0}, {0, 0, 0}, 60.0f, 10.0f, 0.0f});
+  rect = {0, 0, 40, 40};
+  // Never initialised, and initialised then shut down: both have no trees.
+  for (bool initialiseFirst : {false, true}) {
+    engine = static_cast<RT_RENDER_ENGINE*>(CreateRenderEngine());
+    if (initialiseFirst) {
+      engine->Initialize(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
+      engine->ShutDown();
+    }
+    engine->InitializeRendererWindow(window.get(), nullptr);
+    window->ClearEvents();
+    LogCapture log;
+    EXPECT_EQ(engine->RenderFrame(nullptr, &view, &scene, rect, false), 0u);
+    EXPECT_EQ(engine->QueryRenderer(6), 0) << initialiseFirst;
+    EXPECT_TRUE(window->Events().empty()) << initialiseFirst;
+    // A render to file writes no blank picture and does not call it complete.
+    engine->SetRenderToFile(true);
+    engine->SetRenderToFileName(picture.c_str());
+    engine->RenderFrame(nullptr, &view, &scene, rect, false);
+    EXPECT_EQ(engine->GetRenderToFileInterface()->QueryRenderToFile(1), 0) << initialiseFirst;
+    EXPECT_FALSE(std::filesystem::exists(picture)) << initialiseFirst;
+    EXPECT_EQ(LinesStartingWith(log, "TotalRenderTime = ").size(), 2u);
+    engine->Release();
+    engine = nullptr;
+    std::filesystem::remove(picture);
+  }
+}
+
 TEST_F(FrameTest, AbortInTheFirstPathTracingPassKeepsWholeBlocksOnly) {
   Start(96, 64);
   options.SetPathTracing(true);
@@ -305,8 +340,14 @@ class TileServer : public RENDER_DISTRIBUTED_SERVER_INTERFACE {
   void SubmitDistributedTile(SCENE_VERTEX_XYZW* samples, unsigned int x, unsigned int y, unsigned short size,
                              unsigned short, unsigned short, unsigned int width,
                              unsigned int height) override {
+    // Every ray misses: each sample is the background, red in the low byte
+    // of 0x00336699, and no alpha. The buffer starts zeroed.
     bool allWritten = true;
-    for (unsigned i = 0; i < width * height; ++i) allWritten &= samples[i].w == 0.0f;
+    for (unsigned i = 0; i < width * height; ++i) {
+      const SCENE_VERTEX_XYZW sample = samples[i];
+      allWritten &= sample.x == float(0x99 / 255.0) && sample.y == float(0x66 / 255.0) &&
+                    sample.z == float(0x33 / 255.0) && sample.w == 0.0f;
+    }
     std::lock_guard<std::mutex> lock(mutex);
     submitted.push_back({x, y, size, width, height, allWritten});
   }
@@ -330,6 +371,7 @@ TEST_F(FrameTest, DistributedFrameSubmitsEveryDealtTileOnce) {
   engine->SetRenderDistributedServerInterface(&server);
   engine->InitializeRendererWindow(window.get(), nullptr);  // no frame buffer of its own
   view.GetViewFileState()->SetCameraInfo({{0, 10, 0}, {0, 0, 0}, 60.0f, 10.0f, 0.0f});
+  options.SetBackgroundColor(0x00336699);
   rect = {0, 0, 70, 40};
   AbortPlan plan;
   Render(plan);
@@ -353,4 +395,82 @@ TEST_F(FrameTest, DistributedFrameSubmitsEveryDealtTileOnce) {
       {0, 0, 32, 32}, {32, 0, 32, 32}, {64, 0, 6, 32}, {0, 32, 32, 8}, {32, 32, 32, 8}, {64, 32, 6, 8}};
   EXPECT_EQ(tiles, expected);
   engine->SetRenderDistributedServerInterface(nullptr);
+}
+
+namespace {
+struct ShadedGroup {
+  bool hit;
+  std::multiset<unsigned> rays;  // rows of the pixel's ray set
+  std::set<std::tuple<uint32_t, uint32_t, uint32_t>> targets;
+};
+
+// Runs the grouping walk over hand-made records and notes each group that
+// it hands to shading, with the rays and hits of the group.
+std::vector<ShadedGroup> Groups(std::vector<PixelRayHit> hits, int& polls) {
+  PixelRaySet rays;
+  rays.count = uint32_t(hits.size());
+  for (unsigned i = 0; i < hits.size(); ++i) hits[i].sampleIndex = i;
+  std::vector<ShadedGroup> groups;
+  std::atomic<bool> abort{false};
+  polls = 0;
+  ShadeRayGroups(
+      hits.data(), rays.count, rays, abort,
+      [&](PixelRayGroup& group, bool hit) {
+        ShadedGroup shaded{hit, {}, {}};
+        for (unsigned i = 0; i < group.count; ++i) {
+          shaded.rays.insert(unsigned(group.samples[i] - rays.rays));
+          const SWRayIntersectionResult result = *group.results[i];
+          if (hit) shaded.targets.insert({result.treeIndex, result.instanceIndex, result.triangleIndex});
+        }
+        groups.push_back(shaded);
+      },
+      [&] { return ++polls, false; });
+  return groups;
+}
+
+PixelRayHit Miss() {
+  return {};
+}
+PixelRayHit HitOn(uint32_t tree, uint32_t instance, uint32_t triangle) {
+  PixelRayHit record;
+  record.hit = true;
+  record.result.treeIndex = tree;
+  record.result.instanceIndex = instance;
+  record.result.triangleIndex = triangle;
+  return record;
+}
+}  // namespace
+
+TEST(PixelRayGrouping, RaysOnOneTriangleShareOneShadingCall) {
+  int polls = 0;
+  // Four rays on two triangles and the background: three calls, the misses
+  // first, then the triangles in order, each with its own rays.
+  std::vector<ShadedGroup> groups = Groups({HitOn(0, 0, 7), Miss(), HitOn(0, 0, 2), HitOn(0, 0, 7)}, polls);
+  ASSERT_EQ(groups.size(), 3u);
+  EXPECT_FALSE(groups[0].hit);
+  EXPECT_EQ(groups[0].rays, std::multiset<unsigned>{1});
+  EXPECT_TRUE(groups[1].hit);
+  EXPECT_EQ(groups[1].rays, std::multiset<unsigned>{2});
+  EXPECT_EQ(groups[1].targets, (std::set<std::tuple<uint32_t, uint32_t, uint32_t>>{{0, 0, 2}}));
+  EXPECT_TRUE(groups[2].hit);
+  EXPECT_EQ(groups[2].rays, (std::multiset<unsigned>{0, 3}));
+  EXPECT_EQ(groups[2].targets, (std::set<std::tuple<uint32_t, uint32_t, uint32_t>>{{0, 0, 7}}));
+  EXPECT_EQ(polls, 3);  // after each record from the second on
+
+  // The same triangle of two instances, or of the two trees, is two groups.
+  groups = Groups({HitOn(0, 1, 4), HitOn(0, 0, 4), HitOn(0, 1, 4), HitOn(1, 0, 4)}, polls);
+  ASSERT_EQ(groups.size(), 3u);
+  EXPECT_EQ(groups[0].rays, std::multiset<unsigned>{1});
+  EXPECT_EQ(groups[1].rays, (std::multiset<unsigned>{0, 2}));
+  EXPECT_EQ(groups[2].rays, std::multiset<unsigned>{3});
+  for (const ShadedGroup& group : groups) EXPECT_TRUE(group.hit);
+
+  // One ray without a hit: one call; all rays on one triangle: one call.
+  groups = Groups({Miss()}, polls);
+  ASSERT_EQ(groups.size(), 1u);
+  EXPECT_FALSE(groups[0].hit);
+  EXPECT_EQ(polls, 0);
+  groups = Groups(std::vector<PixelRayHit>(16, HitOn(0, 3, 9)), polls);
+  ASSERT_EQ(groups.size(), 1u);
+  EXPECT_EQ(groups[0].rays.size(), 16u);
 }

@@ -16,6 +16,7 @@
 #include "BrindlexTexture.h"
 #include "BrindlexViewModel.h"
 #include "BrindlexViewRTRenderEngine.h"
+#include "HDRPictures.h"
 #include "PipelineTestAccess.h"
 #include "Window.h"
 
@@ -403,4 +404,63 @@ TEST_F(RenderToFileTest, AbortLeavesThePictureOfTheLastCompletePass) {
   EXPECT_EQ(ReadPicture(name).back(), Mark(63, 63, 1));
   EXPECT_EQ(Status(), 0);
   EXPECT_TRUE(Complete());
+}
+
+namespace {
+// How many pixels differ from the running mean the marking recorder left
+// after `pass`: (x, y, pass) in red, green, blue; all are whole numbers
+// that half floats hold exactly, most of them far above 1.
+int MisplacedMeans(const HDRPicture& picture, uint64_t pass) {
+  int misplaced = 0;
+  for (int i = 0; i < int(picture.pixels.size()); ++i) {
+    const Imf::Rgba p = picture.pixels[size_t(i)];
+    misplaced += float(p.r) != float(i % picture.width) || float(p.g) != float(i / picture.width) ||
+                 float(p.b) != float(pass) || float(p.a) != 1.0f;
+  }
+  return misplaced;
+}
+}  // namespace
+
+TEST_F(RenderToFileTest, HDRPicturesHoldTheRunningMeanBeforeTheToneMap) {
+  Start(40, 30);
+  recorder->marking = true;
+  // An ".exr" name, in any case, takes the running mean of every tile.
+  const std::string exr = folder + "mean.EXR";
+  Render(100, 60, exr, 2);
+  EXPECT_EQ(Status(), 0);
+  EXPECT_TRUE(Complete());
+  HDRPicture picture = ReadHDRPicture(exr);
+  ASSERT_EQ(picture.width, 100);
+  ASSERT_EQ(picture.height, 60);
+  EXPECT_EQ(MisplacedMeans(picture, 2), 0);
+
+  // The second name gives an HDR picture beside the 8-bit one, after each
+  // pass, with checkpoints as the picture has them.
+  const std::string png = folder + "view.png", beside = folder + "view.exr";
+  engine->SetRenderToFileHDRName(beside.c_str());
+  engine->SetRenderToFileSavePathTracingCheckpoints(true);
+  bool besideAfterPass1 = false;
+  passes.beforePass = [&](uint64_t pass) {
+    besideAfterPass1 |= pass == 2 && MisplacedMeans(ReadHDRPicture(beside), 1) == 0;
+  };
+  Render(64, 48, png, 25);
+  passes.beforePass = nullptr;
+  EXPECT_TRUE(besideAfterPass1);
+  EXPECT_EQ(Status(), 0);
+  EXPECT_TRUE(StartsWith(FileBytes(png), Png));
+  picture = ReadHDRPicture(beside);
+  ASSERT_EQ(picture.width, 64);
+  EXPECT_EQ(MisplacedMeans(picture, 25), 0);
+  EXPECT_EQ(FilesIn(folder + "CheckPoint"), (std::set<std::string>{"view_25.exr", "view_25.png"}));
+  EXPECT_EQ(FilesIn(folder), (std::set<std::string>{"CheckPoint", "mean.EXR", "view.exr", "view.png"}));
+
+  // An HDR picture that can't be written is a failed save like any other.
+  engine->SetRenderToFileSavePathTracingCheckpoints(false);
+  engine->SetRenderToFileHDRName((folder + "missing/view.exr").c_str());
+  Render(16, 16, png);
+  EXPECT_EQ(Status(), 1);
+  EXPECT_FALSE(Complete());
+  engine->SetRenderToFileHDRName(nullptr);
+  Render(16, 16, png);
+  EXPECT_EQ(Status(), 0);
 }

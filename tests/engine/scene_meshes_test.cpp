@@ -232,3 +232,29 @@ TEST_F(SceneMeshes, MaterialTreesAreDeepCopiesOfWhatTheViewDrawsWith) {
   EXPECT_NE(roots[0]->GetNodeThatControlsMaterial("Marble"), nullptr);
   EXPECT_EQ(roots[0]->GetNodeThatControlsMaterial("Brick"), nullptr);
 }
+
+TEST_F(SceneMeshes, ARotateToCameraNodeWithoutAMatrixTurnsAboutTheWorldOrigin) {
+  SCENE_GRAPH_NODE* tree = Group(root, "Tree", nullptr);  // no matrix of its own
+  tree->GetNodeGroupData()->SetGroupRotateToCamera(true);
+  tree->AddChildNode(MeshNode("leaf", {Vertex(0, 0, 0), Vertex(1, 0, 0), Vertex(0, 0, 1)}));
+  // Eye at (10,0,0): the billboard turns a quarter about z to face +x, as
+  // with the identity for its matrix; it stays in world space.
+  SCENE_CAMERA_INFO camera{{10, 0, 0}, {0, 0, 0}, 45.0f, 10.0f, 0.0f};
+  SCENE_MATRIX view;
+  CalculateModelViewMatrix(&view, &camera);
+  access.Walk(1, root, nullptr, nullptr, &view);
+  const SWMeshTable& turned = access.MeshTable(1);
+  ASSERT_EQ(turned.meshes.size(), 1u);
+  ExpectPosition(turned.meshes[0].vertices[0], 0, 0, 0, 1e-5f);
+  ExpectPosition(turned.meshes[0].vertices[1], 0, 1, 0, 1e-5f);
+  ExpectPosition(turned.meshes[0].vertices[2], 0, 0, 1, 1e-5f);
+  // The stack is back at its bottom after the node: a sibling mesh in an
+  // ordinary rotate node with a matrix lands where that matrix puts it.
+  const SCENE_MATRIX at = Translation(5, 0, 0);
+  SCENE_GRAPH_NODE* second = Group(root, "Second", nullptr, &at);
+  second->GetNodeGroupData()->SetGroupRotateToCamera(true);
+  second->AddChildNode(MeshNode("dot", {Vertex(0, 0, 0), Vertex(1, 0, 0), Vertex(0, 0, 1)}));
+  access.Walk(1, root, nullptr, nullptr, &view);
+  ASSERT_EQ(access.MeshTable(1).meshes.size(), 2u);
+  ExpectPosition(access.MeshTable(1).meshes[1].vertices[0], 5, 0, 0, 1e-5f);
+}

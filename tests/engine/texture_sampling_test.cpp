@@ -84,19 +84,53 @@ TEST_F(TextureSampling, FootprintChoosesAndBlendsLevels) {
 }
 
 TEST_F(TextureSampling, WorkersSampleTogether) {
-  const float alone = Red(0, 0.3f, 0.6f, 1.2f);
+  // A block-compressed row beside the plain one: red over red, then white
+  // over black (see BlockCompressedLevels).
+  auto* bc1 = new SWTexture();
+  bc1->compressedLevels = new SW_BC_TEXTURE[1]{
+      {new uint8_t[2][8]{{0x00, 0xF8, 0x00, 0xF8, 0x38, 0, 0, 0}, {0xFF, 0xFF, 0x00, 0x00, 0, 0x0E, 0, 0}},
+       nullptr, 8, 4, 2}};
+  bc1->levelCount = 1;
+  access.Textures().push_back(bc1);  // row 3
+  struct Case {
+    unsigned int id;
+    float u, v;
+    SCENE_VERTEX_XYZW color;
+  };
+  const float g0 = Byte(0), g60 = Byte(60), g120 = Byte(120), g240 = Byte(240), g170 = Byte(170);
+  const std::vector<Case> cases = {
+      {0, 0.25f, 0.25f, {g0, g0, g0, 1}},
+      {0, 0.75f, 0.25f, {g60, g60, g60, 1}},
+      {0, 0.25f, 0.75f, {g120, g120, g120, 1}},
+      {0, 0.75f, 0.75f, {g240, g240, g240, 1}},
+      {3, 0.5f / 8, 0.5f / 4, {1, 0, 0, 1}},
+      {3, 2.5f / 8, 0.5f / 4, {0, 0, 0, 0}},
+      {3, 4.5f / 8, 1.5f / 4, {g170, g170, g170, 1}},
+      {3, 6.5f / 8, 0.5f / 4, {1, 1, 1, 1}},
+      // Between texels all four take part: (0 + 60 + 120 + 240) / 4.
+      {0, 0.5f, 0.5f, {105 / 255.0f, 105 / 255.0f, 105 / 255.0f, 1}},
+      {0, 0.5f, 0.25f, {30 / 255.0f, 30 / 255.0f, 30 / 255.0f, 1}},
+  };
+  // Each worker walks the cases from its own start, so that at any moment
+  // the threads read different texels and blocks; a result that took
+  // anything from another thread's sample is off (and the thread sanitizer
+  // reports any scratch they share).
   std::vector<std::thread> workers;
-  std::atomic<int> differing{0};
-  for (int t = 0; t < 4; ++t)
-    workers.emplace_back([&] {
-      for (int i = 0; i < 1000; ++i) {
-        SCENE_VERTEX_XYZW color{};
-        engine->SampleSWTexture(0, 0.3f, 0.6f, 1.2f, 0.0f, 0.0f, 0.0f, color);
-        if (color.x != alone) ++differing;
+  std::atomic<int> wrong{0};
+  for (size_t t = 0; t < 4; ++t)
+    workers.emplace_back([&, t] {
+      for (size_t i = 0; i < 20000; ++i) {
+        const Case& c = cases[(t * 3 + i) % cases.size()];
+        SCENE_VERTEX_XYZW color{-1, -1, -1, -1};
+        engine->SampleSWTexture(c.id, c.u, c.v, 0.0f, 0.0f, 0.0f, 0.0f, color);
+        const SCENE_VERTEX_XYZW want = c.color;
+        const auto off = [](float a, float b) { return std::fabs(a - b) > 1e-6f; };
+        if (off(color.x, want.x) || off(color.y, want.y) || off(color.z, want.z) || off(color.w, want.w))
+          ++wrong;
       }
     });
   for (std::thread& worker : workers) worker.join();
-  EXPECT_EQ(differing.load(), 0);
+  EXPECT_EQ(wrong.load(), 0);
 }
 
 TEST_F(TextureSampling, RowsWithoutImageLeaveTheColour) {

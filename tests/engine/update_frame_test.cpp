@@ -196,6 +196,63 @@ TEST_F(UpdateFrameTest, TexturesAreSharedKeptApartByTransparencyAndRowsReused) {
   EXPECT_NE(access.Textures()[TextureRowOf(0)], nullptr);
 }
 
+TEST_F(UpdateFrameTest, ABackgroundThatCannotBeLoadedLeavesNoRowBehind) {
+  // A name with no file, and a file that is no picture.
+  std::FILE* broken = std::fopen((folder + "broken.png").c_str(), "wb");
+  ASSERT_NE(broken, nullptr);
+  std::fputs("not a picture", broken);
+  std::fclose(broken);
+  WritePicture(folder + "sky.png", 50);
+  WritePicture(folder + "wood.png", 100);
+  const std::string backgrounds[] = {"missing.png", "broken.png"};
+  for (int i = 0; i < 2; ++i) {
+    const std::string id = "Wall" + std::to_string(i), stone = "stone" + std::to_string(i) + ".png";
+    WritePicture(folder + stone, 150);
+    MATERIAL_3D_NODE* wall = TexturedMaterial(id.c_str(), "wood.png", false);
+    AddMesh(id.c_str());
+    Options().SetUseBackgroundTexture(true);
+    Options().SetBackgroundTextureName("sky.png");
+    engine->ShutDownModel();
+    Update(1);
+    ASSERT_LT(access.BackgroundTexture(), access.Textures().size());
+
+    // The sky gives way to a picture that cannot be had, and the wall's
+    // wood to a new file, which takes the first free row.
+    Options().SetBackgroundTextureName(backgrounds[i].c_str());
+    TEXTURE_LINK link = *wall->GetTextureLink();
+    link.SetTextureLinkFullFileName(stone.c_str());
+    wall->SetTextureLink(&link);
+    engine->ModifyAllMaterialTypes();
+    Update(1);
+    const uint32_t wallRow = TextureRowOf(access.SWMaterials().size() - 1);
+    ASSERT_LT(wallRow, access.Textures().size());
+    EXPECT_EQ(access.Textures()[wallRow]->name, folder + stone);
+    // No background picture: the plain colour shows, never the wall.
+    EXPECT_EQ(access.BackgroundTexture(), 0xFFFFFFFFu) << backgrounds[i];
+  }
+}
+
+TEST_F(UpdateFrameTest, SwitchingToDefaultLightingWithoutAModelChangeLightsTheScene) {
+  Material(materials, "Wall");
+  AddMesh("Wall");
+  Options().SetCustomLighting(true);
+  Update(1);
+  Options().SetCustomLighting(false);
+  Update(1);  // the same tag and no notification: no rebuild
+  SceneTestAccess scene(engine);
+  const RTRendererLight& eye = scene.DefaultLight(0);
+  const RTRendererLight& sun = scene.DefaultLight(1);
+  EXPECT_TRUE(eye.definition.flags & LightEnabled);
+  const SCENE_VERTEX_XYZ position = eye.definition.position;  // the camera, y negated
+  EXPECT_EQ(position.x, 0.0f);
+  EXPECT_EQ(position.y, 20.0f);
+  EXPECT_EQ(position.z, 10.0f);
+  EXPECT_TRUE(sun.definition.flags & LightEnabled);
+  const int type = sun.definition.type, intensity = sun.definition.intensity;
+  EXPECT_EQ(type, 2);
+  EXPECT_EQ(intensity, 20);
+}
+
 namespace {
 // Nine lights that cast shadows, at the given positions, numbered 0 to 8.
 void AddShadowLights(SCENE_LIGHTS* lights, const std::vector<SCENE_VERTEX_XYZ>& positions) {
@@ -272,10 +329,14 @@ bool PollCounter(void* context) {
 }  // namespace
 
 TEST_F(UpdateFrameTest, AnAbortAtAnyPollLeavesARebuildForTheNextCall) {
+  // A and C share a file, B has its own: an abort must cost neither row.
   WritePicture(folder + "wood.png", 100);
-  for (const char* id : {"A", "B", "C"}) {
-    TexturedMaterial(id, "wood.png", false);
-    AddMesh(id);
+  WritePicture(folder + "stone.png", 150);
+  const char* files[] = {"wood.png", "stone.png", "wood.png"};
+  const char* ids[] = {"A", "B", "C"};
+  for (int i = 0; i < 3; ++i) {
+    TexturedMaterial(ids[i], files[i], false);
+    AddMesh(ids[i]);
   }
   // Shadow maps poll after every pixel; their aborts are tested with them.
   Options().SetLighting(false);
@@ -302,7 +363,12 @@ TEST_F(UpdateFrameTest, AnAbortAtAnyPollLeavesARebuildForTheNextCall) {
     EXPECT_FALSE(access.Flags().IsSet(RebuildScene)) << "after abort at poll " << n;
     EXPECT_EQ(access.Tree(0).leafTriangles.size(), leaves);
     EXPECT_EQ(TextureRowOf(0), TextureRowOf(2));
-    ASSERT_NE(TextureRowOf(0), 0xFFFFFFFFu);
+    for (size_t row = 0; row < 3; ++row) {
+      const uint32_t texture = TextureRowOf(row);
+      ASSERT_LT(texture, access.Textures().size()) << "abort at poll " << n;
+      ASSERT_NE(access.Textures()[texture], nullptr) << "abort at poll " << n << ", material " << row;
+      EXPECT_EQ(access.Textures()[texture]->name, folder + files[row]);
+    }
   }
   engine->SetShouldAbortRenderFunction(nullptr, nullptr);
 }

@@ -1,7 +1,9 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstdlib>
 #include <memory>
+#include <new>
 #include <random>
 #include <set>
 #include <thread>
@@ -9,6 +11,59 @@
 
 #include "BrindlexViewRTRenderEngine.h"
 #include "EngineTestAccess.h"
+
+namespace {
+
+// Out of memory on demand: while armed on a thread, the n-th allocation of
+// that thread fails, as `new` does when memory runs out.
+thread_local bool allocationArmed = false;
+thread_local int allocationsBeforeFailure = 0;
+thread_local bool allocationFailed = false;
+
+void* Allocate(std::size_t size) noexcept {
+  if (allocationArmed && !allocationFailed && allocationsBeforeFailure-- == 0) {
+    allocationFailed = true;
+    return nullptr;
+  }
+  return std::malloc(size ? size : 1);
+}
+void* AllocateOrThrow(std::size_t size) {
+  if (void* memory = Allocate(size)) return memory;
+  throw std::bad_alloc();
+}
+
+}  // namespace
+
+void* operator new(std::size_t size) {
+  return AllocateOrThrow(size);
+}
+void* operator new[](std::size_t size) {
+  return AllocateOrThrow(size);
+}
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+  return Allocate(size);
+}
+void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
+  return Allocate(size);
+}
+void operator delete(void* memory) noexcept {
+  std::free(memory);
+}
+void operator delete[](void* memory) noexcept {
+  std::free(memory);
+}
+void operator delete(void* memory, std::size_t) noexcept {
+  std::free(memory);
+}
+void operator delete[](void* memory, std::size_t) noexcept {
+  std::free(memory);
+}
+void operator delete(void* memory, const std::nothrow_t&) noexcept {
+  std::free(memory);
+}
+void operator delete[](void* memory, const std::nothrow_t&) noexcept {
+  std::free(memory);
+}
 
 namespace {
 
@@ -183,4 +238,42 @@ TEST_F(EngineFixture, AbortInsideABlockStopsItAndReturnsTheTokens) {
   for (unsigned i = 0; i < 256; ++i) ASSERT_LE(pixelLedger.traced[i].load(), 1);
   EXPECT_EQ(access->CoreTokens(), long(workers));
   ledger = nullptr;
+}
+
+namespace {
+// The block's owner stops failing allocations once it traces, so only the
+// lending of processors before its first pixel runs out of memory.
+bool TracePixelDisarmed(RT_RENDER_ENGINE* engine, SWRT_RENDER_THREAD_DATA* data, unsigned int index,
+                        SCENE_VERTEX_XYZW& color, std::atomic<bool>& abort) {
+  allocationArmed = false;
+  return TracePixel(engine, data, index, color, abort);
+}
+}  // namespace
+
+TEST_F(EngineFixture, OutOfMemoryWhileLendingLeavesTheBlockToItsOwner) {
+  if (workers < 2) GTEST_SKIP() << "no processor can be lent";
+  SWRT_RENDER_THREAD_DATA block;
+  block.width = 16;
+  block.height = 16;
+  // Each allocation that lending makes fails in turn, until one round
+  // lends without any failing.
+  for (int failing = 0;; ++failing) {
+    ASSERT_LT(failing, 16);
+    PixelLedger pixelLedger(256);
+    ledger = &pixelLedger;
+    std::vector<SCENE_VERTEX_XYZW> samples(256);
+    allocationsBeforeFailure = failing;
+    allocationFailed = false;
+    allocationArmed = true;
+    bool traced = false;
+    EXPECT_NO_THROW(traced = access->TraceBlockPixels(&block, samples.data(), &TracePixelDisarmed))
+        << "allocation " << failing;
+    allocationArmed = false;
+    EXPECT_TRUE(traced) << "allocation " << failing;
+    for (unsigned i = 0; i < 256; ++i) ASSERT_EQ(pixelLedger.traced[i].load(), 1) << i;
+    EXPECT_EQ(access->CoreTokens(), long(workers));
+    ledger = nullptr;
+    access->WaitForCompletion();  // the idle workers offer their processors again
+    if (!allocationFailed) break;
+  }
 }

