@@ -75,6 +75,10 @@ std::vector<MATERIAL_3D_NODE*> HostScene::FindMaterials(const std::string& name)
 }
 
 int HostScene::AddLight(SCENE_LIGHT_DEFINITION definition) {
+  // The matrix carries position and target into the world; the falloff
+  // distances are plain numbers and take the unit here.
+  definition.falloffStart *= worldPerFileUnit;
+  definition.falloffEnd *= worldPerFileUnit;
   return AddWorldLight(definition, fileToWorld);
 }
 

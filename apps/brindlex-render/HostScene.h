@@ -52,7 +52,12 @@ class HostScene {
   std::string TextureName(const std::filesystem::path& file) const;
 
   const SCENE_MATRIX& FileToWorld() const { return fileToWorld; }
-  void SetFileToWorld(const SCENE_MATRIX& matrix) { fileToWorld = matrix; }
+  // World units in one unit of the scene's file coordinates: distances
+  // (light falloff, horizon size, mist) scale by it.
+  double WorldPerFileUnit() const { return worldPerFileUnit; }
+  void SetFileToWorld(const SCENE_MATRIX& matrix, double worldPerUnit = 1.0) {
+    fileToWorld = matrix, worldPerFileUnit = worldPerUnit;
+  }
   SCENE_VERTEX_XYZ FileToWorldPoint(const SCENE_VERTEX_XYZ& point) const;
 
   // Box of all active geometry in world coordinates; false when empty.
@@ -78,6 +83,7 @@ class HostScene {
   ENVIRONMENT_3D_PROJECT project;
   std::filesystem::path textureDirectory;
   SCENE_MATRIX fileToWorld;
+  double worldPerFileUnit = 1.0;
 };
 
 // Where the program keeps the pictures it makes: $XDG_CACHE_HOME, else

@@ -16,6 +16,7 @@
 
 #include "BrindlexTexture.h"
 #include "BrindlexViewMath.h"
+#include "Units.h"
 
 namespace fs = std::filesystem;
 
@@ -46,21 +47,18 @@ aiMatrix4x4 NodeToFile(const aiNode* node) {
   return m;
 }
 
-int MetadataInt(const aiScene* scene, const char* key, int fallback) {
-  int32_t value;
-  return scene->mMetaData && scene->mMetaData->Get(key, value) ? value : fallback;
-}
-
-SCENE_MATRIX UpConversion(const aiScene* scene, UpAxis up) {
-  // Assimp hands most formats over y-up, turning those whose standard is
-  // z-up (3DS, IFC, Collada with Z_UP); formats that record their axes
-  // (FBX) say so in the metadata.
-  int upAxis = MetadataInt(scene, "UpAxis", 1), upSign = MetadataInt(scene, "UpAxisSign", 1);
-  int right = MetadataInt(scene, "CoordAxis", 0), rightSign = MetadataInt(scene, "CoordAxisSign", 1);
+SCENE_MATRIX UpConversion(const ImportFacts& facts, UpAxis up) {
+  int upAxis = facts.upAxis, upSign = facts.upSign, right = facts.rightAxis, rightSign = facts.rightSign;
   if (up != UpAxis::FromFile) upAxis = static_cast<int>(up) - 1, upSign = 1, right = 0, rightSign = 1;
   if (upAxis < 0 || upAxis > 2) upAxis = 1;
   if (right < 0 || right > 2 || right == upAxis) right = upAxis == 0 ? 1 : 0, rightSign = 1;
   return AxisConversion(upAxis, upSign < 0 ? -1 : 1, right, rightSign < 0 ? -1 : 1);
+}
+
+SCENE_MATRIX Scaling(double factor) {
+  SCENE_MATRIX m = IdentityMatrix();
+  m.m[0] = m.m[5] = m.m[10] = static_cast<float>(factor);
+  return m;
 }
 
 SCENE_MATRIX Placement(const ModelPlacement& placement) {
@@ -90,8 +88,8 @@ bool CheckReadable(const fs::path& file, std::string& error) {
 
 class SceneBuilder {
  public:
-  SceneBuilder(const aiScene* scene, const fs::path& file, HostScene& host)
-      : scene(scene), file(file), folder(fs::absolute(file).parent_path()), host(host) {}
+  SceneBuilder(const aiScene* scene, const ImportFacts& facts, const fs::path& file, HostScene& host)
+      : scene(scene), facts(facts), file(file), folder(fs::absolute(file).parent_path()), host(host) {}
 
   SCENE_GRAPH_NODE* Build(const SCENE_MATRIX& rootMatrix, ImportedModel& result);
 
@@ -106,6 +104,7 @@ class SceneBuilder {
   void FindCamera(const SCENE_MATRIX& rootMatrix, ImportedModel& result);
 
   const aiScene* scene;
+  const ImportFacts& facts;
   fs::path file, folder;
   HostScene& host;
   std::vector<std::string> materialIDs;
@@ -345,12 +344,6 @@ void SceneBuilder::AddLights(const SCENE_MATRIX& rootMatrix, ImportedModel& resu
   }
 }
 
-bool IsGltf(const aiScene* scene) {
-  aiString format;
-  return scene->mMetaData && scene->mMetaData->Get("SourceAsset_Format", format) &&
-         std::strstr(format.C_Str(), "glTF") != nullptr;
-}
-
 void SceneBuilder::FindCamera(const SCENE_MATRIX& rootMatrix, ImportedModel& result) {
   if (scene->mNumCameras == 0) return;
   const aiCamera& camera = *scene->mCameras[0];
@@ -360,7 +353,7 @@ void SceneBuilder::FindCamera(const SCENE_MATRIX& rootMatrix, ImportedModel& res
   // well as leaving it in the node, and gives yfov times the aspect as the
   // horizontal angle. Other readers give the whole horizontal angle, not
   // the half that Assimp's documentation speaks of.
-  const bool gltf = IsGltf(scene);
+  const bool gltf = facts.gltf;
   const aiVector3D position = gltf && node ? aiVector3D() : camera.mPosition;
   ModelCamera found;
   const SCENE_VERTEX_XYZ eye = ToPoint(position), target = ToPoint(position + camera.mLookAt);
@@ -392,18 +385,27 @@ SCENE_MATRIX AxisConversion(int up, int upSign, int right, int rightSign) {
   return m;
 }
 
-bool ImportModel(const fs::path& file, const ModelPlacement& placement, HostScene& scene,
-                 ImportedModel& result, std::string& error) {
-  if (!CheckReadable(file, error)) return false;
-  Assimp::Importer importer;
+// Assimp's properties for every read.
+void Configure(Assimp::Importer& importer) {
   importer.SetPropertyInteger(AI_CONFIG_PP_SBP_REMOVE, aiPrimitiveType_POINT | aiPrimitiveType_LINE);
   importer.SetPropertyFloat(AI_CONFIG_PP_GSN_MAX_SMOOTHING_ANGLE, SmoothingAngle);
-  const aiScene* model = importer.ReadFile(file.string(), ImportSteps);
-  if (!model || !model->mRootNode) {
-    const std::string reason = importer.GetErrorString();
-    error = "cannot be read as a model" + (reason.empty() ? std::string() : ": " + reason);
-    return false;
-  }
+}
+
+void NoteRepairs(const ImportFacts& facts, ImportedModel& result) {
+  if (facts.badVertices > 0)
+    result.warnings.push_back(std::to_string(facts.badVertices) + " vertices are not finite numbers; they and " +
+                              std::to_string(facts.droppedTriangles) + " triangles using them are left out");
+  if (!facts.readerErrors.empty())
+    result.warnings.push_back("the model reader reported errors, the model may be incomplete: " +
+                              facts.readerErrors.front());
+}
+
+bool ImportModel(const fs::path& file, const ModelPlacement& placement, HostScene& scene,
+                 ImportedModel& result, std::string& error, const ImportLimits& limits) {
+  if (!CheckReadable(file, error)) return false;
+  ReadModel read;
+  if (!ReadModelGuarded(file, Configure, ImportSteps, limits, read, error)) return false;
+  const aiScene* model = read.scene;
   result.triangles = 0;
   for (unsigned int m = 0; m < model->mNumMeshes; ++m)
     for (unsigned int f = 0; f < model->mMeshes[m]->mNumFaces; ++f)
@@ -412,16 +414,18 @@ bool ImportModel(const fs::path& file, const ModelPlacement& placement, HostScen
     error = "holds no triangles";
     return false;
   }
+  NoteRepairs(read.facts, result);
   const bool first = scene.Root()->GetNumberOfChildNodes() == 0;
-  result.fileToWorld = UpConversion(model, placement.up);
-  if (first) scene.SetFileToWorld(result.fileToWorld);
+  result.worldPerFileUnit = WorldUnitsPerFileUnit(placement.metresPerUnit, read.facts.metresPerUnit);
+  result.fileToWorld = Multiply(Scaling(result.worldPerFileUnit), UpConversion(read.facts, placement.up));
+  if (first) scene.SetFileToWorld(result.fileToWorld, result.worldPerFileUnit);
   // Placement happens in the scene's file coordinates: out of this file's
   // into them, then placed, then into the world.
   SCENE_MATRIX fromScene;
   GetInverseMatrix(&scene.FileToWorld(), &fromScene);
   const SCENE_MATRIX rootMatrix =
       Multiply(scene.FileToWorld(), Multiply(Placement(placement), Multiply(fromScene, result.fileToWorld)));
-  SceneBuilder builder(model, file, scene);
+  SceneBuilder builder(model, read.facts, file, scene);
   result.root = builder.Build(rootMatrix, result);
   return true;
 }

@@ -1,5 +1,7 @@
 #include "SceneFile.h"
 
+#include "Units.h"
+
 #include <cmath>
 #include <fstream>
 #include <map>
@@ -189,6 +191,8 @@ void SceneParser::Models(const json& value) {
       if (const auto up = r.Choice("up", {"x", "y", "z"})) model.placement.up = axes.at(*up);
       if (const auto t = r.Point("translate")) model.placement.translate = *t;
       if (const auto s = r.Float("scale", 1e-9)) model.placement.scale = *s;
+      if (const auto unit = r.Choice("unit", {"mm", "cm", "m", "km", "in", "ft", "yd"}))
+        model.placement.metresPerUnit = MetresPerUnitNamed(*unit);
       r.Finish();
     }
     scene.models.push_back(model);
@@ -265,6 +269,15 @@ OptionSetter NumberOption(void (Options::*set)(T), double low, double high) {
   };
 }
 
+// A distance: kept in the file's units until the world's are known.
+OptionSetter LengthOption(void (Options::*set)(float), double low, double high) {
+  return [=](ObjectReader& r, const char* key, SceneDescription& s) {
+    const double value = *r.Number(key, low, high);
+    s.lengthOptions.push_back(
+        [set, value](Options& o, double worldPerUnit) { (o.*set)(static_cast<float>(value * worldPerUnit)); });
+  };
+}
+
 OptionSetter ColorOption(void (Options::*set)(unsigned long)) {
   return [set](ObjectReader& r, const char* key, SceneDescription& s) {
     const unsigned long rgb = *r.Color(key);
@@ -316,12 +329,12 @@ const std::map<std::string, OptionSetter>& OptionTable() {
       {"GetPhotonLevel", NumberOption(&Options::SetPhotonLevel, 0, 65535)},
       {"GetPhotonEnergy", NumberOption(&Options::SetPhotonEnergy, 0, 65535)},
       {"GetPhotonSampleLevel", NumberOption(&Options::SetPhotonSampleLevel, 0, 65535)},
-      {"GetPhotonRadius", NumberOption(&Options::SetPhotonRadius, 1e-9, Big)},
+      {"GetPhotonRadius", LengthOption(&Options::SetPhotonRadius, 1e-9, Big)},
       {"GetPhotonDirectLightingContribution",
        NumberOption(&Options::SetPhotonDirectLightingContribution, 0, Percent)},
       {"GetFogLevel", NumberOption(&Options::SetFogLevel, 0, Percent)},
       {"GetMistLevel", NumberOption(&Options::SetMistLevel, 0, Percent)},
-      {"GetMistOffset", NumberOption(&Options::SetMistOffset, -Big, Big)},
+      {"GetMistOffset", LengthOption(&Options::SetMistOffset, -Big, Big)},
       {"GetBackgroundColor", ColorOption(&Options::SetBackgroundColor)},
       {"UseBackgroundTexture", BoolOption(&Options::SetUseBackgroundTexture)},
       {"IsBackgroundTexturePanoramic", BoolOption(&Options::SetBackgroundTexturePanoramic)},
@@ -417,7 +430,8 @@ MaterialSettings SceneParser::Material(const json& value, const std::string& key
 
 void ApplyCamera(const SceneCamera& camera, HostScene& host) {
   SCENE_CAMERA_INFO info = *host.View().GetViewFileState()->GetCameraInfo();
-  if (camera.parallelHeight) info.parallelHeight = *camera.parallelHeight;
+  if (camera.parallelHeight)
+    info.parallelHeight = static_cast<float>(*camera.parallelHeight * host.WorldPerFileUnit());
   if (camera.roll) info.roll = *camera.roll;
   host.View().GetViewFileState()->SetCameraInfo(info);
   if (camera.projection) host.View().SetProjectionType(*camera.projection);
@@ -434,8 +448,10 @@ void ApplyHorizon(const SceneHorizon& horizon, HostScene& host) {
   link.SetSpecularLevel(0.0f);
   ApplyMaterialSettings(horizon.material, host, link);
   const MATERIAL_3D_NODE* material = host.AddMaterial(nullptr, "Horizon", link);
-  host.SetHorizon(HostScene::MaterialID(*material), horizon.height.value_or(min.z),
-                  horizon.size.value_or(100.0f * extent));
+  // Height and size are in file units like every position.
+  const float unit = static_cast<float>(host.WorldPerFileUnit());
+  host.SetHorizon(HostScene::MaterialID(*material), horizon.height ? *horizon.height * unit : min.z,
+                  horizon.size ? *horizon.size * unit : 100.0f * extent);
 }
 
 }  // namespace
@@ -492,6 +508,7 @@ bool ApplyScene(const SceneDescription& scene, HostScene& host, std::string& err
   for (const SCENE_LIGHT_DEFINITION& light : scene.lights) host.AddLight(light);
   if (!scene.lights.empty()) host.Options().SetCustomLighting(true);
   for (const auto& option : scene.options) option(host.Options());
+  for (const auto& option : scene.lengthOptions) option(host.Options(), host.WorldPerFileUnit());
   for (const std::string& name : scene.rotateToCamera) {
     SCENE_GRAPH_NODE_INTERFACE* node = host.Root()->FindNode(name.c_str());
     if (!node) {

@@ -85,7 +85,8 @@ TEST(SceneFile, FullExampleLoadsIntoTheHostObjects) {
   ASSERT_TRUE(ImportModel(scene.models[0].file, scene.models[0].placement, host, model, error)) << error;
   ASSERT_TRUE(ApplyScene(scene, host, error)) << error;
 
-  // Lights: definitions as written, the instance matrix the y-up conversion.
+  // Lights: definitions as written, the instance matrix the y-up conversion
+  // and the metre of an OBJ file into centimetres; falloff distances scaled.
   ASSERT_EQ(host.Lights().GetNumberOfLightInstances(), 2);
   const SCENE_LIGHT_INSTANCE* spot = host.Lights().GetLightInstance(0);
   const SCENE_LIGHT_DEFINITION s = *spot->definition;
@@ -93,19 +94,19 @@ TEST(SceneFile, FullExampleLoadsIntoTheHostObjects) {
   EXPECT_EQ(+s.color, 0x0080FFu);  // red in the low byte
   EXPECT_EQ(+s.intensity, 15);
   EXPECT_DOUBLE_EQ(+s.angle, 30.0);
-  EXPECT_DOUBLE_EQ(+s.falloffEnd, 20.0);
+  EXPECT_DOUBLE_EQ(+s.falloffEnd, 2000.0);
   EXPECT_EQ(+s.flags, LightEnabled | LightDiffuse | LightSpecular | LightSoftEdge | LightHasFalloff);
   SCENE_MATRIX matrix = spot->matrix;
   SCENE_VERTEX_XYZ position = s.position;
   TransformPoint3D(&matrix, &position, &position);
-  EXPECT_FLOAT_EQ(+position.x, 2.0f);
-  EXPECT_FLOAT_EQ(+position.y, -4.0f);
-  EXPECT_FLOAT_EQ(+position.z, 5.0f);
+  EXPECT_FLOAT_EQ(+position.x, 200.0f);
+  EXPECT_FLOAT_EQ(+position.y, -400.0f);
+  EXPECT_FLOAT_EQ(+position.z, 500.0f);
   const SCENE_LIGHT_DEFINITION area = *host.Lights().GetLightInstance(1)->definition;
   EXPECT_EQ(+area.type, 3);
   EXPECT_EQ(+area.definitionNumber, 7u);
   // The engine takes area axes as they stand: already turned into the world.
-  EXPECT_FLOAT_EQ(+area.axisV.y, -0.25f);
+  EXPECT_FLOAT_EQ(+area.axisV.y, -25.0f);
   EXPECT_FLOAT_EQ(+area.axisV.z, 0.0f);
 
   const MODE_RENDER_OPTIONS& options = host.Options();
@@ -135,7 +136,8 @@ TEST(SceneFile, FullExampleLoadsIntoTheHostObjects) {
   EXPECT_EQ(horizon[0]->GetTextureLink()->GetColor(), 0x336633ul);
   SCENE_VERTEX_XYZ min, max;
   ASSERT_TRUE(host.HorizonNode()->GetNodeBounds(&min, &max, true));
-  EXPECT_FLOAT_EQ(max.x - min.x, 500.0f);
+  // 500 file units (metres) are 50000 world centimetres.
+  EXPECT_FLOAT_EQ(max.x - min.x, 50000.0f);
 }
 
 TEST(SceneFile, NamesThatMatchNothingAreErrors) {
