@@ -71,12 +71,14 @@ void RecordFacts(const fs::path& file, const aiScene* scene, ImportFacts& facts)
   // z-up (3DS, IFC, Collada with Z_UP); formats that record their axes
   // (FBX) say so in the metadata.
   facts.upAxis = MetadataInt(scene, "UpAxis", 1), facts.upSign = MetadataInt(scene, "UpAxisSign", 1);
-  facts.rightAxis = MetadataInt(scene, "CoordAxis", 0), facts.rightSign = MetadataInt(scene, "CoordAxisSign", 1);
+  facts.rightAxis = MetadataInt(scene, "CoordAxis", 0),
+  facts.rightSign = MetadataInt(scene, "CoordAxisSign", 1);
   aiString format;
+  const bool named = scene->mMetaData && scene->mMetaData->Get("SourceAsset_Format", format);
   const std::string extension = Lower(file.extension().string());
-  facts.gltf = (scene->mMetaData && scene->mMetaData->Get("SourceAsset_Format", format) &&
-                std::strstr(format.C_Str(), "glTF") != nullptr) ||
-               extension == ".gltf" || extension == ".glb";
+  facts.gltf = (named && std::strstr(format.C_Str(), "glTF")) || extension == ".gltf" || extension == ".glb";
+  facts.collada =
+      (named && std::strstr(format.C_Str(), "Collada")) || extension == ".dae" || extension == ".zae";
   // Units: glTF is metres by definition; Assimp turns Collada's <unit> and
   // IFC's unit assignment into metres itself; FBX records centimetres per
   // unit and Assimp leaves the geometry as it is.
@@ -86,8 +88,7 @@ void RecordFacts(const fs::path& file, const aiScene* scene, ImportFacts& facts)
     facts.metresPerUnit = centimetres / 100.0;
   else if (scene->mMetaData && scene->mMetaData->Get("UnitScaleFactor", centimetres64) && centimetres64 > 0.0)
     facts.metresPerUnit = centimetres64 / 100.0;
-  else if (facts.gltf || extension == ".dae" || extension == ".zae" || extension == ".ifc" ||
-           extension == ".ifczip")
+  else if (facts.gltf || facts.collada || extension == ".ifc" || extension == ".ifczip")
     facts.metresPerUnit = 1.0;
 }
 
@@ -96,7 +97,7 @@ std::string FactsText(const ImportFacts& f) {
   std::ostringstream out;
   out.precision(17);
   out << "axes " << f.upAxis << ' ' << f.upSign << ' ' << f.rightAxis << ' ' << f.rightSign << '\n'
-      << "gltf " << f.gltf << '\n'
+      << "format " << f.gltf << ' ' << f.collada << '\n'
       << "scrub " << f.badVertices << ' ' << f.droppedTriangles << ' ' << f.remadeNormals << '\n';
   if (f.metresPerUnit) out << "unit " << *f.metresPerUnit << '\n';
   for (const std::string& e : f.readerErrors) out << "readerError " << e << '\n';
@@ -111,7 +112,7 @@ void ParseFacts(const std::string& text, ImportFacts& f, std::string& error) {
     std::string key;
     words >> key;
     if (key == "axes") words >> f.upAxis >> f.upSign >> f.rightAxis >> f.rightSign;
-    if (key == "gltf") words >> f.gltf;
+    if (key == "format") words >> f.gltf >> f.collada;
     if (key == "scrub") words >> f.badVertices >> f.droppedTriangles >> f.remadeNormals;
     if (key == "unit") f.metresPerUnit.emplace(), words >> *f.metresPerUnit;
     if (key == "readerError" && line.size() > 12) f.readerErrors.push_back(line.substr(12));
@@ -232,14 +233,16 @@ int WatchChild(pid_t child, int factsFd, const ImportLimits& limits, uint64_t me
   }
   // What the child wrote just before it ended.
   char buffer[4096];
-  for (ssize_t n; open && (n = read(factsFd, buffer, sizeof buffer)) > 0;) facts.append(buffer, static_cast<size_t>(n));
+  for (ssize_t n; open && (n = read(factsFd, buffer, sizeof buffer)) > 0;)
+    facts.append(buffer, static_cast<size_t>(n));
   return status;
 }
 
 std::string ChildFailure(int status, const std::string& reported) {
   if (WIFSIGNALED(status)) {
     const int signal = WTERMSIG(status);
-    if (signal == SIGABRT) return "the model reader stopped on an internal check (the file is probably damaged or truncated)";
+    if (signal == SIGABRT)
+      return "the model reader stopped on an internal check (the file is probably damaged or truncated)";
     return std::string("the model reader crashed (") + strsignal(signal) + "; the file is probably damaged)";
   }
   if (reported.find("bad_alloc") != std::string::npos)
@@ -289,7 +292,8 @@ bool ReadModelGuarded(const fs::path& file, const std::function<void(Assimp::Imp
     return false;
   }
   std::vector<char> blob(static_cast<size_t>(std::max<off_t>(lseek(sceneFd, 0, SEEK_END), 0)));
-  const bool got = !blob.empty() && pread(sceneFd, blob.data(), blob.size(), 0) == static_cast<ssize_t>(blob.size());
+  const bool got =
+      !blob.empty() && pread(sceneFd, blob.data(), blob.size(), 0) == static_cast<ssize_t>(blob.size());
   close(sceneFd);
   model.importer = std::make_unique<Assimp::Importer>();
   model.scene = got ? model.importer->ReadFileFromMemory(blob.data(), blob.size(), 0, "assbin") : nullptr;

@@ -19,7 +19,7 @@ struct aiScene;
 struct ImportFacts {
   // Axes as the file records them: 0, 1, 2 for x, y, z.
   int upAxis = 1, upSign = 1, rightAxis = 0, rightSign = 1;
-  bool gltf = false;
+  bool gltf = false, collada = false;
   // Metres in one unit of the file, when the file says.
   std::optional<double> metresPerUnit;
   // Vertices with a coordinate that is not a finite number, and the
@@ -49,8 +49,9 @@ struct ReadModel {
 // reader's properties, then the file is read, its bad vertices and normals
 // are dealt with, and the post-processing `steps` run. False with a
 // one-line reason for anything that fails.
-bool ReadModelGuarded(const std::filesystem::path& file, const std::function<void(Assimp::Importer&)>& configure,
-                      unsigned int steps, const ImportLimits& limits, ReadModel& model, std::string& error);
+bool ReadModelGuarded(const std::filesystem::path& file,
+                      const std::function<void(Assimp::Importer&)>& configure, unsigned int steps,
+                      const ImportLimits& limits, ReadModel& model, std::string& error);
 
 // The memory limit that `limits` stands for on this machine.
 uint64_t ImportMemoryLimit(const ImportLimits& limits);

@@ -152,8 +152,15 @@ TEXTURE_LINK SceneBuilder::MaterialLink(const aiMaterial& material) {
 
   float opacity = 1.0f;
   aiString alphaMode;
-  if (material.Get(AI_MATKEY_OPACITY, opacity) != AI_SUCCESS &&
-      material.Get(AI_MATKEY_GLTF_ALPHAMODE, alphaMode) == AI_SUCCESS && alphaMode == aiString("BLEND"))
+  const bool hasOpacity = material.Get(AI_MATKEY_OPACITY, opacity) == AI_SUCCESS;
+  // Assimp reads Collada's <transparency> by the letter of the format: in
+  // A_ONE mode alpha times transparency is the opacity, in RGB_ZERO mode
+  // one minus luminance times transparency. A material that would vanish
+  // altogether is the other common reading (the FBX Collada exporter
+  // writes 0 for "not transparent"), and that is what such a file means.
+  if (hasOpacity && opacity <= 0.0f && facts.collada) opacity = 1.0f;
+  if (!hasOpacity && material.Get(AI_MATKEY_GLTF_ALPHAMODE, alphaMode) == AI_SUCCESS &&
+      alphaMode == aiString("BLEND"))
     opacity = colour.a;
   float transmission = 0.0f;
   if (material.Get(AI_MATKEY_TRANSMISSION_FACTOR, transmission) == AI_SUCCESS)
@@ -164,8 +171,14 @@ TEXTURE_LINK SceneBuilder::MaterialLink(const aiMaterial& material) {
   link.SetTransparent(opacity < 1.0f || alphaTexture);
 
   float reflectivity = 0.0f, metallic = 0.0f, roughness = 1.0f;
-  if (material.Get(AI_MATKEY_REFLECTIVITY, reflectivity) != AI_SUCCESS &&
-      material.Get(AI_MATKEY_METALLIC_FACTOR, metallic) == AI_SUCCESS) {
+  aiColor3D reflective(1.0f, 1.0f, 1.0f);
+  if (material.Get(AI_MATKEY_REFLECTIVITY, reflectivity) == AI_SUCCESS) {
+    // The reflected light is the reflective colour times the factor:
+    // exporters write factor 1 with a black colour for "no mirror".
+    if (material.Get(AI_MATKEY_COLOR_REFLECTIVE, reflective) == AI_SUCCESS)
+      reflectivity *= Brightest(reflective);
+    reflectivity = std::clamp(reflectivity, 0.0f, 1.0f);
+  } else if (material.Get(AI_MATKEY_METALLIC_FACTOR, metallic) == AI_SUCCESS) {
     // A smooth metal is a mirror; a rough one or a dielectric is not.
     material.Get(AI_MATKEY_ROUGHNESS_FACTOR, roughness);
     reflectivity = metallic * (1.0f - roughness);
@@ -393,7 +406,8 @@ void Configure(Assimp::Importer& importer) {
 
 void NoteRepairs(const ImportFacts& facts, ImportedModel& result) {
   if (facts.badVertices > 0)
-    result.warnings.push_back(std::to_string(facts.badVertices) + " vertices are not finite numbers; they and " +
+    result.warnings.push_back(std::to_string(facts.badVertices) +
+                              " vertices are not finite numbers; they and " +
                               std::to_string(facts.droppedTriangles) + " triangles using them are left out");
   if (!facts.readerErrors.empty())
     result.warnings.push_back("the model reader reported errors, the model may be incomplete: " +

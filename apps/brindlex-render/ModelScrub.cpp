@@ -69,7 +69,8 @@ void ScrubMesh(aiMesh& mesh, ImportFacts& facts) {
   }
   if (mesh.mNormals) {
     bool usable = true;
-    for (unsigned int i = 0; i < mesh.mNumVertices && usable; ++i) usable = bad[i] || UsableNormal(mesh.mNormals[i]);
+    for (unsigned int i = 0; i < mesh.mNumVertices && usable; ++i)
+      usable = bad[i] || UsableNormal(mesh.mNormals[i]);
     if (!usable) {
       delete[] mesh.mNormals;
       mesh.mNormals = nullptr;

@@ -1,0 +1,120 @@
+// Model files that used to come out wrong, or bring the program down: each
+// written here, small, for one cause.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cmath>
+
+#include "AppTestFiles.h"
+#include "BrindlexViewMath.h"
+#include "ModelImport.h"
+
+namespace {
+
+// One triangle, 100 x 100 file units in the file's x-y plane, of one
+// material with the given Collada colour settings.
+std::string ColladaTriangle(const std::string& opaque, const std::string& transparent, double transparency,
+                            const std::string& reflective, double reflectivity,
+                            const std::string& asset = "<unit meter=\"0.01\"/><up_axis>Z_UP</up_axis>") {
+  return R"(<?xml version="1.0"?>
+<COLLADA xmlns="http://www.collada.org/2005/11/COLLADASchema" version="1.4.1">
+<asset>)" +
+         asset + R"(</asset>
+<library_effects><effect id="fx"><profile_COMMON><technique sid="t"><phong>
+<diffuse><color>0.8 0.2 0.2 1</color></diffuse>
+<reflective><color>)" +
+         reflective + "</color></reflective><reflectivity><float>" + std::to_string(reflectivity) +
+         R"(</float></reflectivity>
+<transparent opaque=")" +
+         opaque + "\"><color>" + transparent + "</color></transparent><transparency><float>" +
+         std::to_string(transparency) + R"(</float></transparency>
+</phong></technique></profile_COMMON></effect></library_effects>
+<library_materials><material id="Paint" name="Paint"><instance_effect url="#fx"/></material></library_materials>
+<library_geometries><geometry id="g"><mesh>
+<source id="p"><float_array id="pa" count="9">0 0 0 100 0 0 0 100 0</float_array>
+<technique_common><accessor source="#pa" count="3" stride="3"><param name="X" type="float"/>
+<param name="Y" type="float"/><param name="Z" type="float"/></accessor></technique_common></source>
+<vertices id="v"><input semantic="POSITION" source="#p"/></vertices>
+<triangles count="1" material="m"><input semantic="VERTEX" source="#v" offset="0"/><p>0 1 2</p></triangles>
+</mesh></geometry></library_geometries>
+<library_visual_scenes><visual_scene id="s"><node id="n" name="n"><instance_geometry url="#g">
+<bind_material><technique_common><instance_material symbol="m" target="#Paint"/></technique_common>
+</bind_material></instance_geometry></node></visual_scene></library_visual_scenes>
+<scene><instance_visual_scene url="#s"/></scene>
+</COLLADA>
+)";
+}
+
+struct Imported {
+  HostScene host;
+  ImportedModel model;
+  std::string error;
+  bool ok = false;
+  Imported(const std::filesystem::path& file, const ModelPlacement& placement = {},
+           const ImportLimits& limits = {}) {
+    ok = ImportModel(file, placement, host, model, error, limits);
+  }
+  const TEXTURE_LINK& Paint() { return *host.FindMaterials("Paint").at(0)->GetTextureLink(); }
+};
+
+TEST(ModelRepair, ReflectivityIsWeighedByTheReflectiveColourAndTransparencyReadAsMeant) {
+  struct Case {
+    const char *opaque, *transparent;
+    double transparency;
+    const char* reflective;
+    double reflectivity;
+    float opacityLevel, reflectivityLevel;
+  } cases[] = {
+      // The exporters' default: factor 1, black colour: no mirror at all.
+      {"A_ONE", "1 1 1 1", 1.0, "0 0 0 1", 1.0, 100.0f, 0.0f},
+      // A_ONE: alpha times transparency is the opacity.
+      {"A_ONE", "1 1 1 0.5", 1.0, "0.5 0.5 0.5 1", 1.0, 50.0f, 50.0f},
+      // Transparency 0 would make the material vanish: read the other way.
+      {"A_ONE", "1 1 1 1", 0.0, "1 1 1 1", 0.4, 100.0f, 40.0f},
+      // RGB_ZERO: one minus luminance times transparency.
+      {"RGB_ZERO", "1 1 1 1", 0.25, "0 0 0 1", 0.0, 75.0f, 0.0f},
+      {"RGB_ZERO", "0.5 0.5 0.5 1", 1.0, "0.2 0.6 0.4 1", 0.5, 50.0f, 30.0f},
+  };
+  TestFolder folder;
+  for (const Case& c : cases) {
+    SCOPED_TRACE(std::string(c.opaque) + " " + c.transparent + " " + c.reflective);
+    Imported in(folder.Write(
+        "paint.dae", ColladaTriangle(c.opaque, c.transparent, c.transparency, c.reflective, c.reflectivity)));
+    ASSERT_TRUE(in.ok) << in.error;
+    EXPECT_NEAR(in.Paint().GetOpacityLevel(), c.opacityLevel, 0.01f);
+    EXPECT_EQ(in.Paint().IsTransparent() != 0, c.opacityLevel < 100.0f);
+    EXPECT_NEAR(in.Paint().GetReflectivityLevel(), c.reflectivityLevel, 0.01f);
+    EXPECT_EQ(in.Paint().IsReflecting() != 0, c.reflectivityLevel > 0.0f);
+  }
+}
+
+TEST(ModelRepair, UnitsComeFromTheFileOrTheSceneFileAndEndInCentimetres) {
+  TestFolder folder;
+  SCENE_VERTEX_XYZ min, max;
+  // Collada in centimetres, z-up: 100 x 100 cm in the ground plane.
+  Imported collada(folder.Write("cm.dae", ColladaTriangle("A_ONE", "1 1 1 1", 1.0, "0 0 0 1", 0.0)));
+  ASSERT_TRUE(collada.ok) << collada.error;
+  ASSERT_TRUE(collada.host.WorldBounds(min, max));
+  EXPECT_NEAR(max.x - min.x, 100.0f, 1e-3f);
+  EXPECT_NEAR(max.y - min.y, 100.0f, 1e-3f);
+  EXPECT_NEAR(max.z - min.z, 0.0f, 1e-3f);
+  EXPECT_DOUBLE_EQ(collada.host.WorldPerFileUnit(), 100.0);  // Assimp hands Collada over in metres
+  // The same in inches: 254 cm.
+  Imported inches(folder.Write("in.dae", ColladaTriangle("A_ONE", "1 1 1 1", 1.0, "0 0 0 1", 0.0,
+                                                         "<unit meter=\"0.0254\"/><up_axis>Z_UP</up_axis>")));
+  ASSERT_TRUE(inches.ok) << inches.error;
+  ASSERT_TRUE(inches.host.WorldBounds(min, max));
+  EXPECT_NEAR(max.x - min.x, 254.0f, 1e-2f);
+  // An OBJ file has no unit: metres, unless the scene file says millimetres.
+  const auto obj = folder.Write("tri.obj", "v 0 0 0\nv 2000 0 0\nv 0 1000 0\nf 1 2 3\n");
+  ModelPlacement millimetres;
+  millimetres.metresPerUnit = 0.001;
+  Imported mm(obj, millimetres);
+  ASSERT_TRUE(mm.ok) << mm.error;
+  ASSERT_TRUE(mm.host.WorldBounds(min, max));
+  EXPECT_NEAR(max.x - min.x, 200.0f, 1e-3f);
+  EXPECT_NEAR(max.z - min.z, 100.0f, 1e-3f);  // y-up: file y is world z
+  EXPECT_DOUBLE_EQ(mm.host.WorldPerFileUnit(), 0.1);
+}
+
+}  // namespace
