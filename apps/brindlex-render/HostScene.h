@@ -4,6 +4,7 @@
 
 #include <filesystem>
 #include <string>
+#include <vector>
 
 #include "BrindlexViewModel.h"
 
@@ -69,9 +70,16 @@ class HostScene {
   SCENE_VERTEX_XYZ CameraEye();
   SCENE_VERTEX_XYZ CameraTarget();
   // Looks at the whole model from in front, to the right and above, from
-  // just far enough for the box to fit a picture of the given aspect
-  // (width / height), as a viewer's zoom-to-fit does. False without geometry.
+  // far enough for the box to fit a picture of the given aspect (width /
+  // height) with a margin, as a viewer's zoom-to-fit does. False without
+  // geometry.
   bool FrameAll(double aspect);
+  // Where the camera came from, for the user: "zoom to fit", "the model
+  // file's camera", ...
+  const std::string& CameraSource() const { return cameraSource; }
+  void SetCameraSource(const std::string& source) { cameraSource = source; }
+  // One line each of what a user should know about the scene.
+  std::vector<std::string>& Warnings() { return warnings; }
 
   // A ground square under the model, of `material`, drawn by the engine as
   // its horizon. `size` is its side in world units.
@@ -84,6 +92,8 @@ class HostScene {
   std::filesystem::path textureDirectory;
   SCENE_MATRIX fileToWorld;
   double worldPerFileUnit = 1.0;
+  std::string cameraSource;
+  std::vector<std::string> warnings;
 };
 
 // Where the program keeps the pictures it makes: $XDG_CACHE_HOME, else

@@ -168,6 +168,9 @@ void DropMetadata(aiNode* node) {
     if (scene && scene->mRootNode) {
       ScrubScene(const_cast<aiScene*>(scene), facts);
       RecordFacts(file, scene, facts);
+      // Only the reading tells of a model read in part; the steps after it
+      // log what they could not add (tangents without texture coordinates).
+      Assimp::DefaultLogger::kill();
       scene = importer.ApplyPostProcessing(steps);
     }
     if (!scene || !scene->mRootNode) {

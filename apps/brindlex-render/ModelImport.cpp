@@ -375,7 +375,9 @@ void SceneBuilder::FindCamera(const SCENE_MATRIX& rootMatrix, ImportedModel& res
   const double aspect = camera.mAspect > 0.0f ? camera.mAspect : 4.0 / 3.0;
   const double vertical =
       gltf ? camera.mHorizontalFOV / aspect : 2.0 * std::atan(std::tan(camera.mHorizontalFOV / 2.0) / aspect);
-  found.fieldOfView = static_cast<float>(std::clamp(vertical * 180.0 / 3.141592653589793, 1.0, 170.0));
+  // An angle of under a degree stays as it is: the scene's assembly then
+  // prefers a zoom to fit.
+  found.fieldOfView = static_cast<float>(std::clamp(vertical * 180.0 / 3.141592653589793, 0.0, 179.0));
   result.camera = found;
 }
 

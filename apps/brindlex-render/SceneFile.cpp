@@ -273,8 +273,9 @@ OptionSetter NumberOption(void (Options::*set)(T), double low, double high) {
 OptionSetter LengthOption(void (Options::*set)(float), double low, double high) {
   return [=](ObjectReader& r, const char* key, SceneDescription& s) {
     const double value = *r.Number(key, low, high);
-    s.lengthOptions.push_back(
-        [set, value](Options& o, double worldPerUnit) { (o.*set)(static_cast<float>(value * worldPerUnit)); });
+    s.lengthOptions.push_back([set, value](Options& o, double worldPerUnit) {
+      (o.*set)(static_cast<float>(value * worldPerUnit));
+    });
   };
 }
 

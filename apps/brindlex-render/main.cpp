@@ -34,7 +34,10 @@ int Run(const std::vector<std::string>& arguments) {
                                                   : ProgressDisplay::Style::Lines;
   if (!settings.quiet)
     std::cerr << "Rendering " << job.output << " (" << job.width << " x " << job.height << ", "
-              << host.TriangleCount() << " triangles" << (pathTracing ? ", path tracing" : "") << ")\n";
+              << host.TriangleCount() << " triangles" << (pathTracing ? ", path tracing" : "")
+              << ", camera: " << host.CameraSource() << ")\n";
+  for (const std::string& warning : host.Warnings())
+    std::cerr << "brindlex-render: warning: " << warning << '\n';
   // The engine runs the passes, files and checkpoints of path tracing, but
   // its path tracer itself is not built yet: say so rather than hand over a
   // black picture without a word.

@@ -7,6 +7,7 @@
 
 #include "AppTestFiles.h"
 #include "BrindlexViewMath.h"
+#include "CameraFraming.h"
 #include "ModelImport.h"
 
 namespace {
@@ -115,6 +116,32 @@ TEST(ModelRepair, UnitsComeFromTheFileOrTheSceneFileAndEndInCentimetres) {
   EXPECT_NEAR(max.x - min.x, 200.0f, 1e-3f);
   EXPECT_NEAR(max.z - min.z, 100.0f, 1e-3f);  // y-up: file y is world z
   EXPECT_DOUBLE_EQ(mm.host.WorldPerFileUnit(), 0.1);
+}
+
+TEST(ModelRepair, AFileCameraIsKeptOnlyWhenItShowsTheModel) {
+  // A 100-unit cube; the picture is 4:3.
+  const SCENE_VERTEX_XYZ min{0, 0, 0}, max{100, 100, 100}, centre{50, 50, 50};
+  struct Case {
+    SCENE_VERTEX_XYZ eye, target;
+    float fieldOfView;
+    const char* problem;
+  } cases[] = {
+      {{-300, 50, 50}, centre, 45.0f, ""},
+      {{-300, 50, 50}, {-600, 50, 50}, 45.0f, "looks away from the model"},
+      {centre, {200, 50, 50}, 45.0f, "stands inside the model or beside it"},
+      {{-300, 50, 50},
+       {-300, 400, 50},
+       45.0f,
+       "stands inside the model or beside it"},  // beside: half behind
+      {{-300, 50, 50}, centre, 0.78f, "has a field of view of under a degree"},
+      // 200 from the centre through 10 degrees: about 26 of the 100 in view.
+      {{-150, 50, 50}, centre, 10.0f, "cuts off part of the model"},
+      {{-100000, 50, 50}, centre, 45.0f, "shows the model too small"},
+      {{-300, 50, 50}, {-300, 50, 50}, 45.0f, "has no direction"},
+  };
+  for (const Case& c : cases)
+    EXPECT_EQ(CameraFramingProblem(min, max, c.eye, c.target, c.fieldOfView, 4.0 / 3.0), c.problem)
+        << c.eye.x << " " << c.target.x << " " << c.fieldOfView;
 }
 
 }  // namespace
