@@ -18,6 +18,7 @@ bool ParseFloat(const std::string& text, float& value) {
   // strtof accepts leading blanks and hex; a number on a command line is
   // plain decimal, so anything else left over is refused.
   if (text.empty() || std::isspace(static_cast<unsigned char>(text[0]))) return false;
+  if (text.find_first_of("xXpP") != std::string::npos) return false;  // strtof's hexadecimal
   char* end = nullptr;
   value = std::strtof(text.c_str(), &end);
   return end == text.c_str() + text.size() && std::isfinite(value);
@@ -87,11 +88,21 @@ bool SetAntialias(RenderSettings& s, const std::string& value, std::string& erro
 
 bool SetFieldOfView(RenderSettings& s, const std::string& value, std::string& error) {
   float degrees;
-  if (!ParseFloat(value, degrees) || degrees <= 0.0f || degrees >= 180.0f) {
-    error = "needs an angle in degrees above 0 and below 180";
+  if (!ParseFloat(value, degrees) || degrees < MinimumFieldOfView || degrees > MaximumFieldOfView) {
+    error = "needs an angle in degrees from 0.1 to 179";
     return false;
   }
   s.fieldOfView = degrees;
+  return true;
+}
+
+bool SetImportTimeout(RenderSettings& s, const std::string& value, std::string& error) {
+  float seconds;
+  if (!ParseFloat(value, seconds) || seconds <= 0.0f) {
+    error = "needs a number of seconds above 0";
+    return false;
+  }
+  s.importTimeout = seconds;
   return true;
 }
 
@@ -116,6 +127,7 @@ const std::map<std::string, OptionSpec>& OptionTable() {
       {"--eye", {true, Point(&RenderSettings::eye)}},
       {"--target", {true, Point(&RenderSettings::target)}},
       {"--fov", {true, SetFieldOfView}},
+      {"--import-timeout", {true, SetImportTimeout}},
       {"--quiet", {false, Flag(&RenderSettings::quiet)}},
       {"-q", {false, Flag(&RenderSettings::quiet)}},
       {"--help", {false, Flag(&RenderSettings::help)}},
@@ -193,6 +205,8 @@ Options:
       --eye X,Y,Z       camera position, in the model file's coordinates
       --target X,Y,Z    point looked at, in the model file's coordinates
       --fov DEGREES     vertical field of view (default 45)
+      --import-timeout SECONDS
+                        longest time reading a model may take (default 300)
   -q, --quiet           no progress display
   -h, --help            this text
       --version         the program's version

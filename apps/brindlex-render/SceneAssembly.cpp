@@ -17,12 +17,12 @@ struct CameraChoice {
   std::string source;  // of eye and target
 };
 
-bool LoadModels(const std::vector<SceneModel>& models, HostScene& host, CameraChoice& camera,
-                std::string& error) {
+bool LoadModels(const std::vector<SceneModel>& models, const ImportLimits& limits, HostScene& host,
+                CameraChoice& camera, std::string& error) {
   host.SetTextureDirectory(models.front().file.parent_path());
   for (const SceneModel& model : models) {
     ImportedModel imported;
-    if (!ImportModel(model.file, model.placement, host, imported, error)) {
+    if (!ImportModel(model.file, model.placement, host, imported, error, limits)) {
       error = model.file.string() + ": " + error;
       return false;
     }
@@ -93,14 +93,21 @@ bool AssembleScene(const RenderSettings& settings, double aspect, HostScene& hos
     BuildDemoScene(host);
     camera = {host.CameraEye(), host.CameraTarget(),
               host.View().GetViewFileState()->GetCameraInfo()->fieldOfView, "the demo's camera"};
-  } else if (!LoadModels(models, host, camera, error)) {
-    return false;
+  } else {
+    ImportLimits limits;
+    if (settings.importTimeout) limits.seconds = *settings.importTimeout;
+    if (!LoadModels(models, limits, host, camera, error)) return false;
   }
   if (!ApplyScene(scene, host, error)) {
     error = settings.sceneFile + ": " + error;
     return false;
   }
   PlaceCamera(settings, scene.camera, camera, host, aspect);
+  const SCENE_VERTEX_XYZ eye = host.CameraEye(), target = host.CameraTarget();
+  if (eye.x == target.x && eye.y == target.y && eye.z == target.z) {
+    error = "the camera's eye and target are the same point: it looks nowhere";
+    return false;
+  }
   if (settings.pathTracing) host.Options().SetPathTracing(true);
   if (settings.antialias) {
     host.Options().SetAntiAliasing(*settings.antialias > 0);

@@ -2,6 +2,8 @@
 
 #include "Units.h"
 
+#include <algorithm>
+#include <cctype>
 #include <cmath>
 #include <fstream>
 #include <map>
@@ -88,7 +90,10 @@ class ObjectReader {
     unsigned long rgb = 0;
     size_t end = 0;
     try {
-      if (text->size() == 7 && (*text)[0] == '#') rgb = std::stoul(text->substr(1), &end, 16);
+      // stoul alone would take a sign or blanks.
+      const bool hex = std::all_of(text->begin() + std::min<size_t>(text->size(), 1), text->end(),
+                                   [](unsigned char c) { return std::isxdigit(c); });
+      if (text->size() == 7 && (*text)[0] == '#' && hex) rgb = std::stoul(text->substr(1), &end, 16);
     } catch (const std::exception&) {
       end = 0;
     }
@@ -204,7 +209,7 @@ void SceneParser::Camera(const json& value) {
   SceneCamera& camera = scene.camera;
   camera.eye = r.Point("eye");
   camera.target = r.Point("target");
-  camera.fieldOfView = r.Float("fov", 1e-3, 179.999);
+  camera.fieldOfView = r.Float("fov", 0.1, 179.0);
   if (const auto p = r.Choice("projection", {"perspective", "parallel"}))
     camera.projection = *p == "parallel" ? ENVIRONMENT_3D_VIEW::ParallelProjection
                                          : ENVIRONMENT_3D_VIEW::PerspectiveProjection;
@@ -489,6 +494,11 @@ bool ParseScene(const std::string& text, const fs::path& folder, SceneDescriptio
     error = "not valid JSON: " + (tag == std::string::npos ? what : what.substr(tag + 2));
   } catch (const SceneFileError& e) {
     error = e.what();
+  } catch (const json::exception& e) {
+    // A number beyond double's range ("1e400") and the like.
+    const std::string what = e.what();
+    const size_t tag = what.find("] ");
+    error = "not a usable value: " + (tag == std::string::npos ? what : what.substr(tag + 2));
   }
   return false;
 }

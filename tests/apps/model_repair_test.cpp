@@ -144,4 +144,74 @@ TEST(ModelRepair, AFileCameraIsKeptOnlyWhenItShowsTheModel) {
         << c.eye.x << " " << c.target.x << " " << c.fieldOfView;
 }
 
+TEST(ModelRepair, ZUpFormatsStandUp) {
+  // Valve's SMD is z-up: a triangle 1 long (x) and 0.5 high (z).
+  TestFolder folder;
+  Imported smd(
+      folder.Write("up.smd",
+                   "version 1\nnodes\n0 \"root\" -1\nend\nskeleton\ntime 0\n0 0 0 0 0 0 0\nend\n"
+                   "triangles\nmat\n0 0 0 0 0 0 1 0 0\n0 1 0 0 0 0 1 1 0\n0 0 0 0.5 0 0 1 0 1\nend\n"));
+  ASSERT_TRUE(smd.ok) << smd.error;
+  SCENE_VERTEX_XYZ min, max;
+  ASSERT_TRUE(smd.host.WorldBounds(min, max));
+  EXPECT_NEAR(max.x - min.x, 100.0f, 1e-3f);
+  EXPECT_NEAR(max.y - min.y, 0.0f, 1e-3f);
+  EXPECT_NEAR(max.z - min.z, 50.0f, 1e-3f);
+}
+
+TEST(ModelRepair, BadVerticesGoWithTheirTrianglesAndZeroNormalsAreMadeAnew) {
+  // Vertex 0 is not a number and vertex 4 infinite; every normal is zero.
+  TestFolder folder;
+  Imported ply(folder.Write("bad.ply",
+                            "ply\nformat ascii 1.0\nelement vertex 5\nproperty float x\nproperty float y\n"
+                            "property float z\nproperty float nx\nproperty float ny\nproperty float nz\n"
+                            "element face 3\nproperty list uchar int vertex_indices\nend_header\n"
+                            "nan 0 0 0 0 0\n0 0 0 0 0 0\n1 0 0 0 0 0\n0 1 0 0 0 0\n1 1 inf 0 0 0\n"
+                            "3 0 1 2\n3 1 2 3\n3 2 3 4\n"));
+  ASSERT_TRUE(ply.ok) << ply.error;
+  EXPECT_EQ(ply.model.triangles, 1u);
+  ASSERT_EQ(ply.model.warnings.size(), 1u);
+  EXPECT_EQ(ply.model.warnings[0],
+            "2 vertices are not finite numbers; they and 2 triangles using them are left out");
+  SCENE_VERTEX_XYZ min, max;
+  ASSERT_TRUE(ply.host.WorldBounds(min, max));
+  EXPECT_NEAR(max.x - min.x, 100.0f, 1e-3f);
+  EXPECT_NEAR(max.z - min.z, 100.0f, 1e-3f);
+  // The kept triangle (1, 2, 3) lies in the file's x-y plane: its normal
+  // is the file's z, the world's -y.
+  auto* mesh = ply.model.root->GetChildNode(0);
+  while (mesh && !mesh->GetNodeMeshData()) mesh = mesh->GetChildNode(0);
+  ASSERT_NE(mesh, nullptr);
+  const SCENE_GRAPH_MESH_DATA_INTERFACE* data = mesh->GetNodeMeshData();
+  ASSERT_EQ(data->GetMeshVertexCount(), 3u);
+  for (unsigned i = 0; i < data->GetMeshVertexCount(); ++i) {
+    const SCENE_VERTEX v = data->GetMeshVertices()[i];
+    EXPECT_NEAR(std::abs(v.normal.z), 1.0f, 1e-4f);
+    EXPECT_TRUE(std::isfinite(v.position.x));
+  }
+}
+
+TEST(ModelRepair, AHangingOrGreedyReaderIsStoppedWithAReason) {
+  TestFolder folder;
+  // Cut after 60 bytes, the reader waits for a header that never ends.
+  ImportLimits quick;
+  quick.seconds = 2.0;
+  Imported hang(folder.Write("cut.ply", "ply\nformat ascii 1.0          \nelement vertex 8          \npr"),
+                {}, quick);
+  EXPECT_FALSE(hang.ok);
+  EXPECT_EQ(hang.error.rfind("reading took longer than 2 seconds", 0), 0u) << hang.error;
+  // A header that claims two thousand million vertices.
+  ImportLimits small;
+  small.bytes = uint64_t{256} << 20;
+  Imported greedy(folder.Write("huge.ply",
+                               "ply\nformat ascii 1.0\nelement vertex 2000000000\nproperty float x\n"
+                               "property float y\nproperty float z\nelement face 1\n"
+                               "property list uchar int vertex_indices\nend_header\n"
+                               "0 0 0\n1 0 0\n0 1 0\n3 0 1 2\n"),
+                  {}, small);
+  EXPECT_FALSE(greedy.ok);
+  EXPECT_NE(greedy.error.find("memory"), std::string::npos) << greedy.error;
+  EXPECT_EQ(greedy.host.TriangleCount(), 0ul);
+}
+
 }  // namespace

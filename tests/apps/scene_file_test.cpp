@@ -30,6 +30,9 @@ TEST(SceneFile, UnknownKeysAndWrongTypesNameTheKey) {
             "'renderOptions.GetFogLevel' must be from 0 to 100");
   EXPECT_EQ(ErrorOf(R"({"background": {"color": "blue"}})"),
             "'background.color' must be a colour \"#RRGGBB\"");
+  EXPECT_EQ(ErrorOf(R"({"background": {"color": "#-12345"}})"),
+            "'background.color' must be a colour \"#RRGGBB\"");
+  EXPECT_EQ(ErrorOf(R"({"camera": {"fov": 1e400}})").rfind("not a usable value: ", 0), 0u);
   EXPECT_EQ(ErrorOf(R"({"lights": [{"type": "torch", "position": [0, 0, 0]}]})"),
             "'lights[0].type' must be one of area, direct, point, spot");
   EXPECT_EQ(ErrorOf(R"({"lights": [{"type": "spot", "position": [0, 0, 0]}]})"),
