@@ -203,6 +203,12 @@ void DropMetadata(aiNode* node) {
   _exit(error.empty() ? ChildRead : ChildFailed);
 }
 
+std::string Seconds(double seconds) {
+  std::ostringstream out;
+  out << seconds;
+  return out.str();
+}
+
 std::string MegaBytes(uint64_t bytes) {
   return std::to_string(bytes >> 20) + " MB";
 }
@@ -230,7 +236,7 @@ int WatchChild(pid_t child, int factsFd, const ImportLimits& limits, uint64_t me
     if (done == child) break;
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     if (seconds > limits.seconds)
-      why = "reading took longer than " + std::to_string(static_cast<long>(limits.seconds)) +
+      why = "reading took longer than " + Seconds(limits.seconds) +
             " seconds (the file is probably damaged or truncated; --import-timeout sets the limit)";
     else if (StatmField(child, 1) > memoryLimit)
       why = "reading needed more than " + MegaBytes(memoryLimit) +
