@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "Options.h"
+#include "OutputTarget.h"
 #include "Progress.h"
 #include "RenderJob.h"
 #include "SceneAssembly.h"
@@ -18,13 +19,22 @@ int Fail(const std::string& message, int code) {
   return code;
 }
 
+bool PrepareOutputs(RenderJob& job, std::string& error) {
+  if (!job.cubeMap) return PrepareOutput(job.output, error);
+  for (std::string& face : job.cubeMapNames)
+    if (!PrepareOutput(face, error)) return false;
+  return true;
+}
+
 int Run(const std::vector<std::string>& arguments) {
   RenderSettings settings;
   std::string error;
   if (!ParseOptions(arguments, settings, error)) return Fail(error + " (see --help)", ExitBadInput);
   if (settings.help) return std::cout << UsageText(), ExitDone;
   if (settings.version) return std::cout << "brindlex-render " BRINDLEX_VERSION "\n", ExitDone;
-  const RenderJob job = MakeJob(settings);
+  RenderJob job = MakeJob(settings);
+  // Before minutes of reading and rendering, not after.
+  if (!PrepareOutputs(job, error)) return Fail(error, ExitBadInput);
   HostScene host;
   if (!AssembleScene(settings, static_cast<double>(job.width) / job.height, host, error))
     return Fail(error, ExitBadInput);
