@@ -16,6 +16,7 @@
 
 #include "BrindlexTexture.h"
 #include "BrindlexViewMath.h"
+#include "TextureFiles.h"
 #include "Units.h"
 
 namespace fs = std::filesystem;
@@ -88,8 +89,15 @@ bool CheckReadable(const fs::path& file, std::string& error) {
 
 class SceneBuilder {
  public:
-  SceneBuilder(const aiScene* scene, const ImportFacts& facts, const fs::path& file, HostScene& host)
-      : scene(scene), facts(facts), file(file), folder(fs::absolute(file).parent_path()), host(host) {}
+  SceneBuilder(const aiScene* scene, const ImportFacts& facts, const fs::path& file, HostScene& host,
+               std::vector<std::string>& warnings)
+      : scene(scene),
+        facts(facts),
+        file(file),
+        folder(fs::absolute(file).parent_path()),
+        host(host),
+        warnings(warnings),
+        pictures(warnings) {}
 
   SCENE_GRAPH_NODE* Build(const SCENE_MATRIX& rootMatrix, ImportedModel& result);
 
@@ -107,6 +115,8 @@ class SceneBuilder {
   const ImportFacts& facts;
   fs::path file, folder;
   HostScene& host;
+  std::vector<std::string>& warnings;
+  TexturePictures pictures;
   std::vector<std::string> materialIDs;
   std::vector<std::unique_ptr<SCENE_GRAPH_NODE>> meshNodes;  // until placed
 };
@@ -224,14 +234,12 @@ std::string SceneBuilder::TextureFile(const aiMaterial& material) {
   // the picture then usually lies beside the model.
   std::error_code code;
   if (!fs::exists(path, code) && fs::exists(folder / path.filename(), code)) path = folder / path.filename();
-  return host.TextureName(path);
+  return host.TextureName(pictures.Usable(path));
 }
 
 std::string SceneBuilder::EmbeddedTextureFile(const char* reference) {
   const aiTexture* texture = scene->GetEmbeddedTexture(reference);
-  const fs::path cache = CacheFolder() / "embedded";
-  std::error_code code;
-  fs::create_directories(cache, code);
+  const fs::path cache = WritableCacheFolder("embedded", warnings);
   const std::string stem = file.stem().string() + "-" +
                            std::to_string(std::hash<std::string>()(fs::absolute(file).string())) + "-" +
                            std::string(reference).substr(reference[0] == '*' ? 1 : 0);
@@ -241,7 +249,12 @@ std::string SceneBuilder::EmbeddedTextureFile(const char* reference) {
     path = cache / (stem + "." + hint);
     std::ofstream out(path, std::ios::binary);
     out.write(reinterpret_cast<const char*>(texture->pcData), texture->mWidth);
-    if (!out) return {};
+    if (!out) {
+      warnings.push_back("embedded texture " + std::string(reference) + " cannot be written to " +
+                         cache.string());
+      return {};
+    }
+    return host.TextureName(pictures.Usable(path));
   } else {  // texels, blue, green, red, alpha: the order of a 32-bit surface
     path = cache / (stem + ".png");
     platform::PixelSurface pixels;
@@ -250,7 +263,11 @@ std::string SceneBuilder::EmbeddedTextureFile(const char* reference) {
     pixels.bitsPerPixel = 32;
     pixels.firstRow = reinterpret_cast<uint8_t*>(texture->pcData);
     pixels.pitch = 4 * static_cast<ptrdiff_t>(texture->mWidth);
-    if (!SavePictureFile(path.string().c_str(), pixels, PictureFileFormat::Png)) return {};
+    if (!SavePictureFile(path.string().c_str(), pixels, PictureFileFormat::Png)) {
+      warnings.push_back("embedded texture " + std::string(reference) + " cannot be written to " +
+                         cache.string());
+      return {};
+    }
   }
   return host.TextureName(path);
 }
@@ -441,7 +458,7 @@ bool ImportModel(const fs::path& file, const ModelPlacement& placement, HostScen
   GetInverseMatrix(&scene.FileToWorld(), &fromScene);
   const SCENE_MATRIX rootMatrix =
       Multiply(scene.FileToWorld(), Multiply(Placement(placement), Multiply(fromScene, result.fileToWorld)));
-  SceneBuilder builder(model, read.facts, file, scene);
+  SceneBuilder builder(model, read.facts, file, scene, result.warnings);
   result.root = builder.Build(rootMatrix, result);
   return true;
 }
