@@ -17,7 +17,7 @@
 #include <cmath>
 #include <cstring>
 #include <fstream>
-#include <set>
+#include <map>
 #include <sstream>
 
 #include "ModelScrub.h"
@@ -74,12 +74,15 @@ void RecordFacts(const fs::path& file, const aiScene* scene, ImportFacts& facts)
   facts.upAxis = MetadataInt(scene, "UpAxis", 1), facts.upSign = MetadataInt(scene, "UpAxisSign", 1);
   facts.rightAxis = MetadataInt(scene, "CoordAxis", 0),
   facts.rightSign = MetadataInt(scene, "CoordAxisSign", 1);
-  // Formats whose convention is z-up and that Assimp hands over as they
-  // stand: AutoCAD's DXF, Valve's SMD, Quick3D, terrains.
-  static const std::set<std::string> zUp = {".dxf", ".smd", ".vta", ".q3o", ".q3s", ".ter", ".hmp"};
-  if (!(scene->mMetaData && scene->mMetaData->HasKey("UpAxis")) &&
-      zUp.count(Lower(file.extension().string())))
-    facts.upAxis = 2, facts.upSign = 1, facts.rightAxis = 0, facts.rightSign = 1;
+  // Formats whose files are z-up and that Assimp hands over as they stand
+  // (Valve's SMD, Quick3D, terrains), and DirectX files, which Assimp hands
+  // over with z negated in turning them right-handed. Assimp turns DXF to
+  // y-up itself; AC3D is y-up.
+  static const std::map<std::string, int> zUp = {{".smd", 1}, {".vta", 1}, {".ter", 1}, {".hmp", 1},
+                                                 {".x", -1},  {".q3o", 1}, {".q3s", 1}};
+  const auto zUpSign = zUp.find(Lower(file.extension().string()));
+  if (!(scene->mMetaData && scene->mMetaData->HasKey("UpAxis")) && zUpSign != zUp.end())
+    facts.upAxis = 2, facts.upSign = zUpSign->second, facts.rightAxis = 0, facts.rightSign = 1;
   aiString format;
   const bool named = scene->mMetaData && scene->mMetaData->Get("SourceAsset_Format", format);
   const std::string extension = Lower(file.extension().string());

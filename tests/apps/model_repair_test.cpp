@@ -150,18 +150,36 @@ TEST(ModelRepair, AFileCameraIsKeptOnlyWhenItShowsTheModel) {
 }
 
 TEST(ModelRepair, ZUpFormatsStandUp) {
-  // Valve's SMD is z-up: a triangle 1 long (x) and 0.5 high (z).
-  TestFolder folder;
-  Imported smd(
-      folder.Write("up.smd",
-                   "version 1\nnodes\n0 \"root\" -1\nend\nskeleton\ntime 0\n0 0 0 0 0 0 0\nend\n"
-                   "triangles\nmat\n0 0 0 0 0 0 1 0 0\n0 1 0 0 0 0 1 1 0\n0 0 0 0.5 0 0 1 0 1\nend\n"));
-  ASSERT_TRUE(smd.ok) << smd.error;
-  SCENE_VERTEX_XYZ min, max;
-  ASSERT_TRUE(smd.host.WorldBounds(min, max));
-  EXPECT_NEAR(max.x - min.x, 100.0f, 1e-3f);
-  EXPECT_NEAR(max.y - min.y, 0.0f, 1e-3f);
-  EXPECT_NEAR(max.z - min.z, 50.0f, 1e-3f);
+  // In each file a triangle 1 long (x) whose third corner is 0.5 above the
+  // first along the file's z, which is up in these formats: the world's up
+  // is z, so the triangle spans 100 cm in x, 50 cm upwards from its first
+  // corner, and none in y.
+  struct ZUpFile {
+    const char* name;
+    const char* text;
+  };
+  const ZUpFile files[] = {
+      {"up.smd",
+       "version 1\nnodes\n0 \"root\" -1\nend\nskeleton\ntime 0\n0 0 0 0 0 0 0\nend\n"
+       "triangles\nmat\n0 0 0 0 0 0 1 0 0\n0 1 0 0 0 0 1 1 0\n0 0 0 0.5 0 0 1 0 1\nend\n"},
+      {"up.dxf",
+       "0\nSECTION\n2\nENTITIES\n0\n3DFACE\n8\n0\n10\n0\n20\n0\n30\n0\n11\n1\n21\n0\n31\n0\n"
+       "12\n0\n22\n0\n32\n0.5\n13\n0\n23\n0\n33\n0.5\n0\nENDSEC\n0\nEOF\n"},
+      {"up.x",
+       "xof 0302txt 0032\nMesh t {\n 3;\n 0.0;0.0;0.0;,\n 1.0;0.0;0.0;,\n 0.0;0.0;0.5;;\n 1;\n "
+       "3;0,1,2;;\n}\n"},
+  };
+  for (const ZUpFile& f : files) {
+    TestFolder folder;
+    Imported model(folder.Write(f.name, f.text));
+    ASSERT_TRUE(model.ok) << f.name << ": " << model.error;
+    SCENE_VERTEX_XYZ min, max;
+    ASSERT_TRUE(model.host.WorldBounds(min, max));
+    EXPECT_NEAR(max.x - min.x, 100.0f, 1e-3f) << f.name;
+    EXPECT_NEAR(max.y - min.y, 0.0f, 1e-3f) << f.name;
+    EXPECT_NEAR(max.z - min.z, 50.0f, 1e-3f) << f.name;
+    EXPECT_NEAR(min.z, 0.0f, 1e-3f) << f.name;
+  }
 }
 
 TEST(ModelRepair, BadVerticesGoWithTheirTrianglesAndZeroNormalsAreMadeAnew) {
