@@ -266,6 +266,10 @@ std::string ChildFailure(int status, const std::string& reported) {
   }
   if (reported.find("bad_alloc") != std::string::npos)
     return "reading ran out of memory (the file is probably damaged: it claims more than it holds)";
+  // What the post-processing says when it has dropped every point and line
+  // and nothing is left.
+  if (reported.find("No meshes remaining") != std::string::npos)
+    return "holds no triangles (only points or lines)";
   return "cannot be read as a model" + (reported.empty() ? std::string() : ": " + reported);
 }
 
