@@ -67,6 +67,16 @@ std::string Lower(std::string text) {
   return text;
 }
 
+bool EndsWithStepClosing(const fs::path& file) {
+  std::ifstream in(file, std::ios::binary);
+  in.seekg(0, std::ios::end);
+  const std::streamoff size = in.tellg();
+  std::string tail(static_cast<size_t>(std::min<std::streamoff>(size, 256)), '\0');
+  in.seekg(size - static_cast<std::streamoff>(tail.size()));
+  in.read(tail.data(), static_cast<std::streamsize>(tail.size()));
+  return in && tail.find("END-ISO-10303-21") != std::string::npos;
+}
+
 void RecordFacts(const fs::path& file, const aiScene* scene, ImportFacts& facts) {
   // Assimp hands most formats over y-up, turning those whose standard is
   // z-up (3DS, IFC, Collada with Z_UP); formats that record their axes
@@ -83,6 +93,11 @@ void RecordFacts(const fs::path& file, const aiScene* scene, ImportFacts& facts)
   const auto zUpSign = zUp.find(Lower(file.extension().string()));
   if (!(scene->mMetaData && scene->mMetaData->HasKey("UpAxis")) && zUpSign != zUp.end())
     facts.upAxis = 2, facts.upSign = zUpSign->second, facts.rightAxis = 0, facts.rightSign = 1;
+  // Assimp reads a STEP file cut short without a word, and renders what it
+  // got; a complete one ends with its closing line.
+  if (Lower(file.extension().string()) == ".ifc" && !EndsWithStepClosing(file))
+    facts.readerErrors.insert(facts.readerErrors.begin(),
+                              "the file ends without its closing END-ISO-10303-21 line (cut short?)");
   aiString format;
   const bool named = scene->mMetaData && scene->mMetaData->Get("SourceAsset_Format", format);
   const std::string extension = Lower(file.extension().string());

@@ -229,7 +229,8 @@ std::string SceneBuilder::TextureFile(const aiMaterial& material) {
   if (scene->GetEmbeddedTexture(name.C_Str())) return EmbeddedTextureFile(name.C_Str());
   std::string reference = name.C_Str();
   std::replace(reference.begin(), reference.end(), '\\', '/');
-  fs::path path = fs::path(reference).is_absolute() ? fs::path(reference) : folder / reference;
+  fs::path path =
+      (fs::path(reference).is_absolute() ? fs::path(reference) : folder / reference).lexically_normal();
   // Files moved from another machine often keep that machine's folders;
   // the picture then usually lies beside the model.
   std::error_code code;
