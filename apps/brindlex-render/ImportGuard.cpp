@@ -29,10 +29,11 @@ namespace {
 // Sanitizers reserve terabytes of address space, so an address-space limit
 // would stop every child; the parent's watch on resident memory still holds.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool AddressSpaceLimit = false;
+constexpr bool SanitizedBuild = true;
 #else
-constexpr bool AddressSpaceLimit = true;
+constexpr bool SanitizedBuild = false;
 #endif
+constexpr bool AddressSpaceLimit = !SanitizedBuild;
 
 // How often the parent looks at the child's time and memory, in ms.
 constexpr int WatchInterval = 20;
@@ -179,6 +180,14 @@ void DropMetadata(aiNode* node) {
     const rlim_t limit = StatmField(getpid(), 0) + memoryLimit;
     const rlimit space{limit, limit};
     setrlimit(RLIMIT_AS, &space);
+  }
+  // Some readers print to the terminal (OpenGEX's parser does); the child
+  // reports through the pipe only, so that a bad file ends in one line.
+  // Sanitizer builds keep standard error for the sanitizers' reports.
+  if (const int quiet = open("/dev/null", O_WRONLY); quiet >= 0) {
+    dup2(quiet, STDOUT_FILENO);
+    if (!SanitizedBuild) dup2(quiet, STDERR_FILENO);
+    close(quiet);
   }
   ImportFacts facts;
   std::string error;
