@@ -38,8 +38,9 @@ constexpr bool AddressSpaceLimit = !SanitizedBuild;
 // How often the parent looks at the child's time and memory, in ms.
 constexpr int WatchInterval = 20;
 
-// The child's exit codes.
-enum ChildExit { ChildRead = 0, ChildFailed = 1 };
+// The child's exit codes. Any other end is a crash, also one that a
+// sanitizer or the runtime turns into an exit code (1 is theirs).
+enum ChildExit { ChildRead = 0, ChildFailed = 3 };
 
 // Collects what the reader logs as errors.
 class ErrorCollector : public Assimp::LogStream {
@@ -288,6 +289,9 @@ std::string ChildFailure(int status, const std::string& reported) {
       return "the model reader stopped on an internal check (the file is probably damaged or truncated)";
     return std::string("the model reader crashed (") + strsignal(signal) + "; the file is probably damaged)";
   }
+  if (WEXITSTATUS(status) != ChildFailed)
+    return "the model reader crashed (exit code " + std::to_string(WEXITSTATUS(status)) +
+           "; the file is probably damaged)";
   if (reported.find("bad_alloc") != std::string::npos)
     return "reading ran out of memory (the file is probably damaged: it claims more than it holds)";
   // What the post-processing says when it has dropped every point and line
