@@ -36,7 +36,7 @@ constexpr int64_t MaximumSide = 16384, MaximumPixels = (int64_t{1} << 30) / 4;
 bool Readable(const fs::path& file, std::vector<uint8_t>& bytes, std::string& reason) {
   std::error_code code;
   if (!fs::is_regular_file(file, code)) {
-    reason = fs::exists(file, code) ? "not a regular file" : "no such file";
+    reason = "not a regular file";
     return false;
   }
   std::unique_ptr<std::FILE, int (*)(std::FILE*)> in(std::fopen(file.c_str(), "rb"), std::fclose);
@@ -126,6 +126,14 @@ fs::path TexturePictures::Usable(const fs::path& file) {
 }
 
 fs::path TexturePictures::Check(const fs::path& file) {
+  std::error_code code;
+  if (!fs::exists(file, code)) {
+    // The engine also looks for the name under its other picture
+    // extensions; a name it cannot find either costs nothing, so it stays.
+    if (!IsValidTextureFileName(file.c_str(), nullptr, nullptr))
+      warnings.push_back("texture " + file.string() + " cannot be loaded: no such file");
+    return file;
+  }
   std::vector<uint8_t> bytes;
   std::string reason;
   fs::path usable;

@@ -23,8 +23,8 @@ class TexturePictures {
   explicit TexturePictures(std::vector<std::string>& warnings) : warnings(warnings) {}
 
   // The file the engine should read for the picture `file`: the file itself,
-  // a PNG made from it, or empty, after a warning naming the file and the
-  // reason. Each file is looked at once.
+  // a PNG made from it, or empty; a warning names each file that cannot be
+  // used, and why. A missing file keeps its name. Each file is looked at once.
   std::filesystem::path Usable(const std::filesystem::path& file);
 
  private:

@@ -83,8 +83,11 @@ TEST(TextureFiles, EveryUnusablePictureIsNamedWithAReason) {
   TexturePictures pictures(warnings);
   EXPECT_TRUE(pictures.Usable(bomb).empty());
   EXPECT_TRUE(pictures.Usable(text).empty());
-  EXPECT_TRUE(pictures.Usable(missing).empty());
-  EXPECT_TRUE(pictures.Usable(missing).empty());  // said once
+  EXPECT_EQ(pictures.Usable(missing), missing);
+  EXPECT_EQ(pictures.Usable(missing), missing);  // said once
+  // The engine finds a missing name under another picture extension.
+  folder.Write("other.jpg", "x");
+  EXPECT_EQ(pictures.Usable(folder.path / "other.png"), folder.path / "other.png");
   const auto copy = pictures.Usable(tga);
   const auto fallback = folder.path / ("brindlex-render-" + std::to_string(getuid())) / "converted";
   EXPECT_EQ(copy.parent_path(), fallback);
