@@ -15,7 +15,10 @@ struct RenderSettings {
   std::optional<int> width, height;
   std::optional<unsigned short> antialias;
   bool pathTracing = false;
+  bool photons = false;      // photon mapping for indirect light
+  bool softShadows = false;  // --soft-shadows
   std::optional<int> passes;
+  std::optional<double> timeLimit;  // --time, seconds
   bool checkpoints = false;
   bool alpha = false;
   bool cubeMap = false;
@@ -24,6 +27,7 @@ struct RenderSettings {
   std::optional<float> fieldOfView;     // vertical, degrees
   std::optional<double> importTimeout;  // seconds
   bool quiet = false;
+  bool mpi = false;  // --mpi: one process of a render farm under mpirun
   bool help = false;
   bool version = false;
 };
@@ -36,6 +40,9 @@ constexpr int DefaultHeight = 600;
 constexpr int DefaultPasses = 32;
 // Narrower views make the projection degenerate; wider ones are no view.
 constexpr float MinimumFieldOfView = 0.1f, MaximumFieldOfView = 179.0f;
+// Passes when a time limit is given and no number of passes: the time
+// alone ends the render.
+constexpr int UnlimitedPasses = 2147483647;
 // The picture encoders take no side above 16384, and the engine keeps file
 // names in 260 characters with the terminating zero.
 constexpr int MaximumPictureSide = 16384;

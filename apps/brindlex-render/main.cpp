@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "Farm.h"
 #include "Options.h"
 #include "OutputTarget.h"
 #include "Progress.h"
@@ -32,6 +33,11 @@ int Run(const std::vector<std::string>& arguments) {
   if (!ParseOptions(arguments, settings, error)) return Fail(error + " (see --help)", ExitBadInput);
   if (settings.help) return std::cout << UsageText(), ExitDone;
   if (settings.version) return std::cout << "brindlex-render " BRINDLEX_VERSION "\n", ExitDone;
+  if (!TakeSceneRenderLimits(settings, error)) return Fail(error, ExitBadInput);
+  if (settings.mpi) {
+    const int code = RunFarm(settings, error);
+    return code == ExitDone || error.empty() ? code : Fail(error, code);
+  }
   RenderJob job = MakeJob(settings);
   // Before minutes of reading and rendering, not after.
   if (!PrepareOutputs(job, error)) return Fail(error, ExitBadInput);
@@ -48,12 +54,8 @@ int Run(const std::vector<std::string>& arguments) {
               << ", camera: " << host.CameraSource() << ")\n";
   for (const std::string& warning : host.Warnings())
     std::cerr << "brindlex-render: warning: " << warning << '\n';
-  // The engine runs the passes, files and checkpoints of path tracing, but
-  // its path tracer itself is not built yet: say so rather than hand over a
-  // black picture without a word.
-  if (pathTracing && !settings.quiet)
-    std::cerr << "brindlex-render: note: this engine has no path tracer yet; path-traced passes stay black\n";
   ProgressDisplay progress(std::cerr, style, pathTracing ? job.passes : 1);
+  if (pathTracing) progress.SetTimeLimit(job.timeLimit);
   InstallStopHandler();
   const int code = RunRender(host, job, progress, error);
   return code == ExitDone ? code : Fail(error, code);
