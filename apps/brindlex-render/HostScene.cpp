@@ -75,6 +75,10 @@ std::vector<MATERIAL_3D_NODE*> HostScene::FindMaterials(const std::string& name)
 }
 
 int HostScene::AddLight(SCENE_LIGHT_DEFINITION definition) {
+  // The matrix carries position and target into the world; the falloff
+  // distances are plain numbers and take the unit here.
+  definition.falloffStart *= worldPerFileUnit;
+  definition.falloffEnd *= worldPerFileUnit;
   return AddWorldLight(definition, fileToWorld);
 }
 
@@ -155,7 +159,9 @@ bool HostScene::FrameAll(double aspect) {
   const float fieldOfView = View().GetViewFileState()->GetCameraInfo()->fieldOfView;
   // The narrower of the two angles decides: a sphere around the box fits
   // both when it fits that one.
-  const double halfHeight = fieldOfView * 3.141592653589793 / 360.0;
+  // A tenth of each half is left free around the model.
+  constexpr double Margin = 0.9;
+  const double halfHeight = std::atan(std::tan(fieldOfView * 3.141592653589793 / 360.0) * Margin);
   const double halfWidth = std::atan(std::tan(halfHeight) * std::max(aspect, 1e-3));
   const double distance = radius / std::sin(std::min(halfHeight, halfWidth));
   // In front of the model (world -y, the front of a y-up file), to its

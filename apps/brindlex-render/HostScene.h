@@ -4,6 +4,7 @@
 
 #include <filesystem>
 #include <string>
+#include <vector>
 
 #include "BrindlexViewModel.h"
 
@@ -52,7 +53,12 @@ class HostScene {
   std::string TextureName(const std::filesystem::path& file) const;
 
   const SCENE_MATRIX& FileToWorld() const { return fileToWorld; }
-  void SetFileToWorld(const SCENE_MATRIX& matrix) { fileToWorld = matrix; }
+  // World units in one unit of the scene's file coordinates: distances
+  // (light falloff, horizon size, mist) scale by it.
+  double WorldPerFileUnit() const { return worldPerFileUnit; }
+  void SetFileToWorld(const SCENE_MATRIX& matrix, double worldPerUnit = 1.0) {
+    fileToWorld = matrix, worldPerFileUnit = worldPerUnit;
+  }
   SCENE_VERTEX_XYZ FileToWorldPoint(const SCENE_VERTEX_XYZ& point) const;
 
   // Box of all active geometry in world coordinates; false when empty.
@@ -64,9 +70,16 @@ class HostScene {
   SCENE_VERTEX_XYZ CameraEye();
   SCENE_VERTEX_XYZ CameraTarget();
   // Looks at the whole model from in front, to the right and above, from
-  // just far enough for the box to fit a picture of the given aspect
-  // (width / height), as a viewer's zoom-to-fit does. False without geometry.
+  // far enough for the box to fit a picture of the given aspect (width /
+  // height) with a margin, as a viewer's zoom-to-fit does. False without
+  // geometry.
   bool FrameAll(double aspect);
+  // Where the camera came from, for the user: "zoom to fit", "the model
+  // file's camera", ...
+  const std::string& CameraSource() const { return cameraSource; }
+  void SetCameraSource(const std::string& source) { cameraSource = source; }
+  // One line each of what a user should know about the scene.
+  std::vector<std::string>& Warnings() { return warnings; }
 
   // A ground square under the model, of `material`, drawn by the engine as
   // its horizon. `size` is its side in world units.
@@ -78,6 +91,9 @@ class HostScene {
   ENVIRONMENT_3D_PROJECT project;
   std::filesystem::path textureDirectory;
   SCENE_MATRIX fileToWorld;
+  double worldPerFileUnit = 1.0;
+  std::string cameraSource;
+  std::vector<std::string> warnings;
 };
 
 // Where the program keeps the pictures it makes: $XDG_CACHE_HOME, else

@@ -16,6 +16,8 @@
 
 #include "BrindlexTexture.h"
 #include "BrindlexViewMath.h"
+#include "TextureFiles.h"
+#include "Units.h"
 
 namespace fs = std::filesystem;
 
@@ -46,21 +48,18 @@ aiMatrix4x4 NodeToFile(const aiNode* node) {
   return m;
 }
 
-int MetadataInt(const aiScene* scene, const char* key, int fallback) {
-  int32_t value;
-  return scene->mMetaData && scene->mMetaData->Get(key, value) ? value : fallback;
-}
-
-SCENE_MATRIX UpConversion(const aiScene* scene, UpAxis up) {
-  // Assimp hands most formats over y-up, turning those whose standard is
-  // z-up (3DS, IFC, Collada with Z_UP); formats that record their axes
-  // (FBX) say so in the metadata.
-  int upAxis = MetadataInt(scene, "UpAxis", 1), upSign = MetadataInt(scene, "UpAxisSign", 1);
-  int right = MetadataInt(scene, "CoordAxis", 0), rightSign = MetadataInt(scene, "CoordAxisSign", 1);
+SCENE_MATRIX UpConversion(const ImportFacts& facts, UpAxis up) {
+  int upAxis = facts.upAxis, upSign = facts.upSign, right = facts.rightAxis, rightSign = facts.rightSign;
   if (up != UpAxis::FromFile) upAxis = static_cast<int>(up) - 1, upSign = 1, right = 0, rightSign = 1;
   if (upAxis < 0 || upAxis > 2) upAxis = 1;
   if (right < 0 || right > 2 || right == upAxis) right = upAxis == 0 ? 1 : 0, rightSign = 1;
   return AxisConversion(upAxis, upSign < 0 ? -1 : 1, right, rightSign < 0 ? -1 : 1);
+}
+
+SCENE_MATRIX Scaling(double factor) {
+  SCENE_MATRIX m = IdentityMatrix();
+  m.m[0] = m.m[5] = m.m[10] = static_cast<float>(factor);
+  return m;
 }
 
 SCENE_MATRIX Placement(const ModelPlacement& placement) {
@@ -90,8 +89,15 @@ bool CheckReadable(const fs::path& file, std::string& error) {
 
 class SceneBuilder {
  public:
-  SceneBuilder(const aiScene* scene, const fs::path& file, HostScene& host)
-      : scene(scene), file(file), folder(fs::absolute(file).parent_path()), host(host) {}
+  SceneBuilder(const aiScene* scene, const ImportFacts& facts, const fs::path& file, HostScene& host,
+               std::vector<std::string>& warnings)
+      : scene(scene),
+        facts(facts),
+        file(file),
+        folder(fs::absolute(file).parent_path()),
+        host(host),
+        warnings(warnings),
+        pictures(warnings) {}
 
   SCENE_GRAPH_NODE* Build(const SCENE_MATRIX& rootMatrix, ImportedModel& result);
 
@@ -106,8 +112,11 @@ class SceneBuilder {
   void FindCamera(const SCENE_MATRIX& rootMatrix, ImportedModel& result);
 
   const aiScene* scene;
+  const ImportFacts& facts;
   fs::path file, folder;
   HostScene& host;
+  std::vector<std::string>& warnings;
+  TexturePictures pictures;
   std::vector<std::string> materialIDs;
   std::vector<std::unique_ptr<SCENE_GRAPH_NODE>> meshNodes;  // until placed
 };
@@ -153,8 +162,15 @@ TEXTURE_LINK SceneBuilder::MaterialLink(const aiMaterial& material) {
 
   float opacity = 1.0f;
   aiString alphaMode;
-  if (material.Get(AI_MATKEY_OPACITY, opacity) != AI_SUCCESS &&
-      material.Get(AI_MATKEY_GLTF_ALPHAMODE, alphaMode) == AI_SUCCESS && alphaMode == aiString("BLEND"))
+  const bool hasOpacity = material.Get(AI_MATKEY_OPACITY, opacity) == AI_SUCCESS;
+  // Assimp reads Collada's <transparency> by the letter of the format: in
+  // A_ONE mode alpha times transparency is the opacity, in RGB_ZERO mode
+  // one minus luminance times transparency. A material that would vanish
+  // altogether is the other common reading (the FBX Collada exporter
+  // writes 0 for "not transparent"), and that is what such a file means.
+  if (hasOpacity && opacity <= 0.0f && facts.collada) opacity = 1.0f;
+  if (!hasOpacity && material.Get(AI_MATKEY_GLTF_ALPHAMODE, alphaMode) == AI_SUCCESS &&
+      alphaMode == aiString("BLEND"))
     opacity = colour.a;
   float transmission = 0.0f;
   if (material.Get(AI_MATKEY_TRANSMISSION_FACTOR, transmission) == AI_SUCCESS)
@@ -165,8 +181,14 @@ TEXTURE_LINK SceneBuilder::MaterialLink(const aiMaterial& material) {
   link.SetTransparent(opacity < 1.0f || alphaTexture);
 
   float reflectivity = 0.0f, metallic = 0.0f, roughness = 1.0f;
-  if (material.Get(AI_MATKEY_REFLECTIVITY, reflectivity) != AI_SUCCESS &&
-      material.Get(AI_MATKEY_METALLIC_FACTOR, metallic) == AI_SUCCESS) {
+  aiColor3D reflective(1.0f, 1.0f, 1.0f);
+  if (material.Get(AI_MATKEY_REFLECTIVITY, reflectivity) == AI_SUCCESS) {
+    // The reflected light is the reflective colour times the factor:
+    // exporters write factor 1 with a black colour for "no mirror".
+    if (material.Get(AI_MATKEY_COLOR_REFLECTIVE, reflective) == AI_SUCCESS)
+      reflectivity *= Brightest(reflective);
+    reflectivity = std::clamp(reflectivity, 0.0f, 1.0f);
+  } else if (material.Get(AI_MATKEY_METALLIC_FACTOR, metallic) == AI_SUCCESS) {
     // A smooth metal is a mirror; a rough one or a dielectric is not.
     material.Get(AI_MATKEY_ROUGHNESS_FACTOR, roughness);
     reflectivity = metallic * (1.0f - roughness);
@@ -207,19 +229,18 @@ std::string SceneBuilder::TextureFile(const aiMaterial& material) {
   if (scene->GetEmbeddedTexture(name.C_Str())) return EmbeddedTextureFile(name.C_Str());
   std::string reference = name.C_Str();
   std::replace(reference.begin(), reference.end(), '\\', '/');
-  fs::path path = fs::path(reference).is_absolute() ? fs::path(reference) : folder / reference;
+  fs::path path =
+      (fs::path(reference).is_absolute() ? fs::path(reference) : folder / reference).lexically_normal();
   // Files moved from another machine often keep that machine's folders;
   // the picture then usually lies beside the model.
   std::error_code code;
   if (!fs::exists(path, code) && fs::exists(folder / path.filename(), code)) path = folder / path.filename();
-  return host.TextureName(path);
+  return host.TextureName(pictures.Usable(path));
 }
 
 std::string SceneBuilder::EmbeddedTextureFile(const char* reference) {
   const aiTexture* texture = scene->GetEmbeddedTexture(reference);
-  const fs::path cache = CacheFolder() / "embedded";
-  std::error_code code;
-  fs::create_directories(cache, code);
+  const fs::path cache = WritableCacheFolder("embedded", warnings);
   const std::string stem = file.stem().string() + "-" +
                            std::to_string(std::hash<std::string>()(fs::absolute(file).string())) + "-" +
                            std::string(reference).substr(reference[0] == '*' ? 1 : 0);
@@ -229,7 +250,12 @@ std::string SceneBuilder::EmbeddedTextureFile(const char* reference) {
     path = cache / (stem + "." + hint);
     std::ofstream out(path, std::ios::binary);
     out.write(reinterpret_cast<const char*>(texture->pcData), texture->mWidth);
-    if (!out) return {};
+    if (!out) {
+      warnings.push_back("embedded texture " + std::string(reference) + " cannot be written to " +
+                         cache.string());
+      return {};
+    }
+    return host.TextureName(pictures.Usable(path));
   } else {  // texels, blue, green, red, alpha: the order of a 32-bit surface
     path = cache / (stem + ".png");
     platform::PixelSurface pixels;
@@ -238,7 +264,11 @@ std::string SceneBuilder::EmbeddedTextureFile(const char* reference) {
     pixels.bitsPerPixel = 32;
     pixels.firstRow = reinterpret_cast<uint8_t*>(texture->pcData);
     pixels.pitch = 4 * static_cast<ptrdiff_t>(texture->mWidth);
-    if (!SavePictureFile(path.string().c_str(), pixels, PictureFileFormat::Png)) return {};
+    if (!SavePictureFile(path.string().c_str(), pixels, PictureFileFormat::Png)) {
+      warnings.push_back("embedded texture " + std::string(reference) + " cannot be written to " +
+                         cache.string());
+      return {};
+    }
   }
   return host.TextureName(path);
 }
@@ -345,12 +375,6 @@ void SceneBuilder::AddLights(const SCENE_MATRIX& rootMatrix, ImportedModel& resu
   }
 }
 
-bool IsGltf(const aiScene* scene) {
-  aiString format;
-  return scene->mMetaData && scene->mMetaData->Get("SourceAsset_Format", format) &&
-         std::strstr(format.C_Str(), "glTF") != nullptr;
-}
-
 void SceneBuilder::FindCamera(const SCENE_MATRIX& rootMatrix, ImportedModel& result) {
   if (scene->mNumCameras == 0) return;
   const aiCamera& camera = *scene->mCameras[0];
@@ -360,7 +384,7 @@ void SceneBuilder::FindCamera(const SCENE_MATRIX& rootMatrix, ImportedModel& res
   // well as leaving it in the node, and gives yfov times the aspect as the
   // horizontal angle. Other readers give the whole horizontal angle, not
   // the half that Assimp's documentation speaks of.
-  const bool gltf = IsGltf(scene);
+  const bool gltf = facts.gltf;
   const aiVector3D position = gltf && node ? aiVector3D() : camera.mPosition;
   ModelCamera found;
   const SCENE_VERTEX_XYZ eye = ToPoint(position), target = ToPoint(position + camera.mLookAt);
@@ -369,7 +393,9 @@ void SceneBuilder::FindCamera(const SCENE_MATRIX& rootMatrix, ImportedModel& res
   const double aspect = camera.mAspect > 0.0f ? camera.mAspect : 4.0 / 3.0;
   const double vertical =
       gltf ? camera.mHorizontalFOV / aspect : 2.0 * std::atan(std::tan(camera.mHorizontalFOV / 2.0) / aspect);
-  found.fieldOfView = static_cast<float>(std::clamp(vertical * 180.0 / 3.141592653589793, 1.0, 170.0));
+  // An angle of under a degree stays as it is: the scene's assembly then
+  // prefers a zoom to fit.
+  found.fieldOfView = static_cast<float>(std::clamp(vertical * 180.0 / 3.141592653589793, 0.0, 179.0));
   result.camera = found;
 }
 
@@ -392,18 +418,28 @@ SCENE_MATRIX AxisConversion(int up, int upSign, int right, int rightSign) {
   return m;
 }
 
-bool ImportModel(const fs::path& file, const ModelPlacement& placement, HostScene& scene,
-                 ImportedModel& result, std::string& error) {
-  if (!CheckReadable(file, error)) return false;
-  Assimp::Importer importer;
+// Assimp's properties for every read.
+void Configure(Assimp::Importer& importer) {
   importer.SetPropertyInteger(AI_CONFIG_PP_SBP_REMOVE, aiPrimitiveType_POINT | aiPrimitiveType_LINE);
   importer.SetPropertyFloat(AI_CONFIG_PP_GSN_MAX_SMOOTHING_ANGLE, SmoothingAngle);
-  const aiScene* model = importer.ReadFile(file.string(), ImportSteps);
-  if (!model || !model->mRootNode) {
-    const std::string reason = importer.GetErrorString();
-    error = "cannot be read as a model" + (reason.empty() ? std::string() : ": " + reason);
-    return false;
-  }
+}
+
+void NoteRepairs(const ImportFacts& facts, ImportedModel& result) {
+  if (facts.badVertices > 0)
+    result.warnings.push_back(std::to_string(facts.badVertices) +
+                              " vertices are not finite numbers; they and " +
+                              std::to_string(facts.droppedTriangles) + " triangles using them are left out");
+  if (!facts.readerErrors.empty())
+    result.warnings.push_back("the model reader reported errors, the model may be incomplete: " +
+                              facts.readerErrors.front());
+}
+
+bool ImportModel(const fs::path& file, const ModelPlacement& placement, HostScene& scene,
+                 ImportedModel& result, std::string& error, const ImportLimits& limits) {
+  if (!CheckReadable(file, error)) return false;
+  ReadModel read;
+  if (!ReadModelGuarded(file, Configure, ImportSteps, limits, read, error)) return false;
+  const aiScene* model = read.scene;
   result.triangles = 0;
   for (unsigned int m = 0; m < model->mNumMeshes; ++m)
     for (unsigned int f = 0; f < model->mMeshes[m]->mNumFaces; ++f)
@@ -412,16 +448,18 @@ bool ImportModel(const fs::path& file, const ModelPlacement& placement, HostScen
     error = "holds no triangles";
     return false;
   }
+  NoteRepairs(read.facts, result);
   const bool first = scene.Root()->GetNumberOfChildNodes() == 0;
-  result.fileToWorld = UpConversion(model, placement.up);
-  if (first) scene.SetFileToWorld(result.fileToWorld);
+  result.worldPerFileUnit = WorldUnitsPerFileUnit(placement.metresPerUnit, read.facts.metresPerUnit);
+  result.fileToWorld = Multiply(Scaling(result.worldPerFileUnit), UpConversion(read.facts, placement.up));
+  if (first) scene.SetFileToWorld(result.fileToWorld, result.worldPerFileUnit);
   // Placement happens in the scene's file coordinates: out of this file's
   // into them, then placed, then into the world.
   SCENE_MATRIX fromScene;
   GetInverseMatrix(&scene.FileToWorld(), &fromScene);
   const SCENE_MATRIX rootMatrix =
       Multiply(scene.FileToWorld(), Multiply(Placement(placement), Multiply(fromScene, result.fileToWorld)));
-  SceneBuilder builder(model, file, scene);
+  SceneBuilder builder(model, read.facts, file, scene, result.warnings);
   result.root = builder.Build(rootMatrix, result);
   return true;
 }

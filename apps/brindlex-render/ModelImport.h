@@ -5,8 +5,10 @@
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "HostScene.h"
+#include "ImportGuard.h"
 
 // Which way is up in a model file, when the scene file says so.
 enum class UpAxis { FromFile, X, Y, Z };
@@ -17,6 +19,9 @@ struct ModelPlacement {
   // model into them: scale about the origin, then move.
   SCENE_VERTEX_XYZ translate{0.0f, 0.0f, 0.0f};
   float scale = 1.0f;
+  // Metres in one unit of the file, when the scene file says; otherwise
+  // the file's own record, or the metre.
+  std::optional<double> metresPerUnit;
 };
 
 // A camera found in a model file, in world coordinates.
@@ -27,10 +32,14 @@ struct ModelCamera {
 
 struct ImportedModel {
   SCENE_GRAPH_NODE* root = nullptr;  // owned by the scene graph
-  SCENE_MATRIX fileToWorld;          // the up conversion alone
+  SCENE_MATRIX fileToWorld;          // the unit and up conversion
+  double worldPerFileUnit = 1.0;
   unsigned long triangles = 0;
   int lights = 0;
   std::optional<ModelCamera> camera;
+  // Things a user should know about a model that was read: left-out
+  // vertices, a reader that reported errors. One line each.
+  std::vector<std::string> warnings;
 };
 
 // Reads `file` and places it under the scene's root in a group of its own,
@@ -39,7 +48,7 @@ struct ImportedModel {
 // it. False with a one-line reason for a file that is missing, unreadable,
 // not understood, or holds no triangles.
 bool ImportModel(const std::filesystem::path& file, const ModelPlacement& placement, HostScene& scene,
-                 ImportedModel& result, std::string& error);
+                 ImportedModel& result, std::string& error, const ImportLimits& limits = {});
 
 // The matrix that turns a file whose up is axis `up` (0, 1, 2 for x, y, z,
 // of sign `upSign`) and whose right is axis `right` (of sign `rightSign`)

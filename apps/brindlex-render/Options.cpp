@@ -20,6 +20,7 @@ bool ParseFloat(const std::string& text, float& value) {
   // strtof accepts leading blanks and hex; a number on a command line is
   // plain decimal, so anything else left over is refused.
   if (text.empty() || std::isspace(static_cast<unsigned char>(text[0]))) return false;
+  if (text.find_first_of("xXpP") != std::string::npos) return false;  // strtof's hexadecimal
   char* end = nullptr;
   value = std::strtof(text.c_str(), &end);
   return end == text.c_str() + text.size() && std::isfinite(value);
@@ -89,8 +90,8 @@ bool SetAntialias(RenderSettings& s, const std::string& value, std::string& erro
 
 bool SetFieldOfView(RenderSettings& s, const std::string& value, std::string& error) {
   float degrees;
-  if (!ParseFloat(value, degrees) || degrees <= 0.0f || degrees >= 180.0f) {
-    error = "needs an angle in degrees above 0 and below 180";
+  if (!ParseFloat(value, degrees) || degrees < MinimumFieldOfView || degrees > MaximumFieldOfView) {
+    error = "needs an angle in degrees from 0.1 to 179";
     return false;
   }
   s.fieldOfView = degrees;
@@ -111,14 +112,16 @@ bool CheckHDROutput(const RenderSettings& settings, std::string& error) {
   return error.empty();
 }
 
-bool SetTimeLimit(RenderSettings& s, const std::string& value, std::string& error) {
-  float seconds;
-  if (!ParseFloat(value, seconds) || !(seconds > 0.0f)) {
-    error = "needs a number of seconds above 0";
-    return false;
-  }
-  s.timeLimit = seconds;
-  return true;
+Setter Seconds(std::optional<double> RenderSettings::*field) {
+  return [field](RenderSettings& s, const std::string& value, std::string& error) {
+    float seconds;
+    if (!ParseFloat(value, seconds) || !(seconds > 0.0f)) {
+      error = "needs a number of seconds above 0";
+      return false;
+    }
+    s.*field = seconds;
+    return true;
+  };
 }
 
 struct OptionSpec {
@@ -138,7 +141,7 @@ const std::map<std::string, OptionSpec>& OptionTable() {
       {"--photons", {false, Flag(&RenderSettings::photons)}},
       {"--soft-shadows", {false, Flag(&RenderSettings::softShadows)}},
       {"--passes", {true, Integer(&RenderSettings::passes, 1, 1000000)}},
-      {"--time", {true, SetTimeLimit}},
+      {"--time", {true, Seconds(&RenderSettings::timeLimit)}},
       {"--checkpoints", {false, Flag(&RenderSettings::checkpoints)}},
       {"--alpha", {false, Flag(&RenderSettings::alpha)}},
       {"--cube-map", {false, Flag(&RenderSettings::cubeMap)}},
@@ -146,6 +149,7 @@ const std::map<std::string, OptionSpec>& OptionTable() {
       {"--eye", {true, Point(&RenderSettings::eye)}},
       {"--target", {true, Point(&RenderSettings::target)}},
       {"--fov", {true, SetFieldOfView}},
+      {"--import-timeout", {true, Seconds(&RenderSettings::importTimeout)}},
       {"--quiet", {false, Flag(&RenderSettings::quiet)}},
       {"-q", {false, Flag(&RenderSettings::quiet)}},
       {"--mpi", {false, Flag(&RenderSettings::mpi)}},
@@ -230,6 +234,8 @@ Options:
       --eye X,Y,Z       camera position, in the model file's coordinates
       --target X,Y,Z    point looked at, in the model file's coordinates
       --fov DEGREES     vertical field of view (default 45)
+      --import-timeout SECONDS
+                        longest time reading a model may take (default 300)
   -q, --quiet           no progress display
       --mpi             render on a farm: run under mpirun -np N (N >= 2),
                         see docs/farm.md

@@ -25,7 +25,8 @@ struct RenderSettings {
   std::string hdr;  // --hdr: an OpenEXR picture beside the output
   // In the coordinates of the model file.
   std::optional<SCENE_VERTEX_XYZ> eye, target;
-  std::optional<float> fieldOfView;  // vertical, degrees
+  std::optional<float> fieldOfView;     // vertical, degrees
+  std::optional<double> importTimeout;  // seconds
   bool quiet = false;
   bool mpi = false;  // --mpi: one process of a render farm under mpirun
   bool help = false;
@@ -38,12 +39,14 @@ constexpr int DefaultHeight = 600;
 // Path-tracing passes when --passes is not given: enough for a picture
 // whose noise no longer draws the eye, on an ordinary machine in minutes.
 constexpr int DefaultPasses = 32;
+// Narrower views make the projection degenerate; wider ones are no view.
+constexpr float MinimumFieldOfView = 0.1f, MaximumFieldOfView = 179.0f;
 // Passes when a time limit is given and no number of passes: the time
 // alone ends the render.
 constexpr int UnlimitedPasses = 2147483647;
-// The engine keeps the output size in 16-bit fields and file names in 260
-// characters with the terminating zero.
-constexpr int MaximumPictureSide = 32767;
+// The picture encoders take no side above 16384, and the engine keeps file
+// names in 260 characters with the terminating zero.
+constexpr int MaximumPictureSide = 16384;
 constexpr size_t MaximumOutputNameLength = 259;
 
 // Fills `settings` from the arguments (without the program name). False with

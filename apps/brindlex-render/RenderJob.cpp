@@ -4,6 +4,9 @@
 #include <atomic>
 #include <chrono>
 #include <csignal>
+#include <string>
+#include <sys/stat.h>
+#include <vector>
 
 #include "BrindlexViewRTRenderEngine.h"
 
@@ -60,11 +63,44 @@ void SetUpFileOutput(RENDER_TO_FILE_INTERFACE& file, const RenderJob& job, platf
   if (!job.hdr.empty()) file.SetRenderToFileHDRName(job.hdr.c_str());
 }
 
-int Outcome(const RENDER_TO_FILE_INTERFACE& file, const RenderJob& job, std::string& message) {
-  if (StopSignal()) {
-    message = "stopped";
-    return 128 + StopSignal();
+// What identifies one version of a file: a new picture is a new inode or
+// a new modification time.
+struct FileStamp {
+  bool exists = false;
+  dev_t device = 0;
+  ino_t inode = 0;
+  timespec modified{};
+  bool operator==(const FileStamp& o) const {
+    return exists == o.exists && device == o.device && inode == o.inode &&
+           modified.tv_sec == o.modified.tv_sec && modified.tv_nsec == o.modified.tv_nsec;
   }
+};
+
+std::vector<FileStamp> Stamps(const RenderJob& job) {
+  std::vector<FileStamp> stamps;
+  for (const std::string& name :
+       job.cubeMap ? std::vector<std::string>(job.cubeMapNames.begin(), job.cubeMapNames.end())
+                   : std::vector<std::string>{job.output}) {
+    struct stat info;
+    FileStamp stamp;
+    if (stat(name.c_str(), &info) == 0) stamp = {true, info.st_dev, info.st_ino, info.st_mtim};
+    stamps.push_back(stamp);
+  }
+  return stamps;
+}
+
+// A stop that came while the picture was being saved, or after, leaves a
+// finished picture: that is a render done, and is said so.
+int StoppedOutcome(const RenderJob& job, bool pathTracing, bool written, std::string& message) {
+  if (written && !pathTracing) return ExitDone;
+  message = written ? "stopped; " + job.output + " holds the passes finished before the stop"
+                    : "stopped before a picture was written";
+  return 128 + StopSignal();
+}
+
+int Outcome(const RENDER_TO_FILE_INTERFACE& file, const RenderJob& job, bool pathTracing, bool written,
+            std::string& message) {
+  if (StopSignal()) return StoppedOutcome(job, pathTracing, written, message);
   switch (file.QueryRenderToFile(2)) {
     case 0:
       break;
@@ -123,6 +159,7 @@ int RunRender(HostScene& host, const RenderJob& job, ProgressDisplay& progress, 
   RENDER_TO_FILE_INTERFACE& file = *engine->GetRenderToFileInterface();
   SetUpFileOutput(file, job, &messages);
 
+  const std::vector<FileStamp> before = Stamps(job);
   ENVIRONMENT_3D_VIEW& view = host.View();
   engine->UpdateFrame(&host.Project(), &view, &host.Graph(), &host.Lights(), host.HorizonNode(),
                       host.HorizonMaterialID(), view.GetViewMaterialSet(), host.Project().GetFrameTag());
@@ -131,7 +168,10 @@ int RunRender(HostScene& host, const RenderJob& job, ProgressDisplay& progress, 
     engine->RenderFrame(&host.Project(), &view, &host.Graph(), frame, false);
   }
   progress.Finish();
-  const int code = Outcome(file, job, message);
+  const std::vector<FileStamp> after = Stamps(job);
+  bool written = true;
+  for (size_t i = 0; i < after.size(); ++i) written = written && after[i].exists && !(after[i] == before[i]);
+  const int code = Outcome(file, job, host.Options().DoPathTracing(), written, message);
   engine->ShutDown();
   engine->Release();
   return code;

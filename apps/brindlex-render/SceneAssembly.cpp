@@ -3,6 +3,7 @@
 #include <optional>
 #include <vector>
 
+#include "CameraFraming.h"
 #include "DemoScene.h"
 #include "ModelImport.h"
 #include "PhotonSettings.h"
@@ -14,22 +15,26 @@ namespace {
 struct CameraChoice {
   std::optional<SCENE_VERTEX_XYZ> eye, target;  // world
   std::optional<float> fieldOfView;
+  std::string source;  // of eye and target
 };
 
-bool LoadModels(const std::vector<SceneModel>& models, HostScene& host, CameraChoice& camera,
-                std::string& error) {
+bool LoadModels(const std::vector<SceneModel>& models, const ImportLimits& limits, HostScene& host,
+                CameraChoice& camera, std::string& error) {
   host.SetTextureDirectory(models.front().file.parent_path());
   for (const SceneModel& model : models) {
     ImportedModel imported;
-    if (!ImportModel(model.file, model.placement, host, imported, error)) {
+    if (!ImportModel(model.file, model.placement, host, imported, error, limits)) {
       error = model.file.string() + ": " + error;
       return false;
     }
     if (imported.lights > 0) host.Options().SetCustomLighting(true);
+    for (const std::string& warning : imported.warnings)
+      host.Warnings().push_back(model.file.string() + ": " + warning);
     if (imported.camera && !camera.eye) {
       camera.eye = imported.camera->eye;
       camera.target = imported.camera->target;
       camera.fieldOfView = imported.camera->fieldOfView;
+      camera.source = "the model file's camera";
     }
   }
   return true;
@@ -43,6 +48,18 @@ void Override(const std::optional<SCENE_VERTEX_XYZ>& filePoint, const HostScene&
 
 void PlaceCamera(const RenderSettings& settings, const SceneCamera& scene, CameraChoice camera,
                  HostScene& host, double aspect) {
+  // A file's camera is kept only when it shows the model; a camera that
+  // anybody sets on purpose is kept as it is.
+  const bool fromFile = camera.source == "the model file's camera";
+  const bool overridden = scene.eye || scene.target || settings.eye || settings.target;
+  SCENE_VERTEX_XYZ min, max;
+  if (fromFile && !overridden && host.WorldBounds(min, max)) {
+    const std::string problem =
+        CameraFramingProblem(min, max, *camera.eye, *camera.target, *camera.fieldOfView, aspect);
+    if (!problem.empty()) camera = {{}, {}, {}, "zoom to fit (the model file's camera " + problem + ")"};
+  }
+  if (scene.eye || scene.target) camera.source = "the scene file's camera";
+  if (settings.eye || settings.target) camera.source = "the command line's camera";
   Override(scene.eye, host, camera.eye);
   Override(scene.target, host, camera.target);
   Override(settings.eye, host, camera.eye);
@@ -53,7 +70,11 @@ void PlaceCamera(const RenderSettings& settings, const SceneCamera& scene, Camer
   const float fieldOfView = camera.fieldOfView.value_or(info->fieldOfView);
   host.SetCamera(host.CameraEye(), host.CameraTarget(), fieldOfView);
   // What nobody gave comes from a zoom to fit: the whole model in view.
-  if (!camera.eye || !camera.target) host.FrameAll(aspect);
+  if (!camera.eye || !camera.target) {
+    host.FrameAll(aspect);
+    if (camera.source.empty()) camera.source = "zoom to fit";
+  }
+  host.SetCameraSource(camera.source);
   host.SetCamera(camera.eye.value_or(host.CameraEye()), camera.target.value_or(host.CameraTarget()),
                  fieldOfView);
 }
@@ -72,9 +93,11 @@ bool AssembleScene(const RenderSettings& settings, double aspect, HostScene& hos
   if (models.empty()) {
     BuildDemoScene(host);
     camera = {host.CameraEye(), host.CameraTarget(),
-              host.View().GetViewFileState()->GetCameraInfo()->fieldOfView};
-  } else if (!LoadModels(models, host, camera, error)) {
-    return false;
+              host.View().GetViewFileState()->GetCameraInfo()->fieldOfView, "the demo's camera"};
+  } else {
+    ImportLimits limits;
+    if (settings.importTimeout) limits.seconds = *settings.importTimeout;
+    if (!LoadModels(models, limits, host, camera, error)) return false;
   }
   if (settings.photons) UseInteriorPhotonMapping(host);
   // Hard shadow rays unless the scene file or --soft-shadows asks for more.
@@ -84,6 +107,11 @@ bool AssembleScene(const RenderSettings& settings, double aspect, HostScene& hos
     return false;
   }
   PlaceCamera(settings, scene.camera, camera, host, aspect);
+  const SCENE_VERTEX_XYZ eye = host.CameraEye(), target = host.CameraTarget();
+  if (eye.x == target.x && eye.y == target.y && eye.z == target.z) {
+    error = "the camera's eye and target are the same point: it looks nowhere";
+    return false;
+  }
   if (settings.pathTracing) host.Options().SetPathTracing(true);
   if (settings.photons) host.Options().SetPhotonMapping(true);
   if (settings.softShadows) host.Options().SetRayTracedSoftShadows(true);

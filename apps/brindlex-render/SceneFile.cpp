@@ -1,5 +1,9 @@
 #include "SceneFile.h"
 
+#include "Units.h"
+
+#include <algorithm>
+#include <cctype>
 #include <cmath>
 #include <fstream>
 #include <map>
@@ -88,7 +92,10 @@ class ObjectReader {
     unsigned long rgb = 0;
     size_t end = 0;
     try {
-      if (text->size() == 7 && (*text)[0] == '#') rgb = std::stoul(text->substr(1), &end, 16);
+      // stoul alone would take a sign or blanks.
+      const bool hex = std::all_of(text->begin() + std::min<size_t>(text->size(), 1), text->end(),
+                                   [](unsigned char c) { return std::isxdigit(c); });
+      if (text->size() == 7 && (*text)[0] == '#' && hex) rgb = std::stoul(text->substr(1), &end, 16);
     } catch (const std::exception&) {
       end = 0;
     }
@@ -205,6 +212,8 @@ void SceneParser::Models(const json& value) {
       if (const auto up = r.Choice("up", {"x", "y", "z"})) model.placement.up = axes.at(*up);
       if (const auto t = r.Point("translate")) model.placement.translate = *t;
       if (const auto s = r.Float("scale", 1e-9)) model.placement.scale = *s;
+      if (const auto unit = r.Choice("unit", {"mm", "cm", "m", "km", "in", "ft", "yd"}))
+        model.placement.metresPerUnit = MetresPerUnitNamed(*unit);
       r.Finish();
     }
     scene.models.push_back(model);
@@ -216,7 +225,7 @@ void SceneParser::Camera(const json& value) {
   SceneCamera& camera = scene.camera;
   camera.eye = r.Point("eye");
   camera.target = r.Point("target");
-  camera.fieldOfView = r.Float("fov", 1e-3, 179.999);
+  camera.fieldOfView = r.Float("fov", 0.1, 179.0);
   if (const auto p = r.Choice("projection", {"perspective", "parallel"}))
     camera.projection = *p == "parallel" ? ENVIRONMENT_3D_VIEW::ParallelProjection
                                          : ENVIRONMENT_3D_VIEW::PerspectiveProjection;
@@ -281,6 +290,16 @@ OptionSetter NumberOption(void (Options::*set)(T), double low, double high) {
   };
 }
 
+// A distance: kept in the file's units until the world's are known.
+OptionSetter LengthOption(void (Options::*set)(float), double low, double high) {
+  return [=](ObjectReader& r, const char* key, SceneDescription& s) {
+    const double value = *r.Number(key, low, high);
+    s.lengthOptions.push_back([set, value](Options& o, double worldPerUnit) {
+      (o.*set)(static_cast<float>(value * worldPerUnit));
+    });
+  };
+}
+
 OptionSetter ColorOption(void (Options::*set)(unsigned long)) {
   return [set](ObjectReader& r, const char* key, SceneDescription& s) {
     const unsigned long rgb = *r.Color(key);
@@ -342,12 +361,12 @@ const std::vector<RenderOptionKey>& RenderOptionKeys() {
       {"photonLevel", "GetPhotonLevel", NumberOption(&Options::SetPhotonLevel, 0, 65535)},
       {"photonEnergy", "GetPhotonEnergy", NumberOption(&Options::SetPhotonEnergy, 0, 65535)},
       {"photonSampleLevel", "GetPhotonSampleLevel", NumberOption(&Options::SetPhotonSampleLevel, 0, 65535)},
-      {"photonRadius", "GetPhotonRadius", NumberOption(&Options::SetPhotonRadius, 1e-9, Big)},
+      {"photonRadius", "GetPhotonRadius", LengthOption(&Options::SetPhotonRadius, 1e-9, Big)},
       {"photonDirectLighting", "GetPhotonDirectLightingContribution",
        NumberOption(&Options::SetPhotonDirectLightingContribution, 0, Percent)},
       {"fogLevel", "GetFogLevel", NumberOption(&Options::SetFogLevel, 0, Percent)},
       {"mistLevel", "GetMistLevel", NumberOption(&Options::SetMistLevel, 0, Percent)},
-      {"mistOffset", "GetMistOffset", NumberOption(&Options::SetMistOffset, -Big, Big)},
+      {"mistOffset", "GetMistOffset", LengthOption(&Options::SetMistOffset, -Big, Big)},
       {"backgroundColor", "GetBackgroundColor", ColorOption(&Options::SetBackgroundColor)},
       {"useBackgroundTexture", "UseBackgroundTexture", BoolOption(&Options::SetUseBackgroundTexture)},
       {"backgroundPanoramic", "IsBackgroundTexturePanoramic",
@@ -458,7 +477,8 @@ MaterialSettings SceneParser::Material(const json& value, const std::string& key
 
 void ApplyCamera(const SceneCamera& camera, HostScene& host) {
   SCENE_CAMERA_INFO info = *host.View().GetViewFileState()->GetCameraInfo();
-  if (camera.parallelHeight) info.parallelHeight = *camera.parallelHeight;
+  if (camera.parallelHeight)
+    info.parallelHeight = static_cast<float>(*camera.parallelHeight * host.WorldPerFileUnit());
   if (camera.roll) info.roll = *camera.roll;
   host.View().GetViewFileState()->SetCameraInfo(info);
   if (camera.projection) host.View().SetProjectionType(*camera.projection);
@@ -475,8 +495,10 @@ void ApplyHorizon(const SceneHorizon& horizon, HostScene& host) {
   link.SetSpecularLevel(0.0f);
   ApplyMaterialSettings(horizon.material, host, link);
   const MATERIAL_3D_NODE* material = host.AddMaterial(nullptr, "Horizon", link);
-  host.SetHorizon(HostScene::MaterialID(*material), horizon.height.value_or(min.z),
-                  horizon.size.value_or(100.0f * extent));
+  // Height and size are in file units like every position.
+  const float unit = static_cast<float>(host.WorldPerFileUnit());
+  host.SetHorizon(HostScene::MaterialID(*material), horizon.height ? *horizon.height * unit : min.z,
+                  horizon.size ? *horizon.size * unit : 100.0f * extent);
 }
 
 }  // namespace
@@ -513,6 +535,11 @@ bool ParseScene(const std::string& text, const fs::path& folder, SceneDescriptio
     error = "not valid JSON: " + (tag == std::string::npos ? what : what.substr(tag + 2));
   } catch (const SceneFileError& e) {
     error = e.what();
+  } catch (const json::exception& e) {
+    // A number beyond double's range ("1e400") and the like.
+    const std::string what = e.what();
+    const size_t tag = what.find("] ");
+    error = "not a usable value: " + (tag == std::string::npos ? what : what.substr(tag + 2));
   }
   return false;
 }
@@ -533,6 +560,7 @@ bool ApplyScene(const SceneDescription& scene, HostScene& host, std::string& err
   for (const SCENE_LIGHT_DEFINITION& light : scene.lights) host.AddLight(light);
   if (!scene.lights.empty()) host.Options().SetCustomLighting(true);
   for (const auto& option : scene.options) option(host.Options());
+  for (const auto& option : scene.lengthOptions) option(host.Options(), host.WorldPerFileUnit());
   for (const std::string& name : scene.rotateToCamera) {
     SCENE_GRAPH_NODE_INTERFACE* node = host.Root()->FindNode(name.c_str());
     if (!node) {

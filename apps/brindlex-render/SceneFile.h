@@ -45,6 +45,8 @@ struct SceneDescription {
   std::vector<SCENE_LIGHT_DEFINITION> lights;
   // Render options and background, checked and ready to apply in order.
   std::vector<std::function<void(MODE_RENDER_OPTIONS&)>> options;
+  // Options that are distances, in file units: given the world units of one.
+  std::vector<std::function<void(MODE_RENDER_OPTIONS&, double)>> lengthOptions;
   std::optional<SceneHorizon> horizon;
   std::vector<std::string> rotateToCamera;
   std::vector<std::pair<std::string, MaterialSettings>> materials;

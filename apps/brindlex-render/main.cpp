@@ -8,6 +8,7 @@
 
 #include "Farm.h"
 #include "Options.h"
+#include "OutputTarget.h"
 #include "Progress.h"
 #include "RenderJob.h"
 #include "SceneAssembly.h"
@@ -17,6 +18,13 @@ namespace {
 int Fail(const std::string& message, int code) {
   std::cerr << "brindlex-render: " << message << '\n';
   return code;
+}
+
+bool PrepareOutputs(RenderJob& job, std::string& error) {
+  if (!job.cubeMap) return PrepareOutput(job.output, error);
+  for (std::string& face : job.cubeMapNames)
+    if (!PrepareOutput(face, error)) return false;
+  return true;
 }
 
 int Run(const std::vector<std::string>& arguments) {
@@ -30,7 +38,9 @@ int Run(const std::vector<std::string>& arguments) {
     const int code = RunFarm(settings, error);
     return code == ExitDone || error.empty() ? code : Fail(error, code);
   }
-  const RenderJob job = MakeJob(settings);
+  RenderJob job = MakeJob(settings);
+  // Before minutes of reading and rendering, not after.
+  if (!PrepareOutputs(job, error)) return Fail(error, ExitBadInput);
   HostScene host;
   if (!AssembleScene(settings, static_cast<double>(job.width) / job.height, host, error))
     return Fail(error, ExitBadInput);
@@ -40,7 +50,10 @@ int Run(const std::vector<std::string>& arguments) {
                                                   : ProgressDisplay::Style::Lines;
   if (!settings.quiet)
     std::cerr << "Rendering " << job.output << " (" << job.width << " x " << job.height << ", "
-              << host.TriangleCount() << " triangles" << (pathTracing ? ", path tracing" : "") << ")\n";
+              << host.TriangleCount() << " triangles" << (pathTracing ? ", path tracing" : "")
+              << ", camera: " << host.CameraSource() << ")\n";
+  for (const std::string& warning : host.Warnings())
+    std::cerr << "brindlex-render: warning: " << warning << '\n';
   ProgressDisplay progress(std::cerr, style, pathTracing ? job.passes : 1);
   if (pathTracing) progress.SetTimeLimit(job.timeLimit);
   InstallStopHandler();

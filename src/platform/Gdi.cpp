@@ -2,12 +2,16 @@
 
 #include <algorithm>
 #include <array>
+#include <cctype>
 #include <cerrno>
 #include <climits>
+#include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
 #include <new>
 #include <string>
+#include <dirent.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -122,12 +126,33 @@ bool CopyContents(int from, const char* to) {
   return close(out) == 0 && ok;
 }
 
-// A replaced file keeps its permissions; a new one is readable by all and
-// writable by its owner, like the pictures and copies a user makes.
+// The process's file-creation mask, read without changing it (umask()
+// would change it for every thread for a moment).
+mode_t CreationMask() {
+  std::FILE* status = std::fopen("/proc/self/status", "r");
+  unsigned int mask = 022;
+  char line[256];
+  while (status && std::fgets(line, sizeof line, status))
+    if (std::sscanf(line, "Umask: %o", &mask) == 1) break;
+  if (status) std::fclose(status);
+  return static_cast<mode_t>(mask);
+}
+
+// A replaced file keeps its permissions; a new one gets what the user's
+// mask lets through, like any file a program creates.
 mode_t ModeFor(const char* path) {
   struct stat existing;
   if (stat(path, &existing) == 0) return existing.st_mode & 07777;
-  return 0644;
+  return 0666 & ~CreationMask();
+}
+
+// The temporary name's stem: the file's own name, cut so that the name with
+// its ".XXXXXX" still fits in a folder entry.
+std::string TemporaryStem(const std::string& path) {
+  const size_t slash = path.rfind('/');
+  const size_t nameStart = slash == std::string::npos ? 0 : slash + 1;
+  constexpr size_t Suffix = 7;  // ".XXXXXX"
+  return path.substr(0, nameStart + std::min(path.size() - nameStart, size_t{NAME_MAX} - Suffix));
 }
 
 }  // namespace
@@ -200,10 +225,12 @@ bool WriteFileThroughTemporary(const char* path, bool keepExisting,
                                const std::function<bool(const char* temporaryPath)>& fill, int* writeResult) {
   if (writeResult) *writeResult = -1;
   if (!path || !*path || !fill) return false;
-  std::string temporary = std::string(path) + ".XXXXXX";
+  std::string temporary = TemporaryStem(path) + ".XXXXXX";
   const int fd = mkstemp(temporary.data());
   if (fd < 0) return false;
-  close(fd);
+  // The lock, held until the file has its name, tells a later run that a
+  // temporary file nobody holds was left by a writer that was killed.
+  flock(fd, LOCK_EX);
   const bool written = fill(temporary.c_str());
   if (writeResult) *writeResult = written ? 1 : 0;
   // The mode is set only once the file is full: a read-only mode would
@@ -214,7 +241,36 @@ bool WriteFileThroughTemporary(const char* path, bool keepExisting,
   const bool placed =
       ready && (keepExisting ? link(temporary.c_str(), path) == 0 : rename(temporary.c_str(), path) == 0);
   if (!placed || keepExisting) unlink(temporary.c_str());
+  close(fd);
   return placed;
+}
+
+int RemoveAbandonedTemporaries(const char* path) {
+  if (!path || !*path) return 0;
+  const std::string stem = TemporaryStem(path);
+  const size_t slash = stem.rfind('/');
+  const std::string folder = slash == std::string::npos ? "." : stem.substr(0, slash + 1);
+  const std::string prefix = (slash == std::string::npos ? stem : stem.substr(slash + 1)) + ".";
+  DIR* listing = opendir(folder.c_str());
+  if (!listing) return 0;
+  int removed = 0;
+  while (const dirent* entry = readdir(listing)) {
+    const std::string name = entry->d_name;
+    if (name.size() != prefix.size() + 6 || name.compare(0, prefix.size(), prefix) != 0 ||
+        !std::all_of(name.begin() + static_cast<ptrdiff_t>(prefix.size()), name.end(),
+                     [](unsigned char c) { return std::isalnum(c); }))
+      continue;
+    const int fd = openat(dirfd(listing), name.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK);
+    struct stat info;
+    if (fd < 0) continue;
+    // Only a regular file that no living writer holds.
+    if (fstat(fd, &info) == 0 && S_ISREG(info.st_mode) && flock(fd, LOCK_EX | LOCK_NB) == 0 &&
+        unlinkat(dirfd(listing), name.c_str(), 0) == 0)
+      ++removed;
+    close(fd);
+  }
+  closedir(listing);
+  return removed;
 }
 
 }  // namespace platform

@@ -50,6 +50,11 @@ bool WriteFileThroughTemporary(const char* path, bool keepExisting,
                                const std::function<bool(const char* temporaryPath)>& fill,
                                int* writeResult = nullptr);
 
+// Removes the temporary files of `path` that a writer killed before it
+// could finish left behind (those no living writer holds). The number
+// removed.
+int RemoveAbandonedTemporaries(const char* path);
+
 }  // namespace platform
 
 // The raster operation of a plain copy.

@@ -72,11 +72,12 @@ TEST(ModelImport, ObjWithMaterialBecomesGroupsMeshAndMaterialTree) {
   EXPECT_FALSE(model.camera.has_value());
 
   // y-up: the quad's up (file y) becomes world z, its front (file +z)
-  // faces world -y.
+  // faces world -y; an OBJ file's unit is taken as the metre, the world's
+  // is the centimetre.
   SCENE_VERTEX_XYZ min, max;
   ASSERT_TRUE(host.WorldBounds(min, max));
   ExpectPoint(min, 0, 0, 0);
-  ExpectPoint(max, 2, 0, 1);
+  ExpectPoint(max, 200, 0, 100);
   EXPECT_EQ(model.root->GetParentNode(), host.Root());
   EXPECT_STREQ(model.root->GetNodeName(), "quad");
 
@@ -172,15 +173,15 @@ TEST(ModelImport, GltfNodeTransformCameraAndLight) {
   std::string error;
   ASSERT_TRUE(ImportModel(file, {}, host, model, error)) << error;
   EXPECT_EQ(model.triangles, 1u);
-  // glTF is y-up: file (x, y, z) is world (x, -z, y).
+  // glTF is y-up and in metres: file (x, y, z) is world 100 (x, -z, y).
   SCENE_VERTEX_XYZ min, max;
   ASSERT_TRUE(host.WorldBounds(min, max));
-  ExpectPoint(min, 1, -3, 2);
-  ExpectPoint(max, 2, -3, 3);
+  ExpectPoint(min, 100, -300, 200);
+  ExpectPoint(max, 200, -300, 300);
 
   ASSERT_TRUE(model.camera.has_value());
-  ExpectPoint(model.camera->eye, 0, -5, 1);
-  ExpectPoint(model.camera->target, 0, -4, 1);
+  ExpectPoint(model.camera->eye, 0, -500, 100);
+  ExpectPoint(model.camera->target, 0, -400, 100);
   // yfov 0.8 radians.
   EXPECT_NEAR(model.camera->fieldOfView, 0.8 * 180.0 / 3.141592653589793, 1e-3);
 
@@ -193,7 +194,7 @@ TEST(ModelImport, GltfNodeTransformCameraAndLight) {
   EXPECT_EQ(+d.intensity, 20);
   EXPECT_EQ(+d.flags & (LightEnabled | LightCastsShadows), LightEnabled | LightCastsShadows);
   const SCENE_MATRIX matrix = light->matrix;
-  ExpectPoint(Apply(matrix, d.position), 1, -3, 2);
+  ExpectPoint(Apply(matrix, d.position), 100, -300, 200);
 }
 
 TEST(ModelImport, BadFilesAreRefusedWithAReason) {
@@ -234,8 +235,8 @@ TEST(ModelImport, UpAxisConversionKeepsAFrameRightHanded) {
   ASSERT_TRUE(ImportModel(folder.Write("quad.obj", QuadObj), placement, host, model, error)) << error;
   SCENE_VERTEX_XYZ min, max;
   ASSERT_TRUE(host.WorldBounds(min, max));
-  ExpectPoint(min, 10, 0, 0);
-  ExpectPoint(max, 14, 2, 0);
+  ExpectPoint(min, 1000, 0, 0);
+  ExpectPoint(max, 1400, 200, 0);
 }
 
 TEST(ModelImport, ZoomToFitFramesTheBoxFromAboveInFront) {
@@ -265,8 +266,9 @@ TEST(ModelImport, ZoomToFitFramesTheBoxFromAboveInFront) {
       SCENE_VERTEX_XYZ d = {corner.x - eye.x, corner.y - eye.y, corner.z - eye.z};
       const double depth = DotProduct(&d, &forward);
       ASSERT_GT(depth, 0.0);
-      EXPECT_LE(std::abs(DotProduct(&d, &screenUp)) / depth, tanHalf);
-      EXPECT_LE(std::abs(DotProduct(&d, &right)) / depth, tanHalf * aspect);
+      // A tenth of each half of the picture stays free.
+      EXPECT_LE(std::abs(DotProduct(&d, &screenUp)) / depth, 0.9 * tanHalf + 1e-6);
+      EXPECT_LE(std::abs(DotProduct(&d, &right)) / depth, 0.9 * tanHalf * aspect + 1e-6);
     }
   }
 }

@@ -53,16 +53,22 @@ TEST(RenderOptions, EveryOptionInBothSpellings) {
 TEST(RenderOptions, BadOptionsSayWhy) {
   EXPECT_EQ(ErrorOf({"--colour"}), "unknown option '--colour'");
   EXPECT_EQ(ErrorOf({"--width"}), "option '--width' needs a value");
-  EXPECT_EQ(ErrorOf({"--width", "0"}), "option '--width' needs a whole number from 1 to 32767, not '0'");
+  EXPECT_EQ(ErrorOf({"--width", "0"}), "option '--width' needs a whole number from 1 to 16384, not '0'");
   EXPECT_EQ(ErrorOf({"--height=40000"}),
-            "option '--height' needs a whole number from 1 to 32767, not '40000'");
+            "option '--height' needs a whole number from 1 to 16384, not '40000'");
+  EXPECT_EQ(ErrorOf({"--width", "16385"}),
+            "option '--width' needs a whole number from 1 to 16384, not '16385'");
   EXPECT_EQ(ErrorOf({"--passes", "ten"}),
             "option '--passes' needs a whole number from 1 to 1000000, not 'ten'");
   EXPECT_EQ(ErrorOf({"--antialias", "5"}).rfind("option '--antialias' needs a level from 0", 0), 0u);
   EXPECT_EQ(ErrorOf({"--eye", "1,2"}), "option '--eye' needs three numbers X,Y,Z, not '1,2'");
   EXPECT_EQ(ErrorOf({"--eye", "1,2,3,4"}), "option '--eye' needs three numbers X,Y,Z, not '1,2,3,4'");
-  EXPECT_EQ(ErrorOf({"--fov", "180"}),
-            "option '--fov' needs an angle in degrees above 0 and below 180, not '180'");
+  // Too narrow a view makes the projection degenerate; hexadecimal is no
+  // number a user types.
+  for (const char* fov : {"180", "1e-30", "0x20", "0.09"})
+    EXPECT_EQ(ErrorOf({"--fov", fov}),
+              std::string("option '--fov' needs an angle in degrees from 0.1 to 179, not '") + fov + "'");
+  EXPECT_EQ(ErrorOf({"--eye", "0x1p3,0,0"}), "option '--eye' needs three numbers X,Y,Z, not '0x1p3,0,0'");
   EXPECT_EQ(ErrorOf({"--alpha=yes"}), "option '--alpha' takes no value");
   EXPECT_EQ(ErrorOf({"a.obj", "b.obj"}), "more than one model given ('a.obj' and 'b.obj')");
   EXPECT_EQ(ErrorOf({"-o", std::string(260, 'x')}), "output name longer than 259 characters");

@@ -1,5 +1,8 @@
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -44,8 +47,7 @@ TEST(RenderProgram, BadInputEndsInOneLineAndExitCode2) {
   const std::string lines = folder.Write("lines.obj", "v 0 0 0\nv 1 0 0\nv 0 1 0\nl 1 2 3\n").string();
   run = Program("'" + lines + "'");
   EXPECT_EQ(run.code, 2);
-  EXPECT_EQ(run.output.rfind("brindlex-render: " + lines + ": ", 0), 0u) << run.output;
-  EXPECT_EQ(std::count(run.output.begin(), run.output.end(), '\n'), 1);
+  EXPECT_EQ(run.output, "brindlex-render: " + lines + ": holds no triangles (only points or lines)\n");
 
   run = Program("--nope");
   EXPECT_EQ(run.code, 2);
@@ -131,13 +133,62 @@ TEST(RenderProgram, AlphaKeepsTheBackgroundTransparent) {
   }
 }
 
-TEST(RenderProgram, AnUnwritablePictureEndsWithExitCode1) {
+TEST(RenderProgram, OnlyARegularFileOrANewNameTakesThePicture) {
   TestFolder folder;
-  const auto output = folder.path / "no-such-folder" / "out.png";
-  ProgramRun run = Program("--quiet --width 16 --height 16 '" + TriangleModel(folder).string() + "' -o '" +
-                           output.string() + "'");
-  EXPECT_EQ(run.code, 1);
-  EXPECT_EQ(run.output, "brindlex-render: " + output.string() + ": the picture could not be written\n");
+  const std::string model = "--quiet --width 16 --height 16 '" + TriangleModel(folder).string() + "' -o ";
+  auto Run = [&](const std::filesystem::path& output) {
+    return Program(model + "'" + output.string() + "'");
+  };
+  // Each refused before anything is read, left as it was, exit code 2.
+  const auto missing = folder.path / "no-such-folder" / "out.png";
+  ProgramRun run = Run(missing);
+  EXPECT_EQ(run.code, 2);
+  EXPECT_EQ(run.output, "brindlex-render: " + missing.string() + ": cannot write in folder '" +
+                            missing.parent_path().string() + "': No such file or directory\n");
+  const auto pipe = folder.path / "pipe.png";
+  ASSERT_EQ(mkfifo(pipe.c_str(), 0644), 0);
+  run = Run(pipe);
+  EXPECT_EQ(run.code, 2);
+  EXPECT_EQ(run.output, "brindlex-render: " + pipe.string() +
+                            ": is a named pipe; only a regular file is replaced by a picture\n");
+  EXPECT_TRUE(std::filesystem::is_fifo(pipe));
+  const auto kept = folder.Write("kept.png", "old");
+  std::filesystem::permissions(kept, std::filesystem::perms::owner_read);
+  run = Run(kept);
+  EXPECT_EQ(run.code, 2);
+  EXPECT_EQ(run.output, "brindlex-render: " + kept.string() + ": is read-only; it is kept as it is\n");
+  EXPECT_EQ(std::filesystem::file_size(kept), 3u);
+  // A link is written through, and stays a link; a new file's mode is what
+  // the user's mask lets through.
+  const auto link = folder.path / "link.png", target = folder.path / "target.png";
+  std::filesystem::create_symlink("target.png", link);
+  const mode_t mask = umask(027);
+  run = Run(link);
+  umask(mask);
+  EXPECT_EQ(run.code, 0) << run.output;
+  EXPECT_TRUE(std::filesystem::is_symlink(link));
+  ASSERT_TRUE(std::filesystem::is_regular_file(target));
+  struct stat info;
+  ASSERT_EQ(stat(target.c_str(), &info), 0);
+  EXPECT_EQ(info.st_mode & 0777, 0640u);
+  // The longest name a folder takes, and a temporary file of a killed run
+  // beside it, which is cleared away; one a living writer holds is not.
+  const auto longest = folder.path / (std::string(251, 'n') + ".png");
+  const auto abandoned = folder.Write(longest.filename().string().substr(0, 248) + ".a1B2c3", "half");
+  const auto held = folder.Write(longest.filename().string().substr(0, 248) + ".d4E5f6", "half");
+  const int holder = open(held.c_str(), O_RDONLY);
+  ASSERT_EQ(flock(holder, LOCK_EX), 0);
+  // The engine takes names of up to 259 characters, path included: from
+  // inside the folder.
+  const auto cwd = std::filesystem::current_path();
+  std::filesystem::current_path(folder.path);
+  run = Run(longest.filename());
+  std::filesystem::current_path(cwd);
+  close(holder);
+  EXPECT_EQ(run.code, 0) << run.output;
+  EXPECT_TRUE(std::filesystem::is_regular_file(longest));
+  EXPECT_FALSE(std::filesystem::exists(abandoned));
+  EXPECT_TRUE(std::filesystem::exists(held));
 }
 
 TEST(RenderProgram, ATimeLimitEndsPathTracingAfterAWholePass) {

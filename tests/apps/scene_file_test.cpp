@@ -42,6 +42,9 @@ TEST(SceneFile, UnknownKeysAndWrongTypesNameTheKey) {
             "'lights[0].falloffEnd' must be at least 0");
   EXPECT_EQ(ErrorOf(R"({"background": {"color": "blue"}})"),
             "'background.color' must be a colour \"#RRGGBB\"");
+  EXPECT_EQ(ErrorOf(R"({"background": {"color": "#-12345"}})"),
+            "'background.color' must be a colour \"#RRGGBB\"");
+  EXPECT_EQ(ErrorOf(R"({"camera": {"fov": 1e400}})").rfind("not a usable value: ", 0), 0u);
   EXPECT_EQ(ErrorOf(R"({"lights": [{"type": "torch", "position": [0, 0, 0]}]})"),
             "'lights[0].type' must be one of area, direct, point, spot");
   EXPECT_EQ(ErrorOf(R"({"lights": [{"type": "spot", "position": [0, 0, 0]}]})"),
@@ -99,7 +102,8 @@ TEST(SceneFile, FullExampleLoadsIntoTheHostObjects) {
   ASSERT_TRUE(ImportModel(scene.models[0].file, scene.models[0].placement, host, model, error)) << error;
   ASSERT_TRUE(ApplyScene(scene, host, error)) << error;
 
-  // Lights: definitions as written, the instance matrix the y-up conversion.
+  // Lights: definitions as written, the instance matrix the y-up conversion
+  // and the metre of an OBJ file into centimetres; falloff distances scaled.
   ASSERT_EQ(host.Lights().GetNumberOfLightInstances(), 2);
   const SCENE_LIGHT_INSTANCE* spot = host.Lights().GetLightInstance(0);
   const SCENE_LIGHT_DEFINITION s = *spot->definition;
@@ -107,19 +111,19 @@ TEST(SceneFile, FullExampleLoadsIntoTheHostObjects) {
   EXPECT_EQ(+s.color, 0x0080FFu);  // red in the low byte
   EXPECT_EQ(+s.intensity, 15);
   EXPECT_DOUBLE_EQ(+s.angle, 30.0);
-  EXPECT_DOUBLE_EQ(+s.falloffEnd, 20.0);
+  EXPECT_DOUBLE_EQ(+s.falloffEnd, 2000.0);
   EXPECT_EQ(+s.flags, LightEnabled | LightDiffuse | LightSpecular | LightSoftEdge | LightHasFalloff);
   SCENE_MATRIX matrix = spot->matrix;
   SCENE_VERTEX_XYZ position = s.position;
   TransformPoint3D(&matrix, &position, &position);
-  EXPECT_FLOAT_EQ(+position.x, 2.0f);
-  EXPECT_FLOAT_EQ(+position.y, -4.0f);
-  EXPECT_FLOAT_EQ(+position.z, 5.0f);
+  EXPECT_FLOAT_EQ(+position.x, 200.0f);
+  EXPECT_FLOAT_EQ(+position.y, -400.0f);
+  EXPECT_FLOAT_EQ(+position.z, 500.0f);
   const SCENE_LIGHT_DEFINITION area = *host.Lights().GetLightInstance(1)->definition;
   EXPECT_EQ(+area.type, 3);
   EXPECT_EQ(+area.definitionNumber, 7u);
   // The engine takes area axes as they stand: already turned into the world.
-  EXPECT_FLOAT_EQ(+area.axisV.y, -0.25f);
+  EXPECT_FLOAT_EQ(+area.axisV.y, -25.0f);
   EXPECT_FLOAT_EQ(+area.axisV.z, 0.0f);
 
   const MODE_RENDER_OPTIONS& options = host.Options();
@@ -149,7 +153,8 @@ TEST(SceneFile, FullExampleLoadsIntoTheHostObjects) {
   EXPECT_EQ(horizon[0]->GetTextureLink()->GetColor(), 0x336633ul);
   SCENE_VERTEX_XYZ min, max;
   ASSERT_TRUE(host.HorizonNode()->GetNodeBounds(&min, &max, true));
-  EXPECT_FLOAT_EQ(max.x - min.x, 500.0f);
+  // 500 file units (metres) are 50000 world centimetres.
+  EXPECT_FLOAT_EQ(max.x - min.x, 50000.0f);
 }
 
 // Options as a scene file's renderOptions leave them on a new view.

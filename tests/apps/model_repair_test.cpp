@@ -1,0 +1,276 @@
+// Model files that used to come out wrong, or bring the program down: each
+// written here, small, for one cause.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cmath>
+#include <csignal>
+#include <cstdlib>
+
+#include "AppTestFiles.h"
+#include "BrindlexViewMath.h"
+#include "CameraFraming.h"
+#include <assimp/scene.h>
+
+#include "ImportGuard.h"
+#include "ModelImport.h"
+
+namespace {
+
+// One triangle, 100 x 100 file units in the file's x-y plane, of one
+// material with the given Collada colour settings.
+std::string ColladaTriangle(const std::string& opaque, const std::string& transparent, double transparency,
+                            const std::string& reflective, double reflectivity,
+                            const std::string& asset = "<unit meter=\"0.01\"/><up_axis>Z_UP</up_axis>") {
+  return R"(<?xml version="1.0"?>
+<COLLADA xmlns="http://www.collada.org/2005/11/COLLADASchema" version="1.4.1">
+<asset>)" +
+         asset + R"(</asset>
+<library_effects><effect id="fx"><profile_COMMON><technique sid="t"><phong>
+<diffuse><color>0.8 0.2 0.2 1</color></diffuse>
+<reflective><color>)" +
+         reflective + "</color></reflective><reflectivity><float>" + std::to_string(reflectivity) +
+         R"(</float></reflectivity>
+<transparent opaque=")" +
+         opaque + "\"><color>" + transparent + "</color></transparent><transparency><float>" +
+         std::to_string(transparency) + R"(</float></transparency>
+</phong></technique></profile_COMMON></effect></library_effects>
+<library_materials><material id="Paint" name="Paint"><instance_effect url="#fx"/></material></library_materials>
+<library_geometries><geometry id="g"><mesh>
+<source id="p"><float_array id="pa" count="9">0 0 0 100 0 0 0 100 0</float_array>
+<technique_common><accessor source="#pa" count="3" stride="3"><param name="X" type="float"/>
+<param name="Y" type="float"/><param name="Z" type="float"/></accessor></technique_common></source>
+<vertices id="v"><input semantic="POSITION" source="#p"/></vertices>
+<triangles count="1" material="m"><input semantic="VERTEX" source="#v" offset="0"/><p>0 1 2</p></triangles>
+</mesh></geometry></library_geometries>
+<library_visual_scenes><visual_scene id="s"><node id="n" name="n"><instance_geometry url="#g">
+<bind_material><technique_common><instance_material symbol="m" target="#Paint"/></technique_common>
+</bind_material></instance_geometry></node></visual_scene></library_visual_scenes>
+<scene><instance_visual_scene url="#s"/></scene>
+</COLLADA>
+)";
+}
+
+struct Imported {
+  HostScene host;
+  ImportedModel model;
+  std::string error;
+  bool ok = false;
+  Imported(const std::filesystem::path& file, const ModelPlacement& placement = {},
+           const ImportLimits& limits = {}) {
+    ok = ImportModel(file, placement, host, model, error, limits);
+  }
+  const TEXTURE_LINK& Paint() { return *host.FindMaterials("Paint").at(0)->GetTextureLink(); }
+};
+
+TEST(ModelRepair, ReflectivityIsWeighedByTheReflectiveColourAndTransparencyReadAsMeant) {
+  struct Case {
+    const char *opaque, *transparent;
+    double transparency;
+    const char* reflective;
+    double reflectivity;
+    float opacityLevel, reflectivityLevel;
+  } cases[] = {
+      // The exporters' default: factor 1, black colour: no mirror at all.
+      {"A_ONE", "1 1 1 1", 1.0, "0 0 0 1", 1.0, 100.0f, 0.0f},
+      // A_ONE: alpha times transparency is the opacity.
+      {"A_ONE", "1 1 1 0.5", 1.0, "0.5 0.5 0.5 1", 1.0, 50.0f, 50.0f},
+      // Transparency 0 would make the material vanish: read the other way.
+      {"A_ONE", "1 1 1 1", 0.0, "1 1 1 1", 0.4, 100.0f, 40.0f},
+      // RGB_ZERO: one minus luminance times transparency.
+      {"RGB_ZERO", "1 1 1 1", 0.25, "0 0 0 1", 0.0, 75.0f, 0.0f},
+      {"RGB_ZERO", "0.5 0.5 0.5 1", 1.0, "0.2 0.6 0.4 1", 0.5, 50.0f, 30.0f},
+  };
+  TestFolder folder;
+  for (const Case& c : cases) {
+    SCOPED_TRACE(std::string(c.opaque) + " " + c.transparent + " " + c.reflective);
+    Imported in(folder.Write(
+        "paint.dae", ColladaTriangle(c.opaque, c.transparent, c.transparency, c.reflective, c.reflectivity)));
+    ASSERT_TRUE(in.ok) << in.error;
+    EXPECT_NEAR(in.Paint().GetOpacityLevel(), c.opacityLevel, 0.01f);
+    EXPECT_EQ(in.Paint().IsTransparent() != 0, c.opacityLevel < 100.0f);
+    EXPECT_NEAR(in.Paint().GetReflectivityLevel(), c.reflectivityLevel, 0.01f);
+    EXPECT_EQ(in.Paint().IsReflecting() != 0, c.reflectivityLevel > 0.0f);
+  }
+}
+
+TEST(ModelRepair, UnitsComeFromTheFileOrTheSceneFileAndEndInCentimetres) {
+  TestFolder folder;
+  SCENE_VERTEX_XYZ min, max;
+  // Collada in centimetres, z-up: 100 x 100 cm in the ground plane.
+  Imported collada(folder.Write("cm.dae", ColladaTriangle("A_ONE", "1 1 1 1", 1.0, "0 0 0 1", 0.0)));
+  ASSERT_TRUE(collada.ok) << collada.error;
+  ASSERT_TRUE(collada.host.WorldBounds(min, max));
+  EXPECT_NEAR(max.x - min.x, 100.0f, 1e-3f);
+  EXPECT_NEAR(max.y - min.y, 100.0f, 1e-3f);
+  EXPECT_NEAR(max.z - min.z, 0.0f, 1e-3f);
+  EXPECT_DOUBLE_EQ(collada.host.WorldPerFileUnit(), 100.0);  // Assimp hands Collada over in metres
+  // The same in inches: 254 cm.
+  Imported inches(folder.Write("in.dae", ColladaTriangle("A_ONE", "1 1 1 1", 1.0, "0 0 0 1", 0.0,
+                                                         "<unit meter=\"0.0254\"/><up_axis>Z_UP</up_axis>")));
+  ASSERT_TRUE(inches.ok) << inches.error;
+  ASSERT_TRUE(inches.host.WorldBounds(min, max));
+  EXPECT_NEAR(max.x - min.x, 254.0f, 1e-2f);
+  // An OBJ file has no unit: metres, unless the scene file says millimetres.
+  const auto obj = folder.Write("tri.obj", "v 0 0 0\nv 2000 0 0\nv 0 1000 0\nf 1 2 3\n");
+  ModelPlacement millimetres;
+  millimetres.metresPerUnit = 0.001;
+  Imported mm(obj, millimetres);
+  ASSERT_TRUE(mm.ok) << mm.error;
+  ASSERT_TRUE(mm.host.WorldBounds(min, max));
+  EXPECT_NEAR(max.x - min.x, 200.0f, 1e-3f);
+  EXPECT_NEAR(max.z - min.z, 100.0f, 1e-3f);  // y-up: file y is world z
+  EXPECT_DOUBLE_EQ(mm.host.WorldPerFileUnit(), 0.1);
+}
+
+TEST(ModelRepair, AFileCameraIsKeptOnlyWhenItShowsTheModel) {
+  // A 100-unit cube; the picture is 4:3.
+  const SCENE_VERTEX_XYZ min{0, 0, 0}, max{100, 100, 100}, centre{50, 50, 50};
+  struct Case {
+    SCENE_VERTEX_XYZ eye, target;
+    float fieldOfView;
+    const char* problem;
+  } cases[] = {
+      {{-300, 50, 50}, centre, 45.0f, ""},
+      {{-300, 50, 50}, {-600, 50, 50}, 45.0f, "looks away from the model"},
+      {centre, {200, 50, 50}, 45.0f, "stands inside the model or beside it"},
+      {{-300, 50, 50},
+       {-300, 400, 50},
+       45.0f,
+       "stands inside the model or beside it"},  // beside: half behind
+      {{-300, 50, 50}, centre, 0.78f, "has a field of view of under a degree"},
+      // 200 from the centre through 10 degrees: about 26 of the 100 in view.
+      {{-150, 50, 50}, centre, 10.0f, "cuts off part of the model"},
+      {{-100000, 50, 50}, centre, 45.0f, "shows the model too small"},
+      {{-300, 50, 50}, {-300, 50, 50}, 45.0f, "has no direction"},
+  };
+  for (const Case& c : cases)
+    EXPECT_EQ(CameraFramingProblem(min, max, c.eye, c.target, c.fieldOfView, 4.0 / 3.0), c.problem)
+        << c.eye.x << " " << c.target.x << " " << c.fieldOfView;
+}
+
+TEST(ModelRepair, ZUpFormatsStandUp) {
+  // In each file a triangle 1 long (x) whose third corner is 0.5 above the
+  // first along the file's z, which is up in these formats: the world's up
+  // is z, so the triangle spans 100 cm in x, 50 cm upwards from its first
+  // corner, and none in y.
+  struct ZUpFile {
+    const char* name;
+    const char* text;
+  };
+  const ZUpFile files[] = {
+      {"up.smd",
+       "version 1\nnodes\n0 \"root\" -1\nend\nskeleton\ntime 0\n0 0 0 0 0 0 0\nend\n"
+       "triangles\nmat\n0 0 0 0 0 0 1 0 0\n0 1 0 0 0 0 1 1 0\n0 0 0 0.5 0 0 1 0 1\nend\n"},
+      {"up.dxf",
+       "0\nSECTION\n2\nENTITIES\n0\n3DFACE\n8\n0\n10\n0\n20\n0\n30\n0\n11\n1\n21\n0\n31\n0\n"
+       "12\n0\n22\n0\n32\n0.5\n13\n0\n23\n0\n33\n0.5\n0\nENDSEC\n0\nEOF\n"},
+      {"up.x",
+       "xof 0302txt 0032\nMesh t {\n 3;\n 0.0;0.0;0.0;,\n 1.0;0.0;0.0;,\n 0.0;0.0;0.5;;\n 1;\n "
+       "3;0,1,2;;\n}\n"},
+  };
+  for (const ZUpFile& f : files) {
+    TestFolder folder;
+    Imported model(folder.Write(f.name, f.text));
+    ASSERT_TRUE(model.ok) << f.name << ": " << model.error;
+    SCENE_VERTEX_XYZ min, max;
+    ASSERT_TRUE(model.host.WorldBounds(min, max));
+    EXPECT_NEAR(max.x - min.x, 100.0f, 1e-3f) << f.name;
+    EXPECT_NEAR(max.y - min.y, 0.0f, 1e-3f) << f.name;
+    EXPECT_NEAR(max.z - min.z, 50.0f, 1e-3f) << f.name;
+    EXPECT_NEAR(min.z, 0.0f, 1e-3f) << f.name;
+  }
+}
+
+TEST(ModelRepair, BadVerticesGoWithTheirTrianglesAndZeroNormalsAreMadeAnew) {
+  // Vertex 0 is not a number and vertex 4 infinite; every normal is zero.
+  TestFolder folder;
+  Imported ply(folder.Write("bad.ply",
+                            "ply\nformat ascii 1.0\nelement vertex 5\nproperty float x\nproperty float y\n"
+                            "property float z\nproperty float nx\nproperty float ny\nproperty float nz\n"
+                            "element face 3\nproperty list uchar int vertex_indices\nend_header\n"
+                            "nan 0 0 0 0 0\n0 0 0 0 0 0\n1 0 0 0 0 0\n0 1 0 0 0 0\n1 1 inf 0 0 0\n"
+                            "3 0 1 2\n3 1 2 3\n3 2 3 4\n"));
+  ASSERT_TRUE(ply.ok) << ply.error;
+  EXPECT_EQ(ply.model.triangles, 1u);
+  ASSERT_EQ(ply.model.warnings.size(), 1u);
+  EXPECT_EQ(ply.model.warnings[0],
+            "2 vertices are not finite numbers; they and 2 triangles using them are left out");
+  SCENE_VERTEX_XYZ min, max;
+  ASSERT_TRUE(ply.host.WorldBounds(min, max));
+  EXPECT_NEAR(max.x - min.x, 100.0f, 1e-3f);
+  EXPECT_NEAR(max.z - min.z, 100.0f, 1e-3f);
+  // The kept triangle (1, 2, 3) lies in the file's x-y plane: its normal
+  // is the file's z, the world's -y.
+  auto* mesh = ply.model.root->GetChildNode(0);
+  while (mesh && !mesh->GetNodeMeshData()) mesh = mesh->GetChildNode(0);
+  ASSERT_NE(mesh, nullptr);
+  const SCENE_GRAPH_MESH_DATA_INTERFACE* data = mesh->GetNodeMeshData();
+  ASSERT_EQ(data->GetMeshVertexCount(), 3u);
+  for (unsigned i = 0; i < data->GetMeshVertexCount(); ++i) {
+    const SCENE_VERTEX v = data->GetMeshVertices()[i];
+    EXPECT_NEAR(std::abs(v.normal.z), 1.0f, 1e-4f);
+    EXPECT_TRUE(std::isfinite(v.position.x));
+  }
+}
+
+TEST(ModelRepair, AHangingOrGreedyReaderIsStoppedWithAReason) {
+  TestFolder folder;
+  const auto cube = folder.Write("cube.off", "OFF\n3 1 0\n0 0 0\n1 0 0\n0 1 0\n3 0 1 2\n");
+  // The reader's own faults are played by the hook that configures it,
+  // which runs in the child: one that never returns, and one that crashes.
+  ImportLimits quick;
+  quick.seconds = 0.5;
+  ReadModel read;
+  std::string error;
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_FALSE(ReadModelGuarded(
+      cube,
+      [](Assimp::Importer&) {
+        for (volatile bool forever = true; forever;) {
+        }
+      },
+      0, quick, read, error));
+  EXPECT_EQ(error.rfind("reading took longer than 0.5 seconds (", 0), 0u) << error;
+  // The watch stops the child, it does not wait for it (the bound is loose:
+  // the machine may be busy).
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(30));
+  EXPECT_FALSE(ReadModelGuarded(
+      cube, [](Assimp::Importer&) { raise(SIGSEGV); }, 0, {}, read, error));
+#ifdef BRINDLEX_SANITIZED_BUILD
+  // The sanitizer's handler turns the signal into an exit code.
+  EXPECT_EQ(error.rfind("the model reader crashed (exit code ", 0), 0u) << error;
+#else
+  EXPECT_EQ(error, "the model reader crashed (Segmentation fault; the file is probably damaged)");
+#endif
+  EXPECT_FALSE(ReadModelGuarded(
+      cube, [](Assimp::Importer&) { abort(); }, 0, {}, read, error));
+  EXPECT_EQ(error.rfind("the model reader stopped on an internal check", 0), 0u) << error;
+  EXPECT_TRUE(ReadModelGuarded(
+      cube, [](Assimp::Importer&) {}, 0, {}, read, error))
+      << error;
+  ASSERT_NE(read.scene, nullptr);
+  EXPECT_EQ(read.scene->mNumMeshes, 1u);
+  // A PLY file cut after 60 bytes, on which the reader of some versions
+  // waits forever for the end of the header: either way, no model and a
+  // reason.
+  Imported cut(folder.Write("cut.ply", "ply\nformat ascii 1.0          \nelement vertex 8          \npr"), {},
+               quick);
+  EXPECT_FALSE(cut.ok);
+  EXPECT_FALSE(cut.error.empty());
+  EXPECT_EQ(cut.error.find('\n'), std::string::npos);
+  // A header that claims two thousand million vertices.
+  ImportLimits small;
+  small.bytes = uint64_t{256} << 20;
+  Imported greedy(folder.Write("huge.ply",
+                               "ply\nformat ascii 1.0\nelement vertex 2000000000\nproperty float x\n"
+                               "property float y\nproperty float z\nelement face 1\n"
+                               "property list uchar int vertex_indices\nend_header\n"
+                               "0 0 0\n1 0 0\n0 1 0\n3 0 1 2\n"),
+                  {}, small);
+  EXPECT_FALSE(greedy.ok);
+  EXPECT_NE(greedy.error.find("memory"), std::string::npos) << greedy.error;
+  EXPECT_EQ(greedy.host.TriangleCount(), 0ul);
+}
+
+}  // namespace
