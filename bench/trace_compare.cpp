@@ -3,7 +3,7 @@
 // installed, the same triangles and rays through rtcIntersect1 with the share
 // of rays on which both name the same nearest triangle.
 //
-//   trace_compare <triangle count | model file>
+//   trace_compare <triangle count | model file[@scale]>
 #include <sys/resource.h>
 
 #include <algorithm>
@@ -150,7 +150,7 @@ struct EmbreeScene {
 
 int main(int argc, char** argv) {
   if (argc < 2) {
-    std::fprintf(stderr, "usage: %s <triangle count | model file>\n", argv[0]);
+    std::fprintf(stderr, "usage: %s <triangle count | model file[@scale]>\n", argv[0]);
     return 2;
   }
   RT_RENDER_ENGINE* engine = static_cast<RT_RENDER_ENGINE*>(CreateRenderEngine());
@@ -158,10 +158,7 @@ int main(int argc, char** argv) {
   AccelTestAccess access(engine);
   SWMeshTable& table = access.Tables()[0];
   const std::string scene = argv[1];
-  const char* digits = "0123456789";
-  if (scene.find_first_not_of(digits) == std::string::npos) {
-    bench::GenerateTown(std::stoul(scene), table);
-  } else if (!bench::LoadModel(scene, table)) {
+  if (!bench::LoadScene(scene, table)) {
     std::fprintf(stderr, "cannot read %s\n", scene.c_str());
     return 1;
   }
