@@ -164,8 +164,8 @@ class TreeFields {
 class WalkFields {
  public:
   using Node = KDWalkNode;
-  explicit WalkFields(const KDWalkLayout& layout)
-      : nodes(layout.nodes.data()), triangles(layout.triangles.data()), entries(layout.leafEntries.data()) {}
+  WalkFields(const KDWalkLayout& layout, const KDTree& tree)
+      : nodes(layout.nodes.data()), triangles(tree.triangles.data()), entries(layout.leafEntries.data()) {}
   const KDWalkNode* Root() const { return nodes; }
   const KDWalkNode* Lower(const KDWalkNode* node, uint32_t) const { return node + 1; }
   const KDWalkNode* Upper(const KDWalkNode*, uint32_t word) const { return nodes + (word >> 2); }
@@ -175,9 +175,8 @@ class WalkFields {
     double nearest = result.distance;
     bool improved = false;
     for (; entry != end; ++entry) {
-      const KDWalkTriangle& tri = triangles[*entry];
-      const uint32_t packed = tri.instanceAndAxis;
-      if (TestTriangle(tri, packed & 3, packed >> 2, ray, nearest, result)) improved = true;
+      const SWTriangle& tri = triangles[*entry];
+      if (TestTriangle(tri, tri.dominantAxis, tri.instanceIndex, ray, nearest, result)) improved = true;
     }
     return improved;
   }
@@ -185,7 +184,7 @@ class WalkFields {
 
  private:
   const KDWalkNode* nodes;
-  const KDWalkTriangle* triangles;
+  const SWTriangle* triangles;
   const uint32_t* entries;
 };
 
@@ -289,7 +288,7 @@ bool KDTree::Intersect(const SCENE_VERTEX_XYZ_64& origin, const SCENE_VERTEX_XYZ
     const Ray ray = MakeRay(origin, direction, inverseDirection);
     result.distance = kLargest;
     result.triangleIndex = 0;
-    if (walkLayout.Matches(*this)) return Walk(WalkFields(walkLayout), ray, tNear, tFar, result);
+    if (walkLayout.Matches(*this)) return Walk(WalkFields(walkLayout, *this), ray, tNear, tFar, result);
     return Walk(TreeFields(*this), ray, tNear, tFar, result);
   } catch (...) {
     // A tree that is not sound, or a stack that cannot grow: the ray counts
