@@ -6,7 +6,8 @@
 # both name the same nearest triangle. Then the build of the 1M town on one
 # worker and on all, and whole ray-traced frames of FZK-Haus on one worker
 # and on all (bench/frame_rate; BRINDLEX_BENCH_FRAME_OPTIONS adds
-# brindlex-render options, one more row each, separated by ";"). With --gbench
+# brindlex-render options, one more row each, separated by ";"; by default
+# one row of the path tracer, "--path-tracing"). With --gbench
 # it also runs the Google Benchmark programs. BRINDLEX_BENCH_BUILD names
 # another build folder.
 set -euo pipefail
@@ -68,7 +69,7 @@ printf '| median of 3, alternated | %s | %s | %s |\n' "$one_s" "$all_s" \
 if [ -f "$building" ]; then
   printf '\n| frame of %s, 1280 x 720, options | pixels/s, 1 worker | pixels/s, %s workers | scaling | busy share | quiet scaling | same pixels |\n|---|---|---|---|---|---|---|\n' \
     "$(basename "$building")" "$(nproc)"
-  IFS=';' read -r -a frame_options <<<"${BRINDLEX_BENCH_FRAME_OPTIONS:-}"
+  IFS=";" read -r -a frame_options <<<"${BRINDLEX_BENCH_FRAME_OPTIONS---path-tracing}"
   for options in "" "${frame_options[@]}"; do
     # shellcheck disable=SC2086
     row="$("$build/bench/frame_rate" "$building" 1280 720 3 $options)"

@@ -95,6 +95,16 @@ bool SetFieldOfView(RenderSettings& s, const std::string& value, std::string& er
   return true;
 }
 
+bool SetTimeLimit(RenderSettings& s, const std::string& value, std::string& error) {
+  float seconds;
+  if (!ParseFloat(value, seconds) || !(seconds > 0.0f)) {
+    error = "needs a number of seconds above 0";
+    return false;
+  }
+  s.timeLimit = seconds;
+  return true;
+}
+
 struct OptionSpec {
   bool takesValue;
   Setter set;
@@ -109,7 +119,10 @@ const std::map<std::string, OptionSpec>& OptionTable() {
       {"--height", {true, Integer(&RenderSettings::height, 1, MaximumPictureSide)}},
       {"--antialias", {true, SetAntialias}},
       {"--path-tracing", {false, Flag(&RenderSettings::pathTracing)}},
+      {"--photons", {false, Flag(&RenderSettings::photons)}},
+      {"--soft-shadows", {false, Flag(&RenderSettings::softShadows)}},
       {"--passes", {true, Integer(&RenderSettings::passes, 1, 1000000)}},
+      {"--time", {true, SetTimeLimit}},
       {"--checkpoints", {false, Flag(&RenderSettings::checkpoints)}},
       {"--alpha", {false, Flag(&RenderSettings::alpha)}},
       {"--cube-map", {false, Flag(&RenderSettings::cubeMap)}},
@@ -118,6 +131,7 @@ const std::map<std::string, OptionSpec>& OptionTable() {
       {"--fov", {true, SetFieldOfView}},
       {"--quiet", {false, Flag(&RenderSettings::quiet)}},
       {"-q", {false, Flag(&RenderSettings::quiet)}},
+      {"--mpi", {false, Flag(&RenderSettings::mpi)}},
       {"--help", {false, Flag(&RenderSettings::help)}},
       {"-h", {false, Flag(&RenderSettings::help)}},
       {"--version", {false, Flag(&RenderSettings::version)}},
@@ -186,7 +200,12 @@ Options:
       --height N        picture height in pixels (default 600)
       --antialias LEVEL 2^LEVEL samples per pixel, 0 to 4 (default 2)
       --path-tracing    render with the path tracer
-      --passes N        path-tracing passes (default 32)
+      --photons         light bounced between surfaces, from photon maps of
+                        the model's lights (tuned for building interiors)
+      --soft-shadows    soft shadows: light maps, or light sampling in path tracing
+      --passes N        path-tracing passes (default 32, or no limit with --time)
+      --time SECONDS    end path tracing with the pass during which this time
+                        runs out; the picture holds the last complete pass
       --checkpoints     keep a copy of the picture every 25 passes
       --alpha           keep the background transparent
       --cube-map        six pictures around the eye, FILE_px ... FILE_ny
@@ -194,6 +213,8 @@ Options:
       --target X,Y,Z    point looked at, in the model file's coordinates
       --fov DEGREES     vertical field of view (default 45)
   -q, --quiet           no progress display
+      --mpi             render on a farm: run under mpirun -np N (N >= 2),
+                        see docs/farm.md
   -h, --help            this text
       --version         the program's version
 

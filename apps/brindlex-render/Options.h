@@ -15,7 +15,10 @@ struct RenderSettings {
   std::optional<int> width, height;
   std::optional<unsigned short> antialias;
   bool pathTracing = false;
+  bool photons = false;      // photon mapping for indirect light
+  bool softShadows = false;  // --soft-shadows
   std::optional<int> passes;
+  std::optional<double> timeLimit;  // --time, seconds
   bool checkpoints = false;
   bool alpha = false;
   bool cubeMap = false;
@@ -23,6 +26,7 @@ struct RenderSettings {
   std::optional<SCENE_VERTEX_XYZ> eye, target;
   std::optional<float> fieldOfView;  // vertical, degrees
   bool quiet = false;
+  bool mpi = false;  // --mpi: one process of a render farm under mpirun
   bool help = false;
   bool version = false;
 };
@@ -33,6 +37,9 @@ constexpr int DefaultHeight = 600;
 // Path-tracing passes when --passes is not given: enough for a picture
 // whose noise no longer draws the eye, on an ordinary machine in minutes.
 constexpr int DefaultPasses = 32;
+// Passes when a time limit is given and no number of passes: the time
+// alone ends the render.
+constexpr int UnlimitedPasses = 2147483647;
 // The engine keeps the output size in 16-bit fields and file names in 260
 // characters with the terminating zero.
 constexpr int MaximumPictureSide = 32767;

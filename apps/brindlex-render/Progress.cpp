@@ -4,6 +4,8 @@
 #include <cmath>
 #include <cstdio>
 
+#include "SWShadowMap.h"
+
 namespace {
 // A terminal line is rewritten at most this often, in seconds: faster only
 // costs the render time.
@@ -23,6 +25,8 @@ double ProgressDisplay::SteadyClock() {
 
 void ProgressDisplay::Receive(unsigned message, WPARAM wParam, LPARAM lParam) {
   std::lock_guard<std::mutex> lock(mutex);
+  if (TakePhotonMessage(message, wParam, lParam)) return;
+  if (ReceiveMapMessage(message, wParam)) return;
   switch (message) {
     case PBM_SETRANGE:
       // The range counts the blocks of one pass over every face.
@@ -50,8 +54,9 @@ void ProgressDisplay::Receive(unsigned message, WPARAM wParam, LPARAM lParam) {
 
 void ProgressDisplay::Finish() {
   std::lock_guard<std::mutex> lock(mutex);
-  if (!started || style == Style::Quiet) return;
-  Show(true);
+  EndPhotonLine();
+  if ((!started && !lineOpen) || style == Style::Quiet) return;
+  if (started) Show(true);
   if (lineOpen) out << '\n' << std::flush;
   lineOpen = false;
 }
@@ -62,7 +67,7 @@ void ProgressDisplay::Show(bool force) {
   // The engine's range rounds partial blocks at the edges down, while it
   // steps for every block: the whole is at least what is done.
   const unsigned long all = std::max(total * static_cast<unsigned long>(passes), done);
-  const std::string line = FormatLine(done, all, pass, passes, now - start);
+  const std::string line = FormatLine(done, all, pass, passes, now - start, timeLimit);
   if (style == Style::Terminal) {
     if (!force && pass == shownPass && now - lastShown < TerminalInterval) return;
     out << '\r' << line << "\x1b[K" << std::flush;
@@ -79,16 +84,66 @@ void ProgressDisplay::Show(bool force) {
 }
 
 std::string ProgressDisplay::FormatLine(unsigned long done, unsigned long total, int pass, int passes,
-                                        double elapsed) {
-  std::string line = "blocks " + std::to_string(done) + "/" + std::to_string(total);
-  if (pass > 0) line += "  pass " + std::to_string(pass) + "/" + std::to_string(passes);
-  line += "  elapsed " + FormatDuration(elapsed);
-  if (done > 0 && total > 0) {
-    const double left =
-        elapsed * static_cast<double>(total - std::min(done, total)) / static_cast<double>(done);
-    line += "  left " + FormatDuration(left);
+                                        double elapsed, double timeLimit) {
+  // Appended piece by piece: GCC 12 warns falsely of an overlap in
+  // "/" + std::to_string(...).
+  std::string line = "blocks " + std::to_string(done);
+  if (passes != UnlimitedPasses) line.append("/").append(std::to_string(total));
+  const bool measured = done > 0 && total > 0;
+  // Blocks go at an even pace, so a pass takes a pass's share of the
+  // blocks at the pace so far.
+  const double perPass = measured ? elapsed * static_cast<double>(total) / std::max(passes, 1) / done : 0.0;
+  if (pass > 0) {
+    line.append("  pass ").append(std::to_string(pass));
+    if (passes != UnlimitedPasses) line.append("/").append(std::to_string(passes));
+    if (measured) line.append("  ").append(FormatPassTime(perPass)).append("/pass");
   }
-  return line;
+  line += "  elapsed " + FormatDuration(elapsed);
+  if (!measured) return line;
+  double left = elapsed * static_cast<double>(total - std::min(done, total)) / static_cast<double>(done);
+  if (timeLimit > 0 && perPass > 0) {
+    // The pass during which the limit runs out is the last.
+    const double lastPass = std::min<double>(std::max<double>(pass, std::ceil(timeLimit / perPass)), passes);
+    left = std::max(lastPass * perPass - elapsed, 0.0);
+  }
+  return line + "  left " + FormatDuration(left);
+}
+
+std::string ProgressDisplay::FormatPassTime(double seconds) {
+  if (seconds >= 60) return FormatDuration(seconds);
+  char text[32];
+  std::snprintf(text, sizeof text, "%.1f s", seconds);
+  return text;
+}
+
+bool ProgressDisplay::ReceiveMapMessage(unsigned message, WPARAM wParam) {
+  if (message == RT_SHADOW_MAP_LIGHT_MESSAGE) {
+    ++mapLights;
+    mapTiles = static_cast<unsigned long>(wParam);
+    mapTilesDone = 0;
+  } else if (message == RT_SHADOW_MAP_TILE_MESSAGE) {
+    ++mapTilesDone;
+  } else {
+    return false;
+  }
+  if (style == Style::Quiet || started) return true;
+  const bool lightDone = mapTilesDone >= mapTiles;
+  const double now = clock();
+  const std::string line = FormatMapLine(mapLights, mapTilesDone, mapTiles);
+  if (style == Style::Terminal) {
+    if (!lightDone && mapTilesDone > 0 && now - mapShown < TerminalInterval) return true;
+    out << '\r' << line << "\x1b[K" << std::flush;
+    lineOpen = true;
+  } else if (lightDone) {
+    out << line << '\n' << std::flush;  // one line for each finished map
+  }
+  mapShown = now;
+  return true;
+}
+
+std::string ProgressDisplay::FormatMapLine(unsigned long light, unsigned long done, unsigned long total) {
+  return "shadow maps: light " + std::to_string(light) + "  tiles " + std::to_string(done) + "/" +
+         std::to_string(total);
 }
 
 std::string ProgressDisplay::FormatDuration(double seconds) {
@@ -99,4 +154,66 @@ std::string ProgressDisplay::FormatDuration(double seconds) {
   else
     std::snprintf(text, sizeof text, "%ld:%02ld", whole / 60, whole % 60);
   return text;
+}
+
+bool ProgressDisplay::TakePhotonMessage(unsigned message, WPARAM wParam, LPARAM lParam) {
+  if (message == PBM_SETRANGE32) {
+    shooting = true;
+    photonTotal = static_cast<uint64_t>(lParam);
+    photonsStored = 0;
+    shootingStart = clock();
+    shownPhotonTenth = -1;
+    shownPhotons = UINT64_MAX;
+    ShowPhotons(true);
+    return true;
+  }
+  if (!shooting) return false;
+  if (message == PBM_SETPOS) {
+    photonsStored = static_cast<uint64_t>(wParam);
+    ShowPhotons(false);
+    return true;
+  }
+  // The shadow maps' first light or the blocks' range ends the shooting;
+  // the message is theirs as well.
+  if (message == PBM_SETRANGE || message == RT_SHADOW_MAP_LIGHT_MESSAGE) EndPhotonLine();
+  return false;
+}
+
+void ProgressDisplay::ShowPhotons(bool force) {
+  if (style == Style::Quiet) return;
+  const double now = clock();
+  const std::string line = FormatPhotonLine(photonsStored, photonTotal, now - shootingStart);
+  if (style == Style::Terminal) {
+    if (!force && now - lastShown < TerminalInterval) return;
+    out << '\r' << line << "\x1b[K" << std::flush;
+    lineOpen = true;
+  } else {
+    const int tenth =
+        photonTotal ? static_cast<int>(std::min(photonsStored, photonTotal) * 10 / photonTotal) : 0;
+    if (!force && tenth == shownPhotonTenth) return;
+    out << line << '\n' << std::flush;
+    shownPhotonTenth = tenth;
+    shownPhotons = photonsStored;
+  }
+  lastShown = now;
+}
+
+// The last count stays on its own line above the blocks'.
+void ProgressDisplay::EndPhotonLine() {
+  if (!shooting) return;
+  shooting = false;
+  if (style == Style::Quiet) return;
+  if (style == Style::Lines && shownPhotons == photonsStored) return;  // already written
+  if (style == Style::Terminal)
+    out << '\r' << FormatPhotonLine(photonsStored, photonTotal, clock() - shootingStart) << "\x1b[K\n";
+  else
+    out << FormatPhotonLine(photonsStored, photonTotal, clock() - shootingStart) << '\n';
+  out << std::flush;
+  lineOpen = false;
+  lastShown = -1.0;
+}
+
+std::string ProgressDisplay::FormatPhotonLine(uint64_t stored, uint64_t total, double elapsed) {
+  return "photons " + std::to_string(stored) + "/" + std::to_string(total) + "  elapsed " +
+         FormatDuration(elapsed);
 }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <csignal>
 
 #include "BrindlexViewRTRenderEngine.h"
@@ -17,20 +18,44 @@ extern "C" void OnStopSignal(int signal) {
   stopSignal.store(signal);
 }
 
-bool ShouldStop(void*) {
-  return stopSignal.load() != 0;
+// Ends a path-traced render with the pass during which `limit` seconds of
+// passes ran out. The engine announces each pass before it traces it;
+// when the time is up by then, the render is stopped before a block of the
+// new pass is kept, and the picture on disk is the pass before.
+class PassTimeLimit {
+ public:
+  explicit PassTimeLimit(double limit) : limit(limit) {}
+  // Called at the start of pass `pass`; false when it is not to run.
+  bool StartPass(long pass) {
+    const double now =
+        std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
+    if (pass <= 1) start = now;
+    if (limit > 0 && pass > 1 && now - start >= limit) reached = true;
+    return !reached;
+  }
+  bool Reached() const { return reached.load(); }
+
+ private:
+  const double limit;
+  double start = 0;  // only the engine's host thread announces passes
+  std::atomic<bool> reached{false};
+};
+
+bool ShouldStop(void* context) {
+  const auto* limit = static_cast<const PassTimeLimit*>(context);
+  return stopSignal.load() != 0 || (limit && limit->Reached());
 }
 
-void SetUpFileOutput(RENDER_TO_FILE_INTERFACE& file, const RenderJob& job, ProgressDisplay& progress) {
+void SetUpFileOutput(RENDER_TO_FILE_INTERFACE& file, const RenderJob& job, platform::Window* progress) {
   file.SetRenderToFile(true);
   file.SetRenderToFileResolution(static_cast<short>(job.width), static_cast<short>(job.height));
   file.SetRenderToFileName(job.output.c_str());
   file.SetRenderToFileBackgroundAlpha(job.alpha);
   file.SetRenderToFileCubeMap(job.cubeMap);
   if (job.cubeMap) file.SetRenderToFileCubeMapNames(job.cubeMapNames.data());
-  file.SetRenderToFileCubeMapProgressBar(progress.Window());
+  file.SetRenderToFileCubeMapProgressBar(progress);
   file.SetRenderToFileNumberPathTracingPasses(job.passes);
-  file.SetRenderToFilePathTracingProgressWindowParams(progress.Window(), ProgressDisplay::PassMessage, 0);
+  file.SetRenderToFilePathTracingProgressWindowParams(progress, ProgressDisplay::PassMessage, 0);
   file.SetRenderToFileSavePathTracingCheckpoints(job.checkpoints);
 }
 
@@ -79,7 +104,14 @@ int RunRender(HostScene& host, const RenderJob& job, ProgressDisplay& progress, 
     message = "not enough memory to start the render engine";
     return ExitNotWritten;
   }
-  engine->SetShouldAbortRenderFunction(ShouldStop, nullptr);
+  PassTimeLimit timeLimit(job.timeLimit);
+  engine->SetShouldAbortRenderFunction(ShouldStop, &timeLimit);
+  // The engine's messages go to the display, but for the announcement of
+  // a pass that the time limit stops.
+  platform::MessageWindow messages([&](unsigned message, WPARAM wParam, LPARAM lParam) {
+    if (message == ProgressDisplay::PassMessage && !timeLimit.StartPass(static_cast<long>(lParam))) return;
+    progress.Receive(message, wParam, lParam);
+  });
   // Texture names are relative to the texture directory; colour maps lie in
   // it directly, height pictures for relief in "bump" and transparency masks
   // in "mask" below it. The last two folders are the host's own and unused.
@@ -88,7 +120,7 @@ int RunRender(HostScene& host, const RenderJob& job, ProgressDisplay& progress, 
   unsigned int frameHeight = std::min<unsigned int>(job.height, MaximumFrameSide);
   engine->ResizeClientArea(&frameWidth, &frameHeight);
   RENDER_TO_FILE_INTERFACE& file = *engine->GetRenderToFileInterface();
-  SetUpFileOutput(file, job, progress);
+  SetUpFileOutput(file, job, &messages);
 
   ENVIRONMENT_3D_VIEW& view = host.View();
   engine->UpdateFrame(&host.Project(), &view, &host.Graph(), &host.Lights(), host.HorizonNode(),

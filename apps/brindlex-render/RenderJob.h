@@ -15,6 +15,7 @@ struct RenderJob {
   int width = 0, height = 0;
   // Passes when the view's options ask for path tracing.
   int passes = 1;
+  double timeLimit = 0;  // seconds; 0: no limit
   bool checkpoints = false;
   bool alpha = false;
   bool cubeMap = false;

@@ -5,6 +5,7 @@
 
 #include "DemoScene.h"
 #include "ModelImport.h"
+#include "PhotonSettings.h"
 #include "SceneFile.h"
 
 namespace {
@@ -75,15 +76,37 @@ bool AssembleScene(const RenderSettings& settings, double aspect, HostScene& hos
   } else if (!LoadModels(models, host, camera, error)) {
     return false;
   }
+  if (settings.photons) UseInteriorPhotonMapping(host);
+  // Hard shadow rays unless the scene file or --soft-shadows asks for more.
+  host.Options().SetRayTracedSoftShadows(false);
   if (!ApplyScene(scene, host, error)) {
     error = settings.sceneFile + ": " + error;
     return false;
   }
   PlaceCamera(settings, scene.camera, camera, host, aspect);
   if (settings.pathTracing) host.Options().SetPathTracing(true);
+  if (settings.photons) host.Options().SetPhotonMapping(true);
+  if (settings.softShadows) host.Options().SetRayTracedSoftShadows(true);
   if (settings.antialias) {
     host.Options().SetAntiAliasing(*settings.antialias > 0);
     host.Options().SetAntialiasingLevel(*settings.antialias);
+  }
+  return true;
+}
+
+bool TakeSceneRenderLimits(RenderSettings& settings, std::string& error) {
+  if (!settings.sceneFile.empty()) {
+    SceneDescription scene;
+    if (!ReadSceneFile(settings.sceneFile, scene, error)) {
+      error = settings.sceneFile + ": " + error;
+      return false;
+    }
+    if (!settings.passes) settings.passes = scene.passes;
+    if (!settings.timeLimit) settings.timeLimit = scene.timeLimit;
+  }
+  if (settings.timeLimit && settings.cubeMap) {
+    error = "a time limit does not work with --cube-map";
+    return false;
   }
   return true;
 }
@@ -97,7 +120,8 @@ RenderJob MakeJob(const RenderSettings& settings) {
     job.width = job.height = settings.width.value_or(settings.height.value_or(0));  // faces are square
   else if (settings.cubeMap && !settings.width)
     job.width = job.height = DefaultHeight;
-  job.passes = settings.passes.value_or(DefaultPasses);
+  job.passes = settings.passes.value_or(settings.timeLimit ? UnlimitedPasses : DefaultPasses);
+  job.timeLimit = settings.timeLimit.value_or(0.0);
   job.checkpoints = settings.checkpoints;
   job.alpha = settings.alpha;
   job.cubeMap = settings.cubeMap;

@@ -14,5 +14,11 @@
 // height). False with a one-line reason in `error`.
 bool AssembleScene(const RenderSettings& settings, double aspect, HostScene& host, std::string& error);
 
+// Takes the path-tracing passes and time limit of the scene file where the
+// command line gives none. False with a one-line reason in `error` for a
+// scene file that can't be read, or a time limit on a cube map, whose six
+// faces run their passes one after the other.
+bool TakeSceneRenderLimits(RenderSettings& settings, std::string& error);
+
 // The picture files, size and passes that the settings ask for.
 RenderJob MakeJob(const RenderSettings& settings);

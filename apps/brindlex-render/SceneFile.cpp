@@ -169,6 +169,9 @@ void SceneParser::Parse(const json& document) {
     for (const auto& item : v->items())
       scene.materials.emplace_back(item.key(), Material(item.value(), "materials." + item.key()));
   }
+  scene.passes = top.Integer("passes", 1, 1000000);
+  scene.timeLimit = top.Number("time");
+  if (scene.timeLimit && !(*scene.timeLimit > 0.0)) ObjectReader::Fail("time", "must be above 0");
   top.Finish();
 }
 

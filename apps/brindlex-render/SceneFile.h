@@ -48,6 +48,9 @@ struct SceneDescription {
   std::optional<SceneHorizon> horizon;
   std::vector<std::string> rotateToCamera;
   std::vector<std::pair<std::string, MaterialSettings>> materials;
+  // Path-tracing passes, and the time limit in seconds.
+  std::optional<int> passes;
+  std::optional<double> timeLimit;
 };
 
 // Reads and checks a scene file. Relative file names in it are taken from

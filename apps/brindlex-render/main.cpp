@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "Farm.h"
 #include "Options.h"
 #include "Progress.h"
 #include "RenderJob.h"
@@ -24,6 +25,11 @@ int Run(const std::vector<std::string>& arguments) {
   if (!ParseOptions(arguments, settings, error)) return Fail(error + " (see --help)", ExitBadInput);
   if (settings.help) return std::cout << UsageText(), ExitDone;
   if (settings.version) return std::cout << "brindlex-render " BRINDLEX_VERSION "\n", ExitDone;
+  if (!TakeSceneRenderLimits(settings, error)) return Fail(error, ExitBadInput);
+  if (settings.mpi) {
+    const int code = RunFarm(settings, error);
+    return code == ExitDone || error.empty() ? code : Fail(error, code);
+  }
   const RenderJob job = MakeJob(settings);
   HostScene host;
   if (!AssembleScene(settings, static_cast<double>(job.width) / job.height, host, error))
@@ -35,12 +41,8 @@ int Run(const std::vector<std::string>& arguments) {
   if (!settings.quiet)
     std::cerr << "Rendering " << job.output << " (" << job.width << " x " << job.height << ", "
               << host.TriangleCount() << " triangles" << (pathTracing ? ", path tracing" : "") << ")\n";
-  // The engine runs the passes, files and checkpoints of path tracing, but
-  // its path tracer itself is not built yet: say so rather than hand over a
-  // black picture without a word.
-  if (pathTracing && !settings.quiet)
-    std::cerr << "brindlex-render: note: this engine has no path tracer yet; path-traced passes stay black\n";
   ProgressDisplay progress(std::cerr, style, pathTracing ? job.passes : 1);
+  if (pathTracing) progress.SetTimeLimit(job.timeLimit);
   InstallStopHandler();
   const int code = RunRender(host, job, progress, error);
   return code == ExitDone ? code : Fail(error, code);

@@ -3,12 +3,12 @@
 bool RT_RENDER_ENGINE::IntersectSWGeometry(const SCENE_VERTEX_XYZ_64& origin,
                                            const SCENE_VERTEX_XYZ_64& direction,
                                            const SCENE_VERTEX_XYZ_64& inverseDirection,
-                                           SWRayIntersectionResult& result) const {
+                                           SWRayIntersectionResult& result, const double* reach) const {
   if (!kdTrees) return false;
-  bool hit = kdTrees[0].Intersect(origin, direction, inverseDirection, result);
+  bool hit = kdTrees[0].Intersect(origin, direction, inverseDirection, result, reach);
   if (hit) result.treeIndex = 0;
   SWRayIntersectionResult rotated{};
-  if (!kdTrees[1].Intersect(origin, direction, inverseDirection, rotated)) return hit;
+  if (!kdTrees[1].Intersect(origin, direction, inverseDirection, rotated, reach)) return hit;
   // At equal distance the ordinary geometry stays.
   if (!hit || result.distance > rotated.distance) {
     result = rotated;

@@ -96,9 +96,12 @@ class KDTree {
 
   // Traversal
   // The nearest triangle on the ray, from both sides, into `result`; false on
-  // a miss. A miss before the walk leaves `result` as it was.
+  // a miss. A miss before the walk leaves `result` as it was. With
+  // `reach`, nodes beyond that distance are not visited: every hit within
+  // it is still found, and a hit beyond it may or may not be.
   bool Intersect(const SCENE_VERTEX_XYZ_64& origin, const SCENE_VERTEX_XYZ_64& direction,
-                 const SCENE_VERTEX_XYZ_64& inverseDirection, SWRayIntersectionResult& result) const;
+                 const SCENE_VERTEX_XYZ_64& inverseDirection, SWRayIntersectionResult& result,
+                 const double* reach = nullptr) const;
   // Clips the ray to the tree's box; `startNear`, `startFar` may narrow the
   // start interval. False on a miss or a null direction.
   bool IntersectBounds(const SCENE_VERTEX_XYZ_64& origin, const SCENE_VERTEX_XYZ_64& direction,

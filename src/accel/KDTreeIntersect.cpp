@@ -288,11 +288,12 @@ bool KDTree::IntersectLeaf(const KDNode& leaf, const SCENE_VERTEX_XYZ_64& origin
 }
 
 bool KDTree::Intersect(const SCENE_VERTEX_XYZ_64& origin, const SCENE_VERTEX_XYZ_64& direction,
-                       const SCENE_VERTEX_XYZ_64& inverseDirection, SWRayIntersectionResult& result) const {
+                       const SCENE_VERTEX_XYZ_64& inverseDirection, SWRayIntersectionResult& result,
+                       const double* reach) const {
   try {
     if (nodes.empty()) return false;
     double tNear = 0.0, tFar = 0.0;
-    if (!IntersectBounds(origin, direction, inverseDirection, tNear, tFar)) return false;
+    if (!IntersectBounds(origin, direction, inverseDirection, tNear, tFar, nullptr, reach)) return false;
     const Ray ray = MakeRay(origin, direction, inverseDirection);
     result.distance = kLargest;
     result.triangleIndex = 0;

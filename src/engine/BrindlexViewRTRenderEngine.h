@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cstdint>
 #include <deque>
+#include <initializer_list>
 #include <map>
 #include <memory>
 #include <set>
@@ -144,25 +145,43 @@ class RT_RENDER_ENGINE : public RT_RENDER_ENGINE_BASE, public RENDER_PROGRESS_IN
 
   // Scene update (src/scene/Update*.cpp)
   // The ordinary or the rotate-to-camera walk into its mesh table, then the
-  // build of its tree on the workers.
+  // build of its tree on the workers. `lightProjectionType` given: the
+  // rotate pass of a light's camera, of that projection type.
   void BuildGeometryPass(int pass, ENVIRONMENT_3D_VIEW* view, SCENE_GRAPH_NODE_INTERFACE* root,
                          const SCENE_GRAPH_NODE_INTERFACE* horizonNode, const char* horizonMaterialID,
-                         const SCENE_MATRIX* viewMatrix);
+                         const SCENE_MATRIX* viewMatrix, const int* lightProjectionType = nullptr);
   // Brings the texture table in line with the materials: keeps what is still
   // used, loads what is new, frees the rest. Polls abort into `aborted`.
   void UpdateTextures(const MODE_RENDER_OPTIONS& options, bool& aborted);
-  // Decides which lights keep shadow maps and marks the others dirty.
-  // Returns whether shadow work turned the rotate-to-camera pair away.
-  bool UpdateShadowMaps(const MODE_RENDER_OPTIONS& options, const SCENE_CAMERA_INFO& camera, bool& aborted);
+  // Decides which lights keep shadow maps, marks the others dirty and draws
+  // the dirty ones. Returns whether shadow work turned the rotate-to-camera
+  // pair away.
+  bool UpdateShadowMaps(ENVIRONMENT_3D_VIEW* view, SCENE_GRAPH* sceneGraph, const MODE_RENDER_OPTIONS& options,
+                        const SCENE_CAMERA_INFO& camera, bool& aborted);
   void PollAbort(bool& aborted) const {
     if (ShouldAbort()) aborted = true;
   }
 
   // Ray queries and photon store (src/accel, src/photons)
   // The nearest hit of both trees; true if any triangle was hit.
+  // With `reach`, only hits within that distance are sure to be found.
   bool IntersectSWGeometry(const SCENE_VERTEX_XYZ_64& origin, const SCENE_VERTEX_XYZ_64& direction,
-                           const SCENE_VERTEX_XYZ_64& inverseDirection,
-                           SWRayIntersectionResult& result) const;
+                           const SCENE_VERTEX_XYZ_64& inverseDirection, SWRayIntersectionResult& result,
+                           const double* reach = nullptr) const;
+
+  // Photon shooting (src/photons)
+  // Fills directPhotons and indirectPhotons on the workers and builds both
+  // photon maps from them; blocks until the shooting is done or aborted.
+  void GenerateSWPhotonMap(ENVIRONMENT_3D_VIEW* view, const MODE_RENDER_OPTIONS* options);
+  // One worker's share: shoots photons until both lists are full, the scene
+  // gives back too few, or `abort` is set (which an abort poll here sets).
+  void ShootSWPhotonsThread(SWRT_SHOOT_PHOTONS_THREAD_DATA& data, bool& abort);
+  // Follows one photon that met `result` from surface to surface, storing a
+  // record at each surface that takes it.
+  void ProcessPhotonIntersectionThread(SWRT_SHOOT_PHOTONS_THREAD_DATA& data, bool hit,
+                                       SWRayIntersectionResult result, SCENE_VERTEX_XYZ_64& origin,
+                                       SCENE_VERTEX_XYZ_64& direction, SCENE_VERTEX_XYZ_64& inverseDirection,
+                                       SCENE_VERTEX_XYZ_64& energy, uint32_t bounce);
 
   // Textures (src/textures)
   // One filtered colour of row `textureId` of `textures` at (u, v); the
@@ -263,6 +282,48 @@ class RT_RENDER_ENGINE : public RT_RENDER_ENGINE_BASE, public RENDER_PROGRESS_IN
   };
   BlockerKind ClassifyBlocker(const SWRayIntersectionResult& hit) const;
 
+  // Shadow maps (src/shadows)
+  // Draws the map of a dirty light and takes it out of dirtyShadowLights;
+  // on an abort the light stays dirty. Blocks until the map is finished.
+  void GenerateSWShadowmap(int lightNumber, ENVIRONMENT_3D_VIEW* view, SCENE_GRAPH* sceneGraph,
+                           const MODE_RENDER_OPTIONS* options);
+  // The value of one map pixel from its ray: the depth halfway between the
+  // first two surfaces that block the light, and its square.
+  void ProcessShadowmapPixel(bool hit, const SWRayIntersectionResult& result, PixelRaySample& sample,
+                             SW_PIXEL_G64R64F& pixel, bool haveFirstDepth, double firstDepth,
+                             const RTRendererLight* light, uint32_t level, uint32_t reserved) const;
+
+ private:
+  // The work kinds of the maps: whether a tile has what it needs, a tile of
+  // rays, and a tile of the filter. An abort leaves the map's tile alone.
+  bool ShadowMapJobCanRun(const SWRT_RENDER_THREAD_DATA& data) const;
+  void RenderShadowMapTile(const SWRT_RENDER_THREAD_DATA& data, bool& abort) const;
+  void FilterShadowMapTile(const SWRT_RENDER_THREAD_DATA& data, bool& abort) const;
+  // One light's map by its type: a camera at the light, the rotate-to-camera
+  // geometry turned towards it, the tiles, the filter.
+  void RenderSWPointShadowmap(int lightNumber, ENVIRONMENT_3D_VIEW* view, SCENE_GRAPH* sceneGraph,
+                              const MODE_RENDER_OPTIONS* options);
+  void RenderSWSpotShadowmap(int lightNumber, ENVIRONMENT_3D_VIEW* view, SCENE_GRAPH* sceneGraph,
+                             const MODE_RENDER_OPTIONS* options);
+  void RenderSWDirectShadowmap(int lightNumber, ENVIRONMENT_3D_VIEW* view, SCENE_GRAPH* sceneGraph,
+                               const MODE_RENDER_OPTIONS* options);
+  void RenderSWAreaShadowmap(int lightNumber, ENVIRONMENT_3D_VIEW* view, SCENE_GRAPH* sceneGraph,
+                             const MODE_RENDER_OPTIONS* options);
+  // The flat maps' one procedure after their framing.
+  void RenderSWFlatShadowmap(int lightNumber, ENVIRONMENT_3D_VIEW* view, SCENE_GRAPH* sceneGraph,
+                             const MODE_RENDER_OPTIONS* options, int lightType);
+  // Turns the rotate-to-camera geometry towards the light's view, queues
+  // the tiles of `kind` over the map of `tile` and waits for them.
+  void TraceShadowMapView(SCENE_GRAPH_NODE_INTERFACE* root, const SCENE_MATRIX_64& lightView,
+                          const SCENE_MATRIX_64& lightProjection, int projectionType,
+                          SWRT_RENDER_THREAD_DATA tile);
+  // Queues the tiles of a map of width x height, each with every kind of
+  // `kinds` in turn, and waits for them.
+  void RunShadowMapTiles(const SWRT_RENDER_THREAD_DATA& tile, int width, int height,
+                         std::initializer_list<uint16_t> kinds);
+
+ public:
+
  private:
   // The walk behind both shadow tests. With `target` the ray aims at it
   // anew from each surface stepped through and a blocker must lie before
@@ -324,6 +385,16 @@ class RT_RENDER_ENGINE : public RT_RENDER_ENGINE_BASE, public RENDER_PROGRESS_IN
   // One call of ShadePixel on a hit: its arguments, the surface and the
   // per-ray values worked out on demand (src/shading/ShadingGroup.h).
   struct ShadingGroup;
+  // The path tracer's shader: follows the one ray of `sample`, which met
+  // `result` when `hit`, choosing at random at each hit whether it passes
+  // through, mirrors or is shaded with one diffuse bounce, and returns its
+  // colour, alpha included. `generator` draws every choice of the path;
+  // `bounceCount` and `depth` are 0 for a camera ray. Sets `abort` when
+  // the abort function asks for it, and never clears it.
+  SCENE_VERTEX_XYZW PathTrace(ENVIRONMENT_3D_VIEW* view, const MODE_RENDER_OPTIONS* options, bool hit,
+                              const SWRayIntersectionResult& result, const PixelRaySample& sample,
+                              RT_RANDOM_NUMBER_GENERATOR& generator, float nearDistance, float farDistance,
+                              uint32_t bounceCount, uint32_t depth, bool& abort);
 
  private:
   friend class ShadingTestAccess;

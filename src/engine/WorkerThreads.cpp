@@ -138,7 +138,8 @@ void RT_RENDER_ENGINE::RunWorkItem(const WorkItem& item, bool& abort) {
       break;
     }
     case RT_JOB_SHOOT_PHOTONS:
-      break;  // shooting joins with photon mapping
+      ShootSWPhotonsThread(*static_cast<SWRT_SHOOT_PHOTONS_THREAD_DATA*>(item.payload), abort);
+      break;
     default:
       return;
   }
@@ -149,7 +150,7 @@ bool RT_RENDER_ENGINE::RenderJobCanRun(const SWRT_RENDER_THREAD_DATA& data) cons
   uint16_t kind = data.workKind;
   if (kind == RT_WORK_RAYTRACE_BLOCK || kind > RT_WORK_DISTRIBUTED) return kdTrees != nullptr;
   if (kind == RT_WORK_DISTRIBUTED) return distributedServer && kdTrees;
-  return false;
+  return ShadowMapJobCanRun(data);
 }
 
 void RT_RENDER_ENGINE::RunRenderJob(SWRT_RENDER_THREAD_DATA& data, bool& abort) {
@@ -163,6 +164,10 @@ void RT_RENDER_ENGINE::RunRenderJob(SWRT_RENDER_THREAD_DATA& data, bool& abort) 
     if (!RaytraceBlock(&data, nullptr, 0) && ShouldAbort()) abort = true;
   } else if (data.workKind == RT_WORK_DISTRIBUTED) {
     RunDistributedJob(data, abort);
+  } else if (data.workKind == RT_WORK_SHADOWMAP_FILTER || data.workKind >= RT_WORK_CUBE_SHADOWMAP_FILTER) {
+    FilterShadowMapTile(data, abort);
+  } else {
+    RenderShadowMapTile(data, abort);
   }
 }
 

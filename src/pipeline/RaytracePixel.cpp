@@ -1,8 +1,10 @@
 // One pixel: its rays are built and intersected, then shaded in groups
-// that hit the same triangle, and averaged into the pixel's colour.
+// that hit the same triangle, or each along its own path, and averaged into
+// the pixel's colour.
 #include "BrindlexViewModel.h"
 #include "BrindlexViewRTRenderEngine.h"
 #include "PixelRayGroups.h"
+#include "RandomNumberGenerator.h"
 
 namespace {
 // An unweighted box average; alpha is averaged with the colour, so a pixel
@@ -46,11 +48,14 @@ bool RT_RENDER_ENGINE::RaytracePixel(SWRT_RENDER_THREAD_DATA* data, unsigned int
     };
     ShadeRayGroups(hits, rays.count, rays, abort, shade, [this] { return ShouldAbort(); });
   } else {
-    // Each ray follows its own path, with one random generator for the
-    // pixel, once path tracing joins here; until then the ray keeps its
-    // colour of 0.
-    for (unsigned int i = 0; i < rays.count && !abort; ++i)
-      if (ShouldAbort()) abort = true;
+    // Each ray follows its own path; one generator serves the pixel.
+    RT_RANDOM_NUMBER_GENERATOR generator(true, 0);
+    for (unsigned int i = 0; i < rays.count && !abort; ++i) {
+      bool stop = abort;
+      rays.rays[i].color = PathTrace(data->view, data->options, hits[i].hit, hits[i].result, rays.rays[i],
+                                     generator, data->nearDistance, data->farDistance, 0, 0, stop);
+      if (ShouldAbort() || stop) abort = true;
+    }
   }
   if (abort) return false;
   color = AverageColor(rays);

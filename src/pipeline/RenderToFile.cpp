@@ -14,6 +14,7 @@
 #include "FrameBufferGuard.h"
 #include "Gdi.h"
 #include "GdiPlus.h"
+#include "PictureSave.h"
 #include "RenderOptions.h"
 #include "Window.h"
 #include "brindlexutil.h"
@@ -33,7 +34,6 @@ struct RT_RENDER_ENGINE::FileRenderTarget {
 namespace {
 constexpr uint32_t ProgressBlockSize = 32;
 constexpr int CubeFaces = 6;
-constexpr uint64_t CheckpointInterval = 25;
 
 // The camera's eye in the world, where y has the opposite sign; the origin
 // when the view gives no camera.
@@ -65,34 +65,6 @@ bool PassesDone(uint64_t nextPass, int32_t passes) {
   return passes < 0 || nextPass > static_cast<uint64_t>(passes);
 }
 
-// Copies the picture file `name` after pass `pass` into the "CheckPoint"
-// folder beside it, as <leaf>_<pass><extension>; an older copy of the same
-// pass is overwritten. A name without a folder gets no checkpoint.
-void SaveCheckpoint(const char* name, uint64_t pass) {
-  if (!FileExists(name)) return;
-  const char* separator = std::strrchr(name, '/');
-  if (!separator) return;
-  const std::string leaf(separator + 1);
-  std::string folder(name, separator + 1);
-  folder += "CheckPoint";
-  CreateDirectoryA(folder.c_str(), nullptr);  // fails harmlessly when it exists
-  // Room for the separator AppendBackSlash may add, and its zero.
-  folder.append(2, '\0');
-  AppendBackSlash(folder.data());
-  folder.resize(std::strlen(folder.c_str()));
-  // The extension is cut only from the leaf: a dot in a folder's name
-  // (/renders/v1.2/view) is not an extension, and the leaf keeps its whole
-  // name before "_<pass>".
-  const size_t dot = leaf.rfind('.');
-  std::string path = folder + leaf.substr(0, dot) + '_';
-  // Passes are at most the host's int count, so they fit the 10 digits
-  // that "%i" gives.
-  char digits[11] = {};
-  std::snprintf(digits, sizeof digits, "%i", static_cast<int>(pass));
-  path += digits;
-  if (dot != std::string::npos) path += leaf.substr(dot);
-  CopyFileA(name, path.c_str(), false);
-}
 }  // namespace
 
 void RT_RENDER_ENGINE::RenderToPictureFile(ENVIRONMENT_3D_VIEW* view, SCENE_GRAPH* scene,

@@ -1,12 +1,11 @@
-// The picture file of a render to file. The extension chooses the encoder,
-// and the platform writes through a temporary name, so a failed save never
-// leaves a broken picture where the last good one stood.
+// The picture file of a render to file.
 #include <memory>
 #include <new>
 
 #include "BrindlexTexture.h"
 #include "BrindlexViewRTRenderEngine.h"
 #include "GdiPlus.h"
+#include "PictureSave.h"
 #include "TextConversion.h"
 #include "brindlexutil.h"
 
@@ -22,24 +21,23 @@ bool EncoderForName(const char* name, Gdiplus::CLSID& encoder) {
 }
 }  // namespace
 
-int RT_RENDER_ENGINE::SaveToFile(const char* name, Gdiplus::Bitmap& bitmap) {
-  if (!name) {
-    renderToFileStatus = 1;
-    return renderToFileStatus;
-  }
+int SavePicture(const char* name, Gdiplus::Bitmap& bitmap) {
+  if (!name) return 1;
   const int length = MultiByteToWideChar(CP_ACP, 0, name, -1, nullptr, 0);
-  if (length == 0) {
-    renderToFileStatus = 1;
-    return renderToFileStatus;
-  }
+  if (length == 0) return 1;
   std::unique_ptr<wchar_t[]> wideName(new (std::nothrow) wchar_t[size_t(length)]);
-  if (!wideName) {
-    renderToFileStatus = 2;
-    return renderToFileStatus;
-  }
+  if (!wideName) return 2;
   Gdiplus::CLSID encoder{};
   if (MultiByteToWideChar(CP_ACP, 0, name, -1, wideName.get(), length) == 0 ||
       !EncoderForName(name, encoder) || bitmap.Save(wideName.get(), &encoder, nullptr) != Gdiplus::Ok)
-    renderToFileStatus = 1;
+    return 1;
+  return 0;
+}
+
+int RT_RENDER_ENGINE::SaveToFile(const char* name, Gdiplus::Bitmap& bitmap) {
+  // A successful save leaves the status as it was: a failure in an earlier
+  // pass stays reported.
+  const int status = SavePicture(name, bitmap);
+  if (status != 0) renderToFileStatus = status;
   return renderToFileStatus;
 }

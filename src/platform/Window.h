@@ -18,6 +18,9 @@ constexpr unsigned PBM_SETRANGE = 0x401;
 constexpr unsigned PBM_SETPOS = 0x402;
 constexpr unsigned PBM_SETSTEP = 0x404;
 constexpr unsigned PBM_STEPIT = 0x405;
+// A range of 32 bits, low limit in wParam and high limit in lParam: the
+// photons to be stored when the maps are shot.
+constexpr unsigned PBM_SETRANGE32 = 0x406;
 
 // Packs two 16-bit words into a message parameter; each word is cut to its
 // low 16 bits, as a progress-bar range has no room for more.

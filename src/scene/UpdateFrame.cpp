@@ -6,6 +6,7 @@
 #include "BrindlexViewModel.h"
 #include "BrindlexViewRTRenderEngine.h"
 #include "CameraPosition.h"
+#include "PhotonMapWanted.h"
 #include "SceneGraphTraversal.h"
 #include "brindlexutil.h"
 
@@ -39,6 +40,7 @@ void RT_RENDER_ENGINE::UpdateFrame(ENVIRONMENT_3D_PROJECT* project, ENVIRONMENT_
     MODE_RENDER_OPTIONS options;
     view->GetCurrentRenderOptions(project, options);
     bool rotateStale = true;
+    bool photonsShot = false;  // for the default lights at this camera
     SCENE_MATRIX viewMatrix;
     CalculateModelViewMatrix(&viewMatrix, &camera);
 
@@ -64,10 +66,16 @@ void RT_RENDER_ENGINE::UpdateFrame(ENVIRONMENT_3D_PROJECT* project, ENVIRONMENT_
 
       if (options.DoLighting() && !options.DoCustomLighting() && defaultLights && !aborted)
         SetDefaultLights(camera);
-      // Photon shooting joins here; until then the lists are emptied, as
-      // for a frame that shoots none.
-      directPhotons.clear();
-      indirectPhotons.clear();
+      // The default lights shoot only under a roof, where they alone leave
+      // the rooms dark.
+      const bool coverPhotons = !options.DoCustomLighting() && engineFlags.IsSet(CameraUnderCover);
+      if ((!aborted && CustomLightPhotonsWanted(options)) || coverPhotons) {
+        GenerateSWPhotonMap(view, &options);
+        photonsShot = coverPhotons;
+      } else {
+        directPhotons.clear();
+        indirectPhotons.clear();
+      }
       if (defaultLights) {
         dirtyShadowLights.insert(int32_t{defaultLights[0].number});
         dirtyShadowLights.insert(int32_t{defaultLights[1].number});
@@ -81,9 +89,13 @@ void RT_RENDER_ENGINE::UpdateFrame(ENVIRONMENT_3D_PROJECT* project, ENVIRONMENT_
 
     if (!aborted && options.DoLighting() && !options.DoCustomLighting() && defaultLights) {
       FollowCameraWithDefaultLight(camera);
+      // The lights of a full rebuild stand at the camera already: the maps
+      // it shot for them are fresh.
       if (!engineFlags.IsSet(CameraUnderCover)) {
         directPhotons.clear();
         indirectPhotons.clear();
+      } else if (!photonsShot) {
+        GenerateSWPhotonMap(view, &options);
       }
       PollAbort(aborted);
     }
@@ -91,7 +103,7 @@ void RT_RENDER_ENGINE::UpdateFrame(ENVIRONMENT_3D_PROJECT* project, ENVIRONMENT_
       SetHeadlight(options, camera);
       PollAbort(aborted);
     }
-    if (UpdateShadowMaps(options, camera, aborted)) rotateStale = true;
+    if (UpdateShadowMaps(view, sceneGraph, options, camera, aborted)) rotateStale = true;
 
     if (rotateStale) {
       kdTrees[1].Clear();
@@ -107,10 +119,15 @@ void RT_RENDER_ENGINE::UpdateFrame(ENVIRONMENT_3D_PROJECT* project, ENVIRONMENT_
 void RT_RENDER_ENGINE::BuildGeometryPass(int pass, ENVIRONMENT_3D_VIEW* view,
                                          SCENE_GRAPH_NODE_INTERFACE* root,
                                          const SCENE_GRAPH_NODE_INTERFACE* horizonNode,
-                                         const char* horizonMaterialID, const SCENE_MATRIX* viewMatrix) {
+                                         const char* horizonMaterialID, const SCENE_MATRIX* viewMatrix,
+                                         const int* lightProjectionType) {
+  // A light's pass turns the geometry towards the light's camera and
+  // leaves the scene box alone.
+  const bool lightPass = lightProjectionType != nullptr;
   SceneGraphTraversalInitializeSWMeshes traversal(
       &meshTables[pass], &materialRoots, &swMaterials, &materialIndexByNode, horizonNode, horizonMaterialID,
-      pass == 1, viewMatrix, view->GetProjectionType(), &sceneMin, &sceneMax, root);
+      pass == 1, viewMatrix, lightPass ? *lightProjectionType : view->GetProjectionType(),
+      lightPass ? nullptr : &sceneMin, lightPass ? nullptr : &sceneMax, root);
   TraverseSceneGraph(root, &traversal);
   kdTrees[pass].Build(&meshTables[pass], workQueue, queueLock, renderThreads, wakeSemaphore, doneSemaphore,
                       shouldAbortFunction, shouldAbortContext);

@@ -1,8 +1,7 @@
 // Which lights hold shadow maps. With default lighting only the second
 // default light has one; with custom lighting every qualifying light, or
-// the nearest eight of them and light 0. Drawing a map joins here with
-// shadow-map rendering; until then this keeps the books: the dirty set, the
-// map tables and the flags.
+// the nearest eight of them and light 0. Only dirty lights are drawn, so a
+// camera move redraws none.
 #include <algorithm>
 #include <map>
 #include <vector>
@@ -61,7 +60,8 @@ std::vector<size_t> NearestRows(const std::map<size_t, double>& distances) {
 }
 }  // namespace
 
-bool RT_RENDER_ENGINE::UpdateShadowMaps(const MODE_RENDER_OPTIONS& options, const SCENE_CAMERA_INFO& camera,
+bool RT_RENDER_ENGINE::UpdateShadowMaps(ENVIRONMENT_3D_VIEW* view, SCENE_GRAPH* sceneGraph,
+                                        const MODE_RENDER_OPTIONS& options, const SCENE_CAMERA_INFO& camera,
                                         bool& aborted) {
   const bool custom = options.DoCustomLighting();
   const bool wanted = !aborted && options.DisplayFaces() && options.DoLighting() && lightTable &&
@@ -80,7 +80,8 @@ bool RT_RENDER_ENGINE::UpdateShadowMaps(const MODE_RENDER_OPTIONS& options, cons
       DeleteAllMaps(shadowMapsCube, shadowMapIndexCube, dirtyShadowLights);
       engineFlags.Set(DefaultLightShadows);
     }
-    return true;  // the map of default light 1 is drawn from its point of view
+    GenerateSWShadowmap(defaultLights[1].number, view, sceneGraph, &options);
+    return true;
   }
 
   if (engineFlags.IsSet(DefaultLightShadows)) {
@@ -102,7 +103,10 @@ bool RT_RENDER_ENGINE::UpdateShadowMaps(const MODE_RENDER_OPTIONS& options, cons
   if (options.ShouldCalculateAllShadows()) {
     bool drawn = false;
     for (size_t row = 0; row < lights.size() && !aborted; ++row) {
-      drawn = drawn || Qualifies(lights[row], options);
+      if (Qualifies(lights[row], options)) {
+        drawn = true;
+        GenerateSWShadowmap(lights[row]->number, view, sceneGraph, &options);
+      }
       PollAbort(aborted);
     }
     return drawn;
@@ -112,8 +116,9 @@ bool RT_RENDER_ENGINE::UpdateShadowMaps(const MODE_RENDER_OPTIONS& options, cons
   for (size_t row = 0; row < lights.size(); ++row)
     if (Qualifies(lights[row], options))
       distances[row] = Distance(&lights[row]->definition.position, &camera.eye);
+  const std::vector<size_t> chosen = NearestRows(distances);
   std::set<int32_t> chosenNumbers;
-  for (size_t row : NearestRows(distances)) chosenNumbers.insert(int32_t{lights[row]->number});
+  for (size_t row : chosen) chosenNumbers.insert(int32_t{lights[row]->number});
 
   auto dropUnchosen = [&](auto& maps, std::map<int32_t, int32_t>& index) {
     for (auto entry = index.begin(); entry != index.end();) {
@@ -129,6 +134,12 @@ bool RT_RENDER_ENGINE::UpdateShadowMaps(const MODE_RENDER_OPTIONS& options, cons
   };
   dropUnchosen(shadowMapsSingle, shadowMapIndexSingle);
   dropUnchosen(shadowMapsCube, shadowMapIndexCube);
+  GenerateSWShadowmap(0, view, sceneGraph, &options);
   PollAbort(aborted);
+  for (size_t row : chosen) {
+    if (aborted) break;
+    GenerateSWShadowmap(lights[row]->number, view, sceneGraph, &options);
+    PollAbort(aborted);
+  }
   return true;
 }

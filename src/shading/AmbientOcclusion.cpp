@@ -14,6 +14,8 @@ constexpr int OcclusionRayCount = 10;
 constexpr double OcclusionReach = 1.0;
 // Start of a ray off the surface, and the step past a see-through blocker.
 constexpr double RayOffset = 0.001;
+// Far above the rounding of a sum of distances near 1.
+constexpr double ReachMargin = 1e-9;
 // A direction below the surface is drawn again; after this many draws in a
 // row the last one is mirrored instead, so that a random source that fails
 // (and so repeats one value) cannot stall the render.
@@ -65,7 +67,10 @@ double RT_RENDER_ENGINE::GetAmbientOcclusionFactorForRay(const SCENE_VERTEX_XYZ_
   SCENE_VERTEX_XYZ_64 from = origin;
   for (;;) {
     SWRayIntersectionResult result{};
-    if (!IntersectSWGeometry(from, direction, inverseDirection, result)) return 1.0;
+    // Nothing beyond the reach counts, so the walk need not go past it; the
+    // margin keeps a blocker at exactly the reach, which counts.
+    const double reach = OcclusionReach - travelled + ReachMargin;
+    if (!IntersectSWGeometry(from, direction, inverseDirection, result, &reach)) return 1.0;
     const double distance = result.distance;
     const double total = travelled + distance;
     // Written so that a distance that is not a number ends the walk too.

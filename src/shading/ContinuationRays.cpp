@@ -5,31 +5,10 @@
 
 #include "BrindlexViewModel.h"
 #include "BrindlexViewRTRenderEngine.h"
+#include "ContinuationSample.h"
 #include "ShadingGroup.h"
 #include "ShadingLevels.h"
 #include "VectorOps.h"
-
-namespace {
-// A mirror ray parallel to an axis gets the largest float, held in a
-// double, as the inverse of that component.
-constexpr double LargestFloat = 3.4028234663852886e38;
-
-// A continuation ray belongs to the pixel of the ray it continues, so that
-// it finds the background where that pixel shows it.
-PixelRaySample ContinuationOf(const PixelRaySample& sample) {
-  PixelRaySample next;
-  next.pixelX = sample.pixelX;
-  next.pixelY = sample.pixelY;
-  next.viewWidth = sample.viewWidth;
-  next.viewHeight = sample.viewHeight;
-  return next;
-}
-
-SCENE_VERTEX_XYZ_64 MirrorDirection(const SCENE_VERTEX_XYZ_64& d, const SCENE_VERTEX_XYZ_64& n) {
-  using namespace vector64;
-  return UnitOf(Subtract(d, Scale(n, 2 * Dot(d, n))));
-}
-}  // namespace
 
 // Continuation rays are traced one after the other, so a level keeps one
 // sample and one hit record on its stack for them, not one per ray.
@@ -85,7 +64,7 @@ void RT_RENDER_ENGINE::TraceReflections(ShadingGroup& group, bool& abort) {
     PixelRaySample next = ContinuationOf(sample);
     next.direction = MirrorDirection(sample.direction, normal);
     next.origin = GetPointOnRay(group.HitPoint(i), next.direction, 0.001);
-    next.inverseDirection = InverseDirection(next.direction, LargestFloat);
+    next.inverseDirection = InverseDirection(next.direction, ContinuationLargestInverse);
     ShadeContinuation(group, next, group.reflectionDepth + 1, abort);
     const SCENE_VERTEX_XYZW surface = sample.color, mirrored = next.color;
     sample.color = {static_cast<float>(mirrored.x * reflectivity + surface.x * (1.0 - reflectivity)),

@@ -78,14 +78,7 @@ void RT_RENDER_ENGINE::ShadePixel(ENVIRONMENT_3D_VIEW* view, const MODE_RENDER_O
   group.farDistance = farDistance;
   group.depth = depth;
   group.reflectionDepth = reflectionDepth;
-  for (int v = 0; v < 3; ++v) group.triangleVertices[v] = surface.vertices[v];
-  group.row = surface.material;
-  group.material = surface.material->material;
-  group.link = link;
-  for (uint32_t i = 0; i < count; ++i) {
-    const SWRayIntersectionResult result = *results[i];
-    group.rays[i].hitWeight = 1.0 - result.weightB - result.weightC;
-  }
+  group.TakeSurface(surface, link);
 
   // An invisible surface keeps alpha 0: it adds nothing of its own, and the
   // transparency ray shows what lies behind it.

@@ -4,6 +4,15 @@
 #include "BrindlexViewModel.h"
 #include "ShadingLevels.h"
 
+void RT_RENDER_ENGINE::ShadingGroup::TakeSurface(const SWHitSurface& surface,
+                                                 const TEXTURE_LINK* surfaceLink) {
+  for (int v = 0; v < 3; ++v) triangleVertices[v] = surface.vertices[v];
+  row = surface.material;
+  material = surface.material->material;
+  link = surfaceLink;
+  for (uint32_t i = 0; i < count; ++i) rays[i].hitWeight = 1.0 - results[i]->weightB - results[i]->weightC;
+}
+
 const SCENE_VERTEX_XYZ_64& RT_RENDER_ENGINE::ShadingGroup::GeometricNormal() {
   if (!knowsGeometricNormal) {
     geometricNormal = CalculateTriangleNormal(triangleVertices[0], triangleVertices[1], triangleVertices[2]);

@@ -46,6 +46,10 @@ struct RT_RENDER_ENGINE::ShadingGroup {
 
   ShadingRay rays[MaximumPixelRays];
 
+  // Takes the resolved surface of results[0] and works out the vertex-0
+  // weight of each of the `count` rays; `results` must be set.
+  void TakeSurface(const SWHitSurface& surface, const TEXTURE_LINK* surfaceLink);
+
   const SCENE_VERTEX_XYZ_64& GeometricNormal();
   const SCENE_VERTEX_XYZ_64& HitPoint(uint32_t i);
   // Texture coordinates of ray `i`, unscaled.

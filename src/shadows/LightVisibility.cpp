@@ -6,6 +6,7 @@
 #include "BrindlexViewRTRenderEngine.h"
 #include "RandomNumberGenerator.h"
 #include "RenderOptions.h"
+#include "ShadowMapSampling.h"
 #include "VectorOps.h"
 
 using namespace vector64;
@@ -106,6 +107,54 @@ bool SampleLight(RT_RANDOM_NUMBER_GENERATOR& generator, const SCENE_LIGHT_DEFINI
 double VisibilityOf(bool shadowed) {
   return shadowed ? 0.0 : 1.0;
 }
+
+// A flat map seen from the light's camera: outside the map, or where the
+// map recorded nothing, is lit.
+double FlatMapVisibility(const SWShadowMap& map, const RTRendererLight& light,
+                         const SCENE_VERTEX_XYZ_64& point) {
+  const SCENE_VERTEX_XYZW_64 world{point.x, point.y, point.z, 1.0};
+  SCENE_VERTEX_XYZW_64 eye, clip;
+  TransformPoint4D(&light.shadowView, &world, &eye);
+  TransformPoint4D(&light.shadowProjection, &eye, &clip);
+  const double u = 0.5 * clip.x / clip.w + 0.5;
+  const double v = 1.0 - (0.5 * clip.y / clip.w + 0.5);
+  // Written so that a coordinate that is not a number (w of 0) counts as
+  // outside too.
+  if (!(u >= 0.0 && u <= 1.0 && v >= 0.0 && v <= 1.0)) return 1.0;
+  SW_PIXEL_G64R64F pixel{0.0, 0.0};
+  SampleShadowMap(&map, static_cast<float>(u), static_cast<float>(v), pixel);
+  if (!(pixel.depth < 1.0)) return 1.0;
+  const double pointDepth = -(eye.z / eye.w + light.shadowNear) / (light.shadowFar - light.shadowNear);
+  return ShadowMapVisibility(pixel, pointDepth, SmallestFlatMapVariance);
+}
+
+// A cube map around the light, in the faces' space: y negated.
+double CubeMapVisibility(const SWCubeShadowMap& map, const SCENE_VERTEX_XYZ_64& lightPoint,
+                         const SCENE_VERTEX_XYZ_64& point) {
+  SCENE_VERTEX_XYZ_64 toPoint = Subtract(point, lightPoint);
+  toPoint.y = -toPoint.y;
+  SW_PIXEL_G64R64F pixel{0.0, 0.0};
+  SampleCubeShadowMap(&map, toPoint, pixel);
+  return ShadowMapVisibility(pixel, Length(toPoint), SmallestCubeMapVariance);
+}
+
+// The light's flat map if it has an entry for one, else (unless
+// `flatOnly`) its cube map; false when the light has no usable map.
+bool LookUpShadowMap(const ShadowMapTables& maps, const RTRendererLight& light,
+                     const SCENE_VERTEX_XYZ_64& lightPoint, const SCENE_VERTEX_XYZ_64& point, bool flatOnly,
+                     double& visibility) {
+  if (maps.indexSingle.count(light.number)) {
+    const SWShadowMap* map = FindUsableShadowMap(maps.indexSingle, maps.single, light.number);
+    if (!map) return false;
+    visibility = FlatMapVisibility(*map, light, point);
+    return true;
+  }
+  if (flatOnly) return false;
+  const SWCubeShadowMap* cube = FindUsableShadowMap(maps.indexCube, maps.cube, light.number);
+  if (!cube) return false;
+  visibility = CubeMapVisibility(*cube, lightPoint, point);
+  return true;
+}
 }  // namespace
 
 double RT_RENDER_ENGINE::GetLightVisibilityThroughShadow(const RTRendererLight* light,
@@ -116,9 +165,14 @@ double RT_RENDER_ENGINE::GetLightVisibilityThroughShadow(const RTRendererLight* 
                                                          double /*distance*/) const {
   if (!options || ShadowsHidden(*options) || !CastsShadows(light)) return 1.0;
   if (!options->DoRayTracedSoftShadows()) return VisibilityOf(IsPointInShadow(lightPoint, point, depth));
-  // Soft shadows without sampling: the place of the shadow-map look-up; a
-  // light without a usable map takes the hard ray.
-  if (!options->DoPathTracing() || !generator) return VisibilityOf(IsPointInShadow(lightPoint, point, depth));
+  // Soft shadows without sampling come from the light's map; a light
+  // without a usable map takes the hard ray.
+  if (!options->DoPathTracing() || !generator) {
+    double visibility = 1.0;
+    const ShadowMapTables maps{shadowMapIndexSingle, shadowMapsSingle, shadowMapIndexCube, shadowMapsCube};
+    if (LookUpShadowMap(maps, *light, lightPoint, point, false, visibility)) return visibility;
+    return VisibilityOf(IsPointInShadow(lightPoint, point, depth));
+  }
 
   SCENE_VERTEX_XYZ_64 sample;
   if (!SampleLight(*generator, light->definition, lightPoint, sample)) return 1.0;
@@ -136,10 +190,13 @@ double RT_RENDER_ENGINE::GetDirectLightVisibilityThroughShadow(const RTRendererL
   // shadows.
   if (!options->DoRayTracedSoftShadows() && options->DoCustomLighting())
     return VisibilityOf(IsPointInDirectShadow(lightDirection, point, depth));
-  // The place of the shadow-map look-up; a light without a usable map
-  // takes the hard ray.
-  if (!options->DoPathTracing() || !generator)
+  // The light's flat map, or the hard ray for a light without a usable one.
+  if (!options->DoPathTracing() || !generator) {
+    double visibility = 1.0;
+    const ShadowMapTables maps{shadowMapIndexSingle, shadowMapsSingle, shadowMapIndexCube, shadowMapsCube};
+    if (LookUpShadowMap(maps, *light, point, point, true, visibility)) return visibility;
     return VisibilityOf(IsPointInDirectShadow(lightDirection, point, depth));
+  }
 
   SCENE_VERTEX_XYZ axis;
   ConvertSceneVertexXYZ64ToSceneVertexXYZ(&lightDirection, &axis);

@@ -36,3 +36,11 @@ struct SWCubeShadowMap {
   SWCubeShadowMap(const SWCubeShadowMap& other);
   SWCubeShadowMap& operator=(const SWCubeShadowMap& other);
 };
+
+// Posted to the render-to-file progress bar while a scene update draws
+// shadow maps, so that a host can show that phase too. The light message
+// starts a light's map: wParam the number of tiles it takes (rays and
+// filter), lParam the light's number. The tile message follows each tile
+// that is done.
+constexpr unsigned int RT_SHADOW_MAP_LIGHT_MESSAGE = 0x0480;
+constexpr unsigned int RT_SHADOW_MAP_TILE_MESSAGE = 0x0481;

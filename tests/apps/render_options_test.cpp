@@ -1,7 +1,12 @@
 #include <gtest/gtest.h>
 
+#include <cmath>
+
+#include "AppTestFiles.h"
 #include "Options.h"
+#include "PhotonSettings.h"
 #include "Progress.h"
+#include "SceneAssembly.h"
 
 namespace {
 
@@ -41,6 +46,8 @@ TEST(RenderOptions, EveryOptionInBothSpellings) {
   EXPECT_TRUE(Parse({"--help"}).help);
   EXPECT_TRUE(Parse({"--version"}).version);
   EXPECT_TRUE(Parse({}).model.empty());
+  EXPECT_TRUE(Parse({"--soft-shadows"}).softShadows);
+  EXPECT_FALSE(Parse({}).softShadows);
 }
 
 TEST(RenderOptions, BadOptionsSayWhy) {
@@ -61,6 +68,33 @@ TEST(RenderOptions, BadOptionsSayWhy) {
   EXPECT_EQ(ErrorOf({"-o", std::string(260, 'x')}), "output name longer than 259 characters");
 }
 
+TEST(RenderOptions, TimeLimitAndPassesFromCommandLineOrSceneFile) {
+  EXPECT_EQ(ErrorOf({"--time", "0"}), "option '--time' needs a number of seconds above 0, not '0'");
+  EXPECT_EQ(ErrorOf({"--time=soon"}), "option '--time' needs a number of seconds above 0, not 'soon'");
+  // A time alone leaves the passes open; passes alone keep no time limit.
+  RenderJob job = MakeJob(Parse({"--time", "90.5"}));
+  EXPECT_EQ(job.passes, UnlimitedPasses);
+  EXPECT_EQ(job.timeLimit, 90.5);
+  job = MakeJob(Parse({"--time", "90.5", "--passes", "10"}));
+  EXPECT_EQ(job.passes, 10);
+  job = MakeJob(Parse({}));
+  EXPECT_EQ(job.passes, DefaultPasses);
+  EXPECT_EQ(job.timeLimit, 0.0);
+
+  // The scene file's keys count where the command line is silent.
+  TestFolder folder;
+  const std::string scene = folder.Write("s.json", R"({"passes": 12, "time": 30})").string();
+  RenderSettings settings = Parse({"--scene", scene, "--passes", "5"});
+  std::string error;
+  ASSERT_TRUE(TakeSceneRenderLimits(settings, error)) << error;
+  EXPECT_EQ(settings.passes, 5);
+  EXPECT_EQ(settings.timeLimit, 30.0);
+  // The faces of a cube map run their passes one after the other.
+  settings = Parse({"--scene", scene, "--cube-map"});
+  EXPECT_FALSE(TakeSceneRenderLimits(settings, error));
+  EXPECT_EQ(error, "a time limit does not work with --cube-map");
+}
+
 TEST(RenderOptions, OutputNamesFromModelOrDemoAndCubeFaces) {
   EXPECT_EQ(OutputName(Parse({})), "brindlex-demo.png");
   EXPECT_EQ(OutputName(Parse({"models/house.glb"})), "house.png");
@@ -74,3 +108,30 @@ TEST(RenderOptions, OutputNamesFromModelOrDemoAndCubeFaces) {
 }
 
 }  // namespace
+
+TEST(RenderOptions, PhotonsSuitAnInteriorAndTheSceneFileStillDecides) {
+  RenderSettings settings = Parse({"--photons"});
+  ASSERT_TRUE(settings.photons);
+  HostScene host;
+  std::string error;
+  ASSERT_TRUE(AssembleScene(settings, 4.0 / 3.0, host, error)) << error;
+  const MODE_RENDER_OPTIONS& o = host.Options();
+  EXPECT_TRUE(o.DoPhotonMapping() && o.DoIndirectLighting());
+  EXPECT_EQ(o.GetPhotonDirectLightingContribution(), 0.0f);
+  EXPECT_EQ(o.GetPhotonLevel(), InteriorPhotonLevel);
+  EXPECT_EQ(o.GetNumberOfIndirectBounces(), InteriorBounces);
+  SCENE_VERTEX_XYZ min, max;
+  ASSERT_TRUE(host.WorldBounds(min, max));
+  const double diagonal = std::hypot(max.x - min.x, max.y - min.y, max.z - min.z);
+  EXPECT_NEAR(o.GetPhotonRadius(), 0.02 * diagonal, 1e-4 * diagonal);
+
+  // A radius in the scene file wins; turning the maps off there does not.
+  TestFolder folder;
+  settings.sceneFile =
+      folder.Write("s.json", R"({"renderOptions": {"GetPhotonRadius": 7, "DoPhotonMapping": false}})")
+          .string();
+  HostScene fromFile;
+  ASSERT_TRUE(AssembleScene(settings, 4.0 / 3.0, fromFile, error)) << error;
+  EXPECT_EQ(fromFile.Options().GetPhotonRadius(), 7.0f);
+  EXPECT_TRUE(fromFile.Options().DoPhotonMapping());
+}

@@ -136,6 +136,22 @@ TEST(RenderProgram, AnUnwritablePictureEndsWithExitCode1) {
   EXPECT_EQ(run.output, "brindlex-render: " + output.string() + ": the picture could not be written\n");
 }
 
+TEST(RenderProgram, ATimeLimitEndsPathTracingAfterAWholePass) {
+  TestFolder folder;
+  const auto output = folder.path / "timed.png";
+  // Without the limit a million passes would run.
+  ProgramRun run = Program("--quiet --path-tracing --passes 1000000 --time 0.5 --width 48 --height 32 '" +
+                           TriangleModel(folder).string() + "' -o '" + output.string() + "'");
+  EXPECT_EQ(run.code, 0);
+  EXPECT_EQ(run.output, "");
+  Picture picture;
+  ASSERT_TRUE(picture.Load(output));
+  EXPECT_EQ(picture.image.GetWidth(), 48);
+  run = Program("--time 5 --cube-map");
+  EXPECT_EQ(run.code, 2);
+  EXPECT_EQ(run.output, "brindlex-render: a time limit does not work with --cube-map\n");
+}
+
 TEST(RenderProgram, CtrlCLeavesTheLastCompletePicture) {
   TestFolder folder;
   const auto output = folder.path / "long.png";

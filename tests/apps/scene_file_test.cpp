@@ -38,6 +38,8 @@ TEST(SceneFile, UnknownKeysAndWrongTypesNameTheKey) {
             "'materials.Glass.opacity' must be a number");
   EXPECT_EQ(ErrorOf(R"({"models": [{"up": "y"}]})"), "'models[0].file' is missing");
   EXPECT_EQ(ErrorOf(R"([1, 2])"), "the scene must be an object");
+  EXPECT_EQ(ErrorOf(R"({"time": 0})"), "'time' must be above 0");
+  EXPECT_EQ(ErrorOf(R"({"passes": 2.5})"), "'passes' must be a whole number");
   EXPECT_EQ(ErrorOf("{\"camera\": ").rfind("not valid JSON: ", 0), 0u);
 }
 

@@ -2,10 +2,16 @@
 
 #include "TestDoubles.h"
 
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <limits>
+#include <thread>
 #include <variant>
+#include <vector>
 
 #include "BrindlexViewModel.h"
 #include "BrindlexViewRTRenderEngine.h"
@@ -117,6 +123,54 @@ TEST(PipelineFinish, RandomUnitFollowsMT19937OrTheSystemSource) {
   EXPECT_NE(first, 3499211612u / 4294967295.0);
   EXPECT_GE(first, 0.0);
   EXPECT_LE(first, 1.0);
+}
+
+namespace {
+std::vector<unsigned int> SystemDraws(size_t count) {
+  std::vector<unsigned int> values(count);
+  for (unsigned int& value : values) EXPECT_EQ(rand_s(&value), 0);
+  return values;
+}
+}  // namespace
+
+TEST(PipelineFinish, SystemDrawsStayFreshAcrossRefillsThreadsAndForks) {
+  // Uniform over the whole range: the mean of N draws of RandomUnit is 0.5
+  // within 5 standard deviations of 1 / sqrt(12 N).
+  RT_RANDOM_NUMBER_GENERATOR system(true, 0);
+  const int draws = 100000;
+  double sum = 0.0;
+  for (int i = 0; i < draws; ++i) sum += system.RandomUnit();
+  EXPECT_NEAR(sum / draws, 0.5, 5.0 / std::sqrt(12.0 * draws));
+
+  // Whatever the size of a thread's buffer, no run of 64 draws comes back
+  // as the run before it, in this thread or another one.
+  const std::vector<unsigned int> here = SystemDraws(64 * 40);
+  for (size_t run = 1; run < 40; ++run)
+    EXPECT_FALSE(std::equal(here.begin() + 64 * (run - 1), here.begin() + 64 * run, here.begin() + 64 * run));
+  std::vector<unsigned int> there;
+  std::thread([&] { there = SystemDraws(64); }).join();
+  const std::vector<unsigned int> next = SystemDraws(64);
+  EXPECT_NE(there, next);
+
+  // A forked child does not hand out the draws its parent still holds.
+  int pipeEnds[2];
+  ASSERT_EQ(pipe(pipeEnds), 0);
+  const pid_t child = fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    const std::vector<unsigned int> drawn = SystemDraws(16);
+    const ssize_t written = write(pipeEnds[1], drawn.data(), 16 * sizeof(unsigned int));
+    _exit(written == 16 * sizeof(unsigned int) ? 0 : 1);
+  }
+  const std::vector<unsigned int> parent = SystemDraws(16);
+  std::vector<unsigned int> fromChild(16);
+  EXPECT_EQ(read(pipeEnds[0], fromChild.data(), 16 * sizeof(unsigned int)),
+            ssize_t(16 * sizeof(unsigned int)));
+  int status = 0;
+  waitpid(child, &status, 0);
+  close(pipeEnds[0]);
+  close(pipeEnds[1]);
+  EXPECT_NE(parent, fromChild);
 }
 
 TEST(PipelineFinish, BlockSamplesFillTheFrameColumnByColumn) {

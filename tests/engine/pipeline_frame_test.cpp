@@ -20,6 +20,9 @@
 namespace {
 
 constexpr uint32_t Black = 0xFF000000, Marker = 0xFFFF0000;
+// Abort polls of a path-traced pixel whose one ray misses the empty scene:
+// after the intersection, at the start of the path, and after it.
+constexpr long PathPollsPerPixel = 3;
 
 // The abort function of the tests. It tells the host's polls from the
 // workers' and can act at a chosen host poll, between two passes.
@@ -190,9 +193,9 @@ TEST_F(FrameTest, AbortInTheFirstPathTracingPassKeepsWholeBlocksOnly) {
   options.SetPathTracing(true);
   access->FillBitmap(Marker);
   AbortPlan plan;
-  // A pixel polls twice: after its intersection and after its path. More
-  // polls than all but one worker can have made without finishing a block.
-  plan.abortAfterWorkerPolls = 2 * 1024 * workers + 500;
+  // More polls than all but one worker can have made without finishing a
+  // block.
+  plan.abortAfterWorkerPolls = PathPollsPerPixel * 1024 * workers + 500;
   LogCapture log;
   Render(plan);
   const int traced = UniformBlocksOf(Black);
@@ -218,7 +221,7 @@ TEST_F(FrameTest, AbortInALaterPassPutsTheLastCompletePassBack) {
     access->FillHDR({1.0f, 1.0f, 1.0f, 1.0f});
   };
   plan.hostPollsBeforeCount = 5;  // from the queueing of pass 2 on
-  plan.abortAfterWorkerPolls = 2 * 1024 * workers + 500;
+  plan.abortAfterWorkerPolls = PathPollsPerPixel * 1024 * workers + 500;
   LogCapture log;
   Render(plan);
   EXPECT_EQ(engine->QueryRenderer(6), 1);  // pass 1 was ready

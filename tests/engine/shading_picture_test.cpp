@@ -63,9 +63,11 @@ void ExpectRegressionImage(RenderScene& scene, const std::string& name) {
 }
 
 // A speck behind the camera at (0, 0, 10): a scene's box needs depth along
-// the view for the clipping planes to lie apart.
+// the view for the clipping planes to lie apart. It lies off the line
+// straight up from the camera, which would put the camera under cover and
+// have the default lights shoot photons.
 void DeepenBox(RenderScene& scene, const char* material) {
-  scene.Quad(material, {0, 0, 20}, {0.1f, 0, 20}, {0.1f, 0.1f, 20}, {0, 0.1f, 20});
+  scene.Quad(material, {1, 1, 20}, {1.1f, 1, 20}, {1.1f, 1.1f, 20}, {1, 1.1f, 20});
 }
 
 }  // namespace
@@ -110,6 +112,9 @@ TEST(ShadedPicture, MirrorShowsTheWallAboveTheCamera) {
   scene.Material("Wall", [](TEXTURE_LINK& l) { Glowing(l, 0x00FF8000); });
   scene.Quad("Mirror", {-20, -20, 0}, {20, -20, 0}, {20, 20, 0}, {-20, 20, 0});
   scene.Quad("Wall", {-80, -80, 20}, {-80, 80, 20}, {80, 80, 20}, {80, -80, 20});
+  // Custom lighting with no lights: under the wall the default lights
+  // would shoot photons, which this picture does not need.
+  scene.Options().SetCustomLighting(true);
   scene.Render();
   ExpectPicture(scene, 0, 128 / 255.0f, 1, 1);
 }
@@ -119,7 +124,7 @@ TEST(ShadedPicture, FogGrowsWithDistanceAndMissesAreWhite) {
   scene.Material("Black", [](TEXTURE_LINK& l) { Glowing(l, 0); });
   scene.Quad("Black", {-4, -4, 0}, {4, -4, 0}, {4, 4, 0}, {-4, 4, 0});
   scene.Quad("Black", {-15, -15, -10}, {15, -15, -10}, {15, 15, -10}, {-15, 15, -10});
-  scene.Quad("Black", {0, 0, 40}, {1, 0, 40}, {1, 1, 40}, {0, 1, 40});  // behind the eye
+  scene.Quad("Black", {1, 1, 40}, {2, 1, 40}, {2, 2, 40}, {1, 2, 40});  // behind the eye, not above it
   scene.SetCamera({0, 0, 30}, {0, 0, 0});
   scene.Options().SetFogLevel(100);
   scene.Render();

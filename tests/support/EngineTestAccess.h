@@ -35,6 +35,17 @@ class EngineTestAccess {
   std::vector<SWShadowMap*>& ShadowMapsSingle() { return engine->shadowMapsSingle; }
   std::map<int32_t, int32_t>& ShadowMapIndexSingle() { return engine->shadowMapIndexSingle; }
   std::set<int32_t>& DirtyShadowLights() { return engine->dirtyShadowLights; }
+  const std::vector<SWPhoton>& Photons(bool direct) const {
+    return direct ? engine->directPhotons : engine->indirectPhotons;
+  }
+  std::vector<SWPhoton>& PhotonList(bool direct) {
+    return direct ? engine->directPhotons : engine->indirectPhotons;
+  }
+  const SWPhotonMap& PhotonMap(bool direct) const {
+    return direct ? *engine->directPhotonMap : *engine->indirectPhotonMap;
+  }
+  std::vector<SWCubeShadowMap*>& ShadowMapsCube() { return engine->shadowMapsCube; }
+  std::map<int32_t, int32_t>& ShadowMapIndexCube() { return engine->shadowMapIndexCube; }
 
   // Pushes a batch under the queue lock, as a producer does.
   void Push(const std::vector<WorkItem>& items) {

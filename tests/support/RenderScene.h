@@ -41,6 +41,7 @@ class RenderScene {
   MODE_RENDER_OPTIONS& Options() { return view->GetRenderOptions(); }
   ENVIRONMENT_3D_VIEW* View() { return view; }
   SCENE_LIGHTS* Lights() { return project.GetSceneLights(); }
+  SCENE_GRAPH* Graph() { return project.GetSceneGraph(); }
 
   // A material of its own settings, edited by `setUp` from the defaults.
   MATERIAL_3D_NODE* Material(const char* id, const std::function<void(TEXTURE_LINK&)>& setUp,
@@ -102,6 +103,12 @@ class RenderScene {
   void Update() {
     engine->UpdateFrame(&project, view, project.GetSceneGraph(), project.GetSceneLights(), nullptr, nullptr,
                         0, ++frameTag);
+  }
+  // A scene update under the last frame tag: only what follows the camera
+  // and the lights is brought up to date.
+  void UpdateAgain() {
+    engine->UpdateFrame(&project, view, project.GetSceneGraph(), project.GetSceneLights(), nullptr, nullptr,
+                        0, frameTag);
   }
   void Render() {
     Update();

@@ -1,0 +1,275 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "TestDoubles.h"
+
+#include "RandomNumberGenerator.h"
+#include "RenderScene.h"
+#include "SampleCosineHemisphere.h"
+#include "ShadingTestAccess.h"
+
+namespace {
+
+const float Half = 128 / 255.0f;
+const SCENE_VERTEX_XYZW Green = {0, 1, 0, 1}, Red = {Half, 0, 0, 1}, Blue = {0, 0, Half, 1};
+const SCENE_VERTEX_XYZ_64 Down = {0, 0, -1};
+
+// Shows exactly its colour under any light: no ambient, diffuse or
+// specular share, all emissive.
+void Glow(TEXTURE_LINK& l, unsigned long rgb) {
+  l.SetColor(rgb);
+  l.SetAmbientLevel(0);
+  l.SetDiffuseLevel(0);
+  l.SetSpecularLevel(0);
+  l.SetEmissiveLevel(100);
+}
+
+bool Same(const SCENE_VERTEX_XYZW& a, const SCENE_VERTEX_XYZW& b) {
+  return a.x == b.x && a.y == b.y && a.z == b.z && a.w == b.w;
+}
+
+// Under rays from (0, 0, 5) straight down: "Surface", 20 x 20 at z = 0,
+// green unless a test says otherwise; "Wall", red, 2 below it; "Sky", blue,
+// at z = 8 and so wide that a bounce off the surface all but never misses it.
+class PathTraceTest : public ::testing::Test {
+ protected:
+  using Style = std::function<void(TEXTURE_LINK&)>;
+  void Build(
+      const Style& surface, const Style& sky = [](TEXTURE_LINK& l) { Glow(l, 0x00800000); }, int panes = 0) {
+    surfaceMaterial = scene.Material("Surface", surface);
+    scene.Material("Wall", [](TEXTURE_LINK& l) { Glow(l, 0x00000080); });
+    scene.Material("Sky", sky);
+    scene.Material("Pane", [](TEXTURE_LINK& l) { l.SetOpacityLevel(0); });
+    scene.Quad("Surface", {-10, -10, 0}, {10, -10, 0}, {10, 10, 0}, {-10, 10, 0});
+    scene.Quad("Wall", {-10, -10, -2}, {10, -10, -2}, {10, 10, -2}, {-10, 10, -2});
+    scene.Quad("Sky", {-1000, -1000, 8}, {-1000, 1000, 8}, {1000, 1000, 8}, {1000, -1000, 8});
+    for (int i = 0; i < panes; ++i) {
+      const float z = 1.0f + 0.25f * float(i);
+      scene.Quad("Pane", {-10, -10, z}, {10, -10, z}, {10, 10, z}, {-10, 10, z});
+    }
+    scene.Options().SetBackgroundColor(0);
+    scene.Update();
+  }
+  // New settings for the surface, and an update that takes them.
+  void Restyle(const Style& surface) {
+    RenderScene::Restyle(surfaceMaterial, surface);
+    scene.Update();
+  }
+  SCENE_VERTEX_XYZW Trace(uint32_t depth = 0, SCENE_VERTEX_XYZ_64 origin = {0, 0, 5},
+                          SCENE_VERTEX_XYZ_64 direction = Down) {
+    const PixelRaySample sample = CameraRay(origin, direction);
+    SWRayIntersectionResult result{};
+    const bool hit =
+        scene.engine->IntersectSWGeometry(sample.origin, sample.direction, sample.inverseDirection, result);
+    bool abort = false;
+    return scene.engine->PathTrace(scene.View(), &scene.Options(), hit, result, sample, seeded, 1.0f, 100.0f,
+                                   0, depth, abort);
+  }
+  // How many of `paths` paths come back as exactly `color`; every path must
+  // come back as `color` or as `other`.
+  int Count(int paths, const SCENE_VERTEX_XYZW& color, const SCENE_VERTEX_XYZW& other) {
+    int matching = 0;
+    for (int i = 0; i < paths; ++i) {
+      const SCENE_VERTEX_XYZW c = Trace();
+      EXPECT_TRUE(Same(c, color) || Same(c, other)) << c.x << " " << c.y << " " << c.z << " " << c.w;
+      matching += Same(c, color);
+    }
+    return matching;
+  }
+  // Five standard deviations of a count of `n` events of chance `p`.
+  static double FiveSigma(int n, double p) { return 5.0 * std::sqrt(n * p * (1 - p)); }
+
+  RenderScene scene{8, 8};
+  MATERIAL_3D_NODE* surfaceMaterial = nullptr;
+  RT_RANDOM_NUMBER_GENERATOR seeded{false, 2026};
+};
+
+}  // namespace
+
+TEST_F(PathTraceTest, MirrorChoosesBetweenFullMirrorAndFullSurfaceByReflectivity) {
+  Build([](TEXTURE_LINK&) {});
+  for (float level : {50.0f, 99.5f, 0.0f}) {
+    SCOPED_TRACE(level);
+    Restyle([level](TEXTURE_LINK& l) {
+      Glow(l, 0x0000FF00);
+      l.SetReflecting(true);
+      l.SetReflectivityLevel(level);
+    });
+    const int paths = 4000;
+    const int mirrored = Count(paths, Blue, Green);
+    if (level == 50.0f) {
+      EXPECT_NEAR(mirrored, paths / 2, FiveSigma(paths, 0.5));
+    } else {
+      EXPECT_EQ(mirrored, level > 99 ? paths : 0);
+    }
+  }
+}
+
+TEST_F(PathTraceTest, TransparencyShowsTheSurfaceAsOftenAsItIsOpaque) {
+  Build([](TEXTURE_LINK& l) {
+    Glow(l, 0x0000FF00);
+    l.SetOpacityLevel(0);
+  });
+  EXPECT_EQ(Count(200, Red, Red), 200);  // all of what lies behind
+  // The view's face opacity thins the wall too; past it lies the black,
+  // uncovered background.
+  scene.Options().SetFaceOpacityLevel(30);
+  EXPECT_NEAR(Count(2000, Red, {0, 0, 0, 0}), 600, FiveSigma(2000, 0.3));
+  scene.Options().SetFaceOpacityLevel(100);
+  Restyle([](TEXTURE_LINK& l) {
+    Glow(l, 0x0000FF00);
+    l.SetOpacityLevel(30);
+  });
+  const int paths = 4000;
+  EXPECT_NEAR(Count(paths, Green, Red), 0.3 * paths, FiveSigma(paths, 0.3));
+}
+
+TEST_F(PathTraceTest, PassingThroughEndsAtTheDepthLimitInTransparentBlack) {
+  // Seven clear panes and a clear surface: a camera ray passes them at
+  // depths 0 to 7 and shades the wall at depth 8. A ray that starts at
+  // depth 1 meets the last of them at depth 8, where it may not pass.
+  Build([](TEXTURE_LINK& l) { l.SetOpacityLevel(0); }, [](TEXTURE_LINK& l) { Glow(l, 0x00800000); }, 7);
+  ExpectColor(Trace(), Red.x, Red.y, Red.z, Red.w);
+  ExpectColor(Trace(1), 0, 0, 0, 0);
+}
+
+TEST_F(PathTraceTest, MirrorBouncesStopAtTheBounceLimitButTheFirstAlwaysHappens) {
+  const auto mirror = [](unsigned long rgb) {
+    return [rgb](TEXTURE_LINK& l) {
+      Glow(l, rgb);
+      l.SetReflecting(true);
+      l.SetReflectivityLevel(100);
+    };
+  };
+  Build(mirror(0x0000FF00), mirror(0x00800000));
+  // Surface and sky mirror each other: the path ends on the first mirror
+  // the limit refuses.
+  const struct {
+    unsigned short limit;
+    SCENE_VERTEX_XYZW color;
+  } cases[] = {{0, Blue}, {1, Blue}, {2, Green}, {3, Blue}};
+  for (const auto& c : cases) {
+    scene.Options().SetNumberOfIndirectBounces(c.limit);
+    EXPECT_TRUE(Same(Trace(), c.color)) << c.limit;
+  }
+  scene.Options().SetReflections(false);
+  EXPECT_TRUE(Same(Trace(), Green));
+}
+
+TEST_F(PathTraceTest, OneDiffuseBounceAddsTheSkyWeighedByTheCosine) {
+  // A surface with no light of its own: whatever it shows came by the
+  // bounce. Drawn with a cosine density and weighed by the cosine again,
+  // the sky comes back at E[cos] = 2/3 of its colour, with variance
+  // E[cos^2] - 4/9 = 1/18.
+  const struct {
+    bool indirect;
+    unsigned short limit;
+    double expected;
+  } cases[] = {{true, 0, 0.0}, {false, 1, 0.0}, {true, 1, 2.0 / 3.0}};
+  // Two clear panes over the surface, passed on the way in and out, take
+  // nothing from the bounce limit.
+  Build(
+      [](TEXTURE_LINK& l) {
+        l.SetAmbientLevel(0);
+        l.SetDiffuseLevel(0);
+        l.SetSpecularLevel(0);
+      },
+      [](TEXTURE_LINK& l) { Glow(l, 0x00800000); }, 2);
+  for (const auto& c : cases) {
+    SCOPED_TRACE(testing::Message() << c.indirect << " " << c.limit);
+    scene.Options().SetIndirectLighting(c.indirect);
+    scene.Options().SetNumberOfIndirectBounces(c.limit);
+    scene.Options().SetLighting(false);  // not consulted
+    const int paths = 3000;
+    double sum = 0;
+    for (int i = 0; i < paths; ++i) {
+      const SCENE_VERTEX_XYZW color = Trace();
+      EXPECT_EQ(color.x, 0.0f);
+      EXPECT_EQ(color.w, 1.0f);
+      sum += color.z / Half;
+    }
+    EXPECT_NEAR(sum / paths, c.expected, 5.0 * std::sqrt(1.0 / 18.0 / paths));
+  }
+}
+
+TEST_F(PathTraceTest, MissesTakeFogOnlyOnTheCameraRayAndLightIsNotClamped) {
+  Build([](TEXTURE_LINK& l) {
+    l.SetAmbientLevel(100);
+    l.SetEmissiveLevel(100);
+    l.SetDiffuseLevel(0);
+    l.SetSpecularLevel(0);
+  });
+  scene.Options().SetBackgroundColor(0x00404040);
+  scene.Options().SetFogLevel(100);
+  const float grey = 64 / 255.0f;
+  ExpectColor(Trace(0, {0, 0, 9}, {0, 0, 1}), 1, 1, 1, 0);  // over the sky, looking up
+  ExpectColor(Trace(1, {0, 0, 9}, {0, 0, 1}), grey, grey, grey, 0);
+  // A hit takes no fog; ambient light 3 and emissive 1 on white make 4.
+  scene.Options().SetCustomLighting(true);
+  scene.Options().SetAmbientLightLevel(3.0f);
+  ExpectColor(Trace(), 4, 4, 4, 1);
+}
+
+TEST_F(PathTraceTest, PassesAverageIntoTheFrameBuffer) {
+  Build([](TEXTURE_LINK& l) {
+    Glow(l, 0x0000FF00);
+    l.SetReflecting(true);
+    l.SetReflectivityLevel(50);
+  });
+  scene.SetCamera({0, 0, 5}, {0, 0, 0});
+  scene.Options().SetPathTracing(true);
+  const int passes = 32;
+  for (int pass = 1; pass <= passes; ++pass)
+    scene.engine->TraceRays(scene.View(), scene.Graph(), {0, 0, 8, 8}, {0, 0, 8, 8}, &scene.Options(), pass,
+                            nullptr, 0);
+  // Each path is all green or all sky, so every pixel's mean splits one
+  // whole between the two; over 64 pixels half of it is mirror.
+  double mirrored = 0;
+  for (int y = 0; y < 8; ++y) {
+    for (int x = 0; x < 8; ++x) {
+      const SCENE_VERTEX_XYZW c = scene.Color(x, y);
+      EXPECT_NEAR(c.y + c.z / Half, 1.0f, 1e-5f);
+      EXPECT_NEAR(c.w, 1.0f, 1e-6f);
+      mirrored += c.z / Half;
+    }
+  }
+  const int paths = 64 * passes;
+  EXPECT_NEAR(mirrored * passes, paths / 2, FiveSigma(paths, 0.5));
+}
+
+TEST(SampleCosineHemisphere, FollowsTheCosineAroundAnyNormal) {
+  // The first two draws of MT19937 seeded with 5489, 0.8147237 and
+  // 0.1354770, give sin(theta) = sqrt(0.8147237), phi = 0.8512243, and so
+  // weights u = 0.5948817, n = 0.4304373, v = 0.6788516; about +z the axes
+  // are u = -y and v = -x, about +x they are u = -z and v = -y.
+  const struct {
+    SCENE_VERTEX_XYZ_64 normal, expected;
+  } cases[] = {{{0, 0, 1}, {-0.6788516, -0.5948817, 0.4304373}},
+               {{1, 0, 0}, {0.4304373, -0.6788516, -0.5948817}}};
+  for (const auto& c : cases) {
+    RT_RANDOM_NUMBER_GENERATOR generator(false, 5489);
+    const SCENE_VERTEX_XYZ_64 d = SampleCosineHemisphere(generator, c.normal);
+    EXPECT_NEAR(d.x, c.expected.x, 1e-6);
+    EXPECT_NEAR(d.y, c.expected.y, 1e-6);
+    EXPECT_NEAR(d.z, c.expected.z, 1e-6);
+  }
+
+  // Over an oblique normal: unit, never below, the cosine averaging 2/3
+  // (variance 1/18) and a tangent component 0 (variance 1/4).
+  const double s = 1.0 / std::sqrt(3.0);
+  const SCENE_VERTEX_XYZ_64 normal = {s, -s, s}, tangent = {s, s, 0};
+  RT_RANDOM_NUMBER_GENERATOR generator(false, 7);
+  const int draws = 20000;
+  double cosine = 0, along = 0;
+  for (int i = 0; i < draws; ++i) {
+    const SCENE_VERTEX_XYZ_64 d = SampleCosineHemisphere(generator, normal);
+    ASSERT_NEAR(d.x * d.x + d.y * d.y + d.z * d.z, 1.0, 1e-9);
+    const double c = d.x * normal.x + d.y * normal.y + d.z * normal.z;
+    ASSERT_GE(c, -1e-6);
+    cosine += c;
+    along += (d.x * tangent.x + d.y * tangent.y) / std::sqrt(2.0 / 3.0);
+  }
+  EXPECT_NEAR(cosine / draws, 2.0 / 3.0, 5.0 * std::sqrt(1.0 / 18.0 / draws));
+  EXPECT_NEAR(along / draws, 0.0, 5.0 * std::sqrt(0.25 / draws));
+}

@@ -1,0 +1,387 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <mutex>
+#include <pthread.h>
+#include <unistd.h>
+
+#include "EngineTestAccess.h"
+#include "RandomNumberGenerator.h"
+#include "RenderScene.h"
+#include "ShootPhotonsThreadData.h"
+#include "TestDoubles.h"
+
+namespace {
+
+// A closed room of 20 x 20 x 10 with its floor at z = 0, diffuse 50, and
+// photon mapping on under custom lighting with 100 000 photons a list.
+// Updates run with a distributed server, which makes the shooting one
+// seeded job: every run repeats, and none waits on the system source.
+struct PhotonRoom {
+  PhotonRoom() {
+    scene.Material("Room", [](TEXTURE_LINK& l) { l.SetDiffuseLevel(50); });
+    Room();
+    MODE_RENDER_OPTIONS& o = scene.Options();
+    o.SetCustomLighting(true);
+    o.SetPhotonMapping(true);
+    o.SetIndirectLighting(true);
+    o.SetPhotonLevel(1);
+    o.SetDisplayShadows(false);
+  }
+
+  void Room() {
+    scene.Quad("Room", {-10, -10, 0}, {10, -10, 0}, {10, 10, 0}, {-10, 10, 0});
+    scene.Quad("Room", {-10, -10, 10}, {-10, 10, 10}, {10, 10, 10}, {10, -10, 10});
+    scene.Quad("Room", {-10, -10, 0}, {-10, 10, 0}, {-10, 10, 10}, {-10, -10, 10});
+    scene.Quad("Room", {10, -10, 0}, {10, -10, 10}, {10, 10, 10}, {10, 10, 0});
+    scene.Quad("Room", {-10, -10, 0}, {-10, -10, 10}, {10, -10, 10}, {10, -10, 0});
+    scene.Quad("Room", {-10, 10, 0}, {10, 10, 0}, {10, 10, 10}, {-10, 10, 10});
+  }
+  void Light(uint16_t type, SCENE_VERTEX_XYZ position, SCENE_VERTEX_XYZ target = {0, 0, 0},
+             double angle = 0.0) {
+    SCENE_LIGHT_DEFINITION light{};
+    light.type = type;
+    light.position = position;
+    light.target = target;
+    light.angle = angle;
+    light.color = 0x00FFFFFF;
+    light.flags = LightEnabled | LightDiffuse;
+    light.intensity = 10;
+    scene.Lights()->AddLightInstance(scene.Lights()->AddLightDefinition(light), nullptr);
+  }
+  void RepeatableUpdate() {
+    scene.engine->SetRenderDistributedServerInterface(&server);
+    scene.Update();
+    scene.engine->SetRenderDistributedServerInterface(nullptr);
+  }
+  const std::vector<SWPhoton>& Photons(bool direct) { return access.Photons(direct); }
+
+  RenderScene scene{16, 16};
+  EngineTestAccess access{scene.engine};
+  ThreadCountServer server{2};
+};
+
+class PhotonShooting : public ::testing::Test, protected PhotonRoom {};
+
+size_t StoredRows(const std::vector<SWPhoton>& photons) {
+  size_t stored = 0;
+  for (const SWPhoton& photon : photons) {
+    const SCENE_VERTEX_XYZ_64 d = photon.direction;
+    if (d.x != 0.0 || d.y != 0.0 || d.z != 0.0) ++stored;
+  }
+  return stored;
+}
+
+bool AllFinite(const std::vector<SWPhoton>& photons) {
+  for (const SWPhoton& photon : photons) {
+    const SCENE_VERTEX_XYZ_64 e = photon.energy;
+    if (!std::isfinite(e.x) || !std::isfinite(e.y) || !std::isfinite(e.z)) return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+TEST_F(PhotonShooting, ADistributedRunRepeatsAndEveryPhotonCarriesItsShare) {
+  const SCENE_VERTEX_XYZ_64 bulb = {1.0, 2.0, 5.0};
+  Light(0, {1, 2, 5});
+  RepeatableUpdate();
+  const std::vector<SWPhoton> direct = Photons(true), indirect = Photons(false);
+  ASSERT_EQ(direct.size(), 100000u);
+  ASSERT_EQ(indirect.size(), 100000u);
+  // Half the light goes on at each surface, so both lists fill.
+  EXPECT_EQ(StoredRows(direct), 100000u);
+  EXPECT_EQ(StoredRows(indirect), 100000u);
+
+  // In a closed room every photon lands on its first surface straight from
+  // the bulb, with the same share of the light, and each bounce halves it.
+  const double share = SCENE_VERTEX_XYZ_64(direct[0].energy).x;
+  EXPECT_GT(share, 0.0);
+  for (const SWPhoton& photon : direct) {
+    const SCENE_VERTEX_XYZ_64 p = photon.position, d = photon.direction, e = photon.energy;
+    const double length = std::sqrt((p.x - bulb.x) * (p.x - bulb.x) + (p.y - bulb.y) * (p.y - bulb.y) +
+                                    (p.z - bulb.z) * (p.z - bulb.z));
+    ASSERT_NEAR(d.x, (p.x - bulb.x) / length, 1e-6);
+    ASSERT_NEAR(d.z, (p.z - bulb.z) / length, 1e-6);
+    ASSERT_TRUE(e.x == share && e.y == share && e.z == share);
+  }
+  for (const SWPhoton& photon : indirect) {
+    const double e = SCENE_VERTEX_XYZ_64(photon.energy).z;
+    ASSERT_TRUE(e == share * 0.5 || e == share * 0.25) << e / share;
+  }
+
+  // Again in this engine, and in another one, as on another machine of a
+  // render farm.
+  PhotonRoom other;
+  other.Light(0, {1, 2, 5});
+  for (PhotonRoom* room : {static_cast<PhotonRoom*>(this), &other}) {
+    room->RepeatableUpdate();
+    ASSERT_EQ(room->Photons(true).size(), direct.size());
+    EXPECT_EQ(std::memcmp(room->Photons(true).data(), direct.data(), direct.size() * sizeof(SWPhoton)), 0);
+    EXPECT_EQ(std::memcmp(room->Photons(false).data(), indirect.data(), indirect.size() * sizeof(SWPhoton)),
+              0);
+  }
+}
+
+TEST_F(PhotonShooting, SettingsThatStoreNothingLeaveEmptyMapsAndNoNotANumber) {
+  Light(0, {0, 0, 5});
+  RepeatableUpdate();
+  ASSERT_FALSE(access.PhotonMap(true).nodes.empty());
+
+  // Level 0: both limits are 0, and a map built before is replaced.
+  scene.Options().SetPhotonLevel(0);
+  RepeatableUpdate();
+  EXPECT_TRUE(Photons(true).empty());
+  EXPECT_TRUE(Photons(false).empty());
+  EXPECT_TRUE(access.PhotonMap(true).nodes.empty());
+  EXPECT_TRUE(access.PhotonMap(false).nodes.empty());
+
+  // No bounces: photons stop at their first surface.
+  scene.Options().SetPhotonLevel(1);
+  scene.Options().SetNumberOfIndirectBounces(0);
+  RepeatableUpdate();
+  EXPECT_EQ(StoredRows(Photons(true)), 100000u);
+  EXPECT_EQ(StoredRows(Photons(false)), 0u);
+}
+
+TEST_F(PhotonShooting, ALightThatReachesNothingShootsNoEnergy) {
+  // A spot under the floor, turned away from the room, whose cone of 80
+  // degrees stays below the horizon: no photon is ever counted, and the
+  // lists must not turn into 0 / 0.
+  Light(1, {0, 0, -1}, {0, 0, -10}, 80.0);
+  RepeatableUpdate();
+  EXPECT_EQ(StoredRows(Photons(true)), 0u);
+  EXPECT_TRUE(AllFinite(Photons(true)));
+  const SCENE_VERTEX_XYZ_64 light = access.PhotonMap(true).GatherPhotons({0, 0, 0}, 24.0, Photons(true),
+                                                                         {0, 0, 1}, {1.0f, 1.0f, 1.0f}, 100);
+  EXPECT_EQ(light.x, 0.0);
+}
+
+TEST_F(PhotonShooting, SeeThroughPanesStoreByTheirOpacity) {
+  // A pane across the room at z = 8, under the bulb at z = 9. Photons that
+  // cross it keep their bounce, so below it they are still direct ones.
+  struct Case {
+    const char* name;
+    bool visible;
+    float opacity;
+    bool paneStores;
+    double floorShare;  // energy of a direct photon on the floor, of one above the pane
+  };
+  const Case cases[] = {{"Invisible", false, 100, false, 1.0},
+                        {"Clear", true, 0, false, 1.0},
+                        // Half the light is let through, tinted by the pane's diffuse 50.
+                        {"Glass", true, 50, true, 0.5}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    PhotonRoom room;
+    room.scene.Material(
+        c.name,
+        [&](TEXTURE_LINK& l) {
+          l.SetOpacityLevel(c.opacity);
+          l.SetDiffuseLevel(50);
+        },
+        c.visible);
+    room.scene.Quad(c.name, {-10, -10, 8}, {10, -10, 8}, {10, 10, 8}, {-10, 10, 8});
+    room.Light(0, {0, 0, 9});
+    room.RepeatableUpdate();
+    size_t onPane = 0, onFloor = 0;
+    double above = 0.0, below = 0.0;
+    for (const SWPhoton& photon : room.Photons(true)) {
+      const SCENE_VERTEX_XYZ_64 p = photon.position;
+      const double energy = SCENE_VERTEX_XYZ_64(photon.energy).y;
+      if (std::fabs(p.z - 8.0) < 1e-6) ++onPane;
+      if (p.z > 8.5) above = energy;
+      if (std::fabs(p.z) < 1e-6) ++onFloor, below = energy;
+    }
+    EXPECT_EQ(onPane > 0, c.paneStores);
+    ASSERT_GT(onFloor, 0u);
+    ASSERT_GT(above, 0.0);
+    EXPECT_EQ(below, above * c.floorShare);
+  }
+}
+
+TEST(PhotonShootingLimits, ALongChainOfSeeThroughSurfacesTakesNoStackPerSurface) {
+  // 4000 panes 0.01 apart above a floor, clear and invisible in turn. A
+  // photon falling through all of them lands on the floor as it left, on
+  // a thread whose stack would not hold a call per pane.
+  constexpr int Panes = 4000;
+  RenderScene scene(8, 8);
+  EngineTestAccess access(scene.engine);
+  scene.Material("Floor", [](TEXTURE_LINK& l) { l.SetDiffuseLevel(50); });
+  scene.Quad("Floor", {-10, -10, 0}, {10, -10, 0}, {10, 10, 0}, {-10, 10, 0});
+  scene.Material("Clear", [](TEXTURE_LINK& l) { l.SetOpacityLevel(0); });
+  scene.Material(
+      "Hidden", [](TEXTURE_LINK&) {}, false);
+  for (const char* material : {"Clear", "Hidden"}) {
+    std::vector<SCENE_VERTEX> vertices;
+    std::vector<unsigned int> indices;
+    for (int pane = material[0] == 'C' ? 0 : 1; pane < Panes; pane += 2) {
+      const float z = 1.0f + 0.01f * pane;
+      const unsigned int base = unsigned(vertices.size());
+      for (SCENE_VERTEX_XYZ p : {SCENE_VERTEX_XYZ{-5, -5, z}, {5, -5, z}, {5, 5, z}, {-5, 5, z}})
+        vertices.push_back({p, {0, 0, 1}, 0, 0, {1, 0, 0}});
+      indices.insert(indices.end(), {base, base + 1, base + 2, base, base + 2, base + 3});
+    }
+    scene.Mesh(material, vertices, indices);
+  }
+  // No light shoots photons of its own: the camera stands above the panes,
+  // and the project's lights are none.
+  scene.SetCamera({0, 0, 60}, {0, 0, 0});
+  scene.Options().SetCustomLighting(true);
+  scene.Options().SetNumberOfIndirectBounces(0);
+  scene.Update();
+  ASSERT_TRUE(access.Photons(true).empty());
+
+  PhotonCounter direct{0}, indirect{0}, shots{0};
+  const std::vector<uint32_t> noLights;
+  RT_RANDOM_NUMBER_GENERATOR generator(false, 0);
+  SWRT_SHOOT_PHOTONS_THREAD_DATA data{scene.View(), &scene.Options(), &direct,   &indirect, 1, 1,
+                                      &shots,       &noLights,        &generator};
+  access.PhotonList(true).assign(1, SWPhoton{});
+  access.PhotonList(false).assign(1, SWPhoton{});
+  struct Flight {
+    RT_RENDER_ENGINE* engine;
+    SWRT_SHOOT_PHOTONS_THREAD_DATA* data;
+  } flight{scene.engine, &data};
+  pthread_attr_t attributes;
+  pthread_attr_init(&attributes);
+  pthread_attr_setstacksize(&attributes, 256 * 1024);
+  pthread_t thread;
+  ASSERT_EQ(pthread_create(
+                &thread, &attributes,
+                [](void* argument) -> void* {
+                  Flight& f = *static_cast<Flight*>(argument);
+                  SCENE_VERTEX_XYZ_64 origin = {0.3, 0.2, 50.0}, down = {0.0, 0.0, -1.0},
+                                      inverse = {1.7976931348623157e308, 1.7976931348623157e308, -1.0},
+                                      energy = {1.0, 2.0, 3.0};
+                  SWRayIntersectionResult result{};
+                  const bool hit = f.engine->IntersectSWGeometry(origin, down, inverse, result);
+                  f.engine->ProcessPhotonIntersectionThread(*f.data, hit, result, origin, down, inverse,
+                                                            energy, 0);
+                  return nullptr;
+                },
+                &flight),
+            0);
+  pthread_join(thread, nullptr);
+  pthread_attr_destroy(&attributes);
+
+  EXPECT_EQ(direct.load(), 1u);
+  EXPECT_EQ(indirect.load(), 0u);
+  const SWPhoton stored = access.Photons(true)[0];
+  const SCENE_VERTEX_XYZ_64 p = stored.position, d = stored.direction, e = stored.energy;
+  EXPECT_NEAR(p.x, 0.3, 1e-9);
+  EXPECT_NEAR(p.y, 0.2, 1e-9);
+  EXPECT_NEAR(p.z, 0.0, 1e-9);
+  EXPECT_EQ(d.z, -1.0);
+  EXPECT_TRUE(e.x == 1.0 && e.y == 2.0 && e.z == 3.0);
+}
+
+TEST(PhotonShootingLimits, AListTooLargeForMemoryLeavesNoPhotonsAndTheLightStays) {
+  if (double(sysconf(_SC_PHYS_PAGES)) * double(sysconf(_SC_PAGESIZE)) > 900e9)
+    GTEST_SKIP() << "this machine could hold the lists";
+  // Level 42950 asks for more than 2^32 photons a list. Wrapped round to
+  // 32 bits it would be 32 704; kept at the largest list, it can't be had.
+  RenderScene scene(8, 8);
+  EngineTestAccess access(scene.engine);
+  scene.Material("Floor", [](TEXTURE_LINK& l) {
+    l.SetAmbientLevel(0);
+    l.SetSpecularLevel(0);
+  });
+  scene.Quad("Floor", {-10, -10, 0}, {10, -10, 0}, {10, 10, 0}, {-10, 10, 0});
+  SCENE_LIGHT_DEFINITION bulb{};
+  bulb.position = {0, 0, 5};
+  bulb.color = 0x00FFFFFF;
+  bulb.flags = LightEnabled | LightDiffuse;
+  bulb.intensity = 10;
+  scene.Lights()->AddLightInstance(scene.Lights()->AddLightDefinition(bulb), nullptr);
+  MODE_RENDER_OPTIONS& o = scene.Options();
+  o.SetCustomLighting(true);
+  o.SetPhotonMapping(true);
+  o.SetIndirectLighting(true);
+  o.SetPhotonLevel(42950);
+  o.SetDisplayShadows(false);
+  scene.Render();
+  EXPECT_TRUE(access.Photons(true).empty());
+  EXPECT_TRUE(access.Photons(false).empty());
+  // The direct light is all there, as without photon mapping.
+  const float lit = scene.Color(4, 4).x;
+  o.SetPhotonMapping(false);
+  scene.Render();
+  EXPECT_GT(lit, 0.5f);
+  EXPECT_EQ(lit, scene.Color(4, 4).x);
+}
+
+// A room lit by one spot light aimed at the floor: the ceiling lies outside
+// the cone and shows only the ambient light, unless photons carry the
+// light that the floor throws back up to it.
+TEST(PhotonPicture, LightBouncedOffTheFloorReachesTheCeiling) {
+  RenderScene scene(16, 16);
+  scene.Material("Room", [](TEXTURE_LINK& l) {
+    l.SetDiffuseLevel(50);
+    l.SetSpecularLevel(0);
+  });
+  scene.Quad("Room", {-10, -10, 0}, {10, -10, 0}, {10, 10, 0}, {-10, 10, 0});
+  scene.Quad("Room", {-10, -10, 10}, {-10, 10, 10}, {10, 10, 10}, {10, -10, 10});
+  scene.Quad("Room", {-10, -10, 0}, {-10, 10, 0}, {-10, 10, 10}, {-10, -10, 10});
+  scene.Quad("Room", {10, -10, 0}, {10, -10, 10}, {10, 10, 10}, {10, 10, 0});
+  scene.Quad("Room", {-10, -10, 0}, {-10, -10, 10}, {10, -10, 10}, {10, -10, 0});
+  scene.Quad("Room", {-10, 10, 0}, {10, 10, 0}, {10, 10, 10}, {-10, 10, 10});
+  SCENE_LIGHT_DEFINITION spot{};
+  spot.type = 1;
+  spot.position = {0, 0, 9};
+  spot.target = {0, 0, 0};
+  spot.angle = 40;
+  spot.color = 0x00FFFFFF;
+  spot.flags = LightEnabled | LightDiffuse;
+  spot.intensity = 10;
+  scene.Lights()->AddLightInstance(scene.Lights()->AddLightDefinition(spot), nullptr);
+  MODE_RENDER_OPTIONS& o = scene.Options();
+  o.SetCustomLighting(true);
+  o.SetDisplayShadows(false);
+  o.SetAmbientLightLevel(0.2f);
+  o.SetPhotonLevel(1);
+  o.SetPhotonRadius(4.0f);
+  // Looking up at the ceiling from the middle of the room.
+  scene.SetCamera({0, 0, 2}, {0.5f, 0, 10}, 40.0f);
+
+  scene.Render();
+  const float ambientOnly = scene.Color(8, 8).x;
+  // Material ambient 100 times the ambient light: nothing else gets there.
+  EXPECT_NEAR(ambientOnly, 0.2f, 1e-5f);
+
+  o.SetPhotonMapping(true);
+  o.SetIndirectLighting(true);
+  scene.Render();
+  EXPECT_GT(scene.Color(8, 8).x, ambientOnly + 0.1f);
+  EXPECT_GT(scene.Color(2, 2).x, ambientOnly + 0.1f);
+
+  // With photons for all of the direct light the lights themselves are left
+  // out, and the floor in the cone is lit by the direct photons alone.
+  o.SetIndirectLighting(false);
+  o.SetPhotonDirectLightingContribution(100.0f);
+  scene.SetCamera({0, 0, 8}, {0.5f, 0, 0}, 40.0f);
+  scene.Render();
+  EXPECT_GT(scene.Color(8, 8).x, ambientOnly + 0.1f);
+}
+
+TEST_F(PhotonShooting, TheProgressBarCountsStoredPhotonsOfBothLists) {
+  std::mutex mutex;
+  std::vector<std::pair<unsigned, uint64_t>> messages;  // message and its count
+  platform::NullWindow bar(0, 0, [&](unsigned message, WPARAM wParam, LPARAM lParam) {
+    std::lock_guard<std::mutex> lock(mutex);
+    messages.push_back({message, message == PBM_SETRANGE32 ? uint64_t(lParam) : uint64_t(wParam)});
+  });
+  scene.engine->SetRenderToFileCubeMapProgressBar(&bar);
+  Light(0, {0, 0, 5});
+  RepeatableUpdate();
+  ASSERT_GE(messages.size(), 3u);
+  EXPECT_EQ(messages.front(), std::make_pair(PBM_SETRANGE32, uint64_t{200000}));
+  // One job: the count only grows, and ends with both lists full.
+  for (size_t i = 1; i < messages.size(); ++i) {
+    EXPECT_EQ(messages[i].first, PBM_SETPOS);
+    EXPECT_GE(messages[i].second, messages[i - 1].second * (i > 1));
+  }
+  EXPECT_EQ(messages.back().second, 200000u);
+  EXPECT_GE(messages.size(), 50u);  // about one for each hundredth
+}

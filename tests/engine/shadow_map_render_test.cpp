@@ -1,0 +1,255 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <memory>
+#include <sched.h>
+#include <vector>
+
+#include "EngineTestAccess.h"
+#include "RenderScene.h"
+
+namespace {
+
+constexpr int Side = 64;
+// Scenes are laid out in metres and built in centimetres: a cube map's
+// variance never falls below 10 square units, a blur of about 3 units.
+constexpr float Cm = 100.0f;
+constexpr double HalfField = 10 * 3.141592653589793 / 180;
+
+SCENE_VERTEX_XYZ InCm(SCENE_VERTEX_XYZ p) {
+  return {p.x * Cm, p.y * Cm, p.z * Cm};
+}
+
+// A matt floor with no ambient light and a box standing on it, seen from
+// 24 above through a lens of 20 degrees, under one light of the project's
+// own. Visibility of a pixel is its colour over that with shadows hidden:
+// the light's cone and angle cancel out.
+class ShadowMapRenderTest : public ::testing::Test {
+ protected:
+  void SetUp() override { Populate(); }
+  void Populate() {
+    scene->Material("Matt", [](TEXTURE_LINK& link) {
+      link.SetAmbientLevel(0);
+      link.SetSpecularLevel(0);
+    });
+    // The floor is a slab: a point light's map finds a second blocker under
+    // it, so that the mean of the filter stays finite around the shadow.
+    Quad({-20, -20, 0}, {20, -20, 0}, {20, 20, 0}, {-20, 20, 0});
+    Quad({-20, -20, -0.2f}, {-20, 20, -0.2f}, {20, 20, -0.2f}, {20, -20, -0.2f});
+    scene->Options().SetCustomLighting(true);
+    scene->Options().SetDisplayShadows(true);
+  }
+  void Quad(SCENE_VERTEX_XYZ a, SCENE_VERTEX_XYZ b, SCENE_VERTEX_XYZ c, SCENE_VERTEX_XYZ d) {
+    scene->Quad("Matt", InCm(a), InCm(b), InCm(c), InCm(d));
+  }
+  void Box(float x0, float y0, float x1, float y1, float h) {
+    Quad({x0, y0, h}, {x1, y0, h}, {x1, y1, h}, {x0, y1, h});
+    Quad({x0, y0, 0}, {x1, y0, 0}, {x1, y0, h}, {x0, y0, h});
+    Quad({x1, y1, 0}, {x0, y1, 0}, {x0, y1, h}, {x1, y1, h});
+    Quad({x0, y1, 0}, {x0, y0, 0}, {x0, y0, h}, {x0, y1, h});
+    Quad({x1, y0, 0}, {x1, y1, 0}, {x1, y1, h}, {x1, y0, h});
+  }
+  // The camera looks down at floor point (x, y) from 24 above.
+  void LookAt(float x, float y) {
+    eye = {x, y - 0.5f, 24};
+    target = {x, y, 0};
+    scene->SetCamera(InCm(eye), InCm(target), 2 * HalfField * 180 / 3.141592653589793);
+  }
+  // The pixel that shows floor point (x, y), by the camera's own geometry:
+  // right = forward x up of the world, screen up = right x forward.
+  int PixelOf(double x, double y) const {
+    const double f[3] = {target.x - eye.x, target.y - eye.y, target.z - eye.z};
+    const double fl = std::sqrt(f[0] * f[0] + f[1] * f[1] + f[2] * f[2]);
+    const double F[3] = {f[0] / fl, f[1] / fl, f[2] / fl};
+    double R[3] = {F[1], -F[0], 0};
+    const double rl = std::hypot(R[0], R[1]);
+    R[0] /= rl, R[1] /= rl;
+    const double U[3] = {R[1] * F[2] - R[2] * F[1], R[2] * F[0] - R[0] * F[2], R[0] * F[1] - R[1] * F[0]};
+    const double p[3] = {x - eye.x, y - eye.y, -eye.z};
+    const double depth = p[0] * F[0] + p[1] * F[1] + p[2] * F[2];
+    const double sx = (p[0] * R[0] + p[1] * R[1] + p[2] * R[2]) / depth / std::tan(HalfField);
+    const double sy = (p[0] * U[0] + p[1] * U[1] + p[2] * U[2]) / depth / std::tan(HalfField);
+    const int column = int(std::floor(Side / 2.0 * (1 + sx))), row = int(std::floor(Side / 2.0 * (1 - sy)));
+    return row * Side + column;
+  }
+  void Light(uint16_t type, SCENE_VERTEX_XYZ position, SCENE_VERTEX_XYZ target, double angle = 45.0,
+             SCENE_VERTEX_XYZ axisU = {}, SCENE_VERTEX_XYZ axisV = {}) {
+    SCENE_LIGHT_DEFINITION light{};
+    light.type = type;
+    light.position = InCm(position);
+    light.target = InCm(target);
+    light.color = 0x00FFFFFF;
+    light.flags = LightEnabled | LightCastsShadows | LightDiffuse;
+    light.intensity = 5;
+    light.angle = angle;
+    light.axisU = InCm(axisU);
+    light.axisV = InCm(axisV);
+    scene->Lights()->AddLightInstance(scene->Lights()->AddLightDefinition(light), nullptr);
+  }
+  // Renders with shadows hidden, then as `soft` says, and keeps the ratio
+  // of the pixels that the light reaches at all (-1 elsewhere).
+  void RenderVisibility(bool soft) {
+    scene->Options().SetDisplayShadows(false);
+    scene->Render();
+    std::vector<double> open(Side * Side);
+    for (int i = 0; i < Side * Side; ++i) open[i] = scene->Color(i % Side, i / Side).x;
+    scene->Options().SetDisplayShadows(true);
+    scene->Options().SetRayTracedSoftShadows(soft);
+    scene->Render();
+    visibility.assign(Side * Side, -1.0);
+    for (int i = 0; i < Side * Side; ++i)
+      if (open[i] > 1e-3) visibility[i] = scene->Color(i % Side, i / Side).x / open[i];
+  }
+  int Count(double low, double high) const {
+    int n = 0;
+    for (double v : visibility) n += v > low && v < high;
+    return n;
+  }
+  // Counts of shadowed, penumbra and lit pixels, soft and then hard.
+  void ExpectPenumbraOnlyWhenSoft() {
+    RenderVisibility(true);
+    EXPECT_GT(Count(-0.5, 0.05), 10) << "no full shadow";
+    EXPECT_GT(Count(0.1, 0.9), 10) << "no penumbra";
+    EXPECT_GT(Count(0.999, 1.001), 500) << "no lit floor";
+    RenderVisibility(false);
+    EXPECT_GT(Count(-0.5, 0.05), 10);
+    EXPECT_EQ(Count(0.01, 0.99), 0) << "a hard shadow has no penumbra";
+  }
+
+  std::unique_ptr<RenderScene> scene = std::make_unique<RenderScene>(Side, Side);
+  EngineTestAccess access{scene->engine};
+  std::vector<double> visibility;
+  SCENE_VERTEX_XYZ eye{}, target{};
+};
+
+}  // namespace
+
+TEST_F(ShadowMapRenderTest, SpotLightGivesAPenumbra) {
+  // The shadow reaches from the box to x = -2.25.
+  Box(-1, -1, 1, 1, 2);
+  Light(1, {4, 0, 10}, {0, 0, 0});
+  LookAt(-1.5f, 0);
+  ExpectPenumbraOnlyWhenSoft();
+}
+
+TEST_F(ShadowMapRenderTest, DirectLightGivesAPenumbra) {
+  // The shadow lies 1 and 2/3 beyond the box in x and y.
+  Box(-1, -1, 1, 1, 2);
+  Light(2, {-30, -20, 60}, {0, 0, 0});
+  LookAt(1, 0.5f);
+  ExpectPenumbraOnlyWhenSoft();
+}
+
+TEST_F(ShadowMapRenderTest, AreaLightGivesAPenumbra) {
+  // A panel of 1 x 1 where the spot light stood; its map is drawn from a
+  // point behind the panel.
+  Box(-1, -1, 1, 1, 2);
+  Light(3, {4, 0, 10}, {0, 0, 0}, 45.0, {0.5f, 0, 0}, {0, 0.5f, 0});
+  LookAt(-1.5f, 0);
+  ExpectPenumbraOnlyWhenSoft();
+}
+
+TEST_F(ShadowMapRenderTest, PointLightShadowCrossesACubeSeamWithoutALine) {
+  // Seen from the light 6 above the floor, floor points 6 away along x lie
+  // on the seam of the downward face and the side face; the box's shadow
+  // reaches from x = 4.5 to 7.5 across it.
+  Box(3, -1, 5, 1, 2);
+  Light(0, {0, 0, 6}, {0, 0, 0});
+  LookAt(6, 0);
+  ExpectPenumbraOnlyWhenSoft();
+  RenderVisibility(true);
+  // Along the middle of the shadow, across the seam, it stays dark; beside
+  // the shadow (|y| beyond 1.5 and its penumbra) the floor is fully lit on
+  // both sides of the seam.
+  for (double x = 5.0; x <= 7.2; x += 0.2) EXPECT_LT(visibility[PixelOf(x, 0)], 0.05) << "x " << x;
+  for (double y : {-3.5, -2.8, 2.8, 3.5})
+    for (double x = 4.0; x <= 8.0; x += 0.1) EXPECT_GT(visibility[PixelOf(x, y)], 0.999) << x << ", " << y;
+}
+
+TEST_F(ShadowMapRenderTest, CameraMoveRedrawsNoMapAndALightChangeRedrawsItsOwn) {
+  Box(-1, -1, 1, 1, 2);
+  Light(1, {4, 0, 10}, {0, 0, 0});
+  scene->Update();
+  ASSERT_EQ(access.ShadowMapsSingle().size(), 1u);
+  SWShadowMap* map = access.ShadowMapsSingle()[0];
+  const SW_PIXEL_G64R64F middle = map->pixels[128 * 256 + 128];
+  EXPECT_LT(middle.depth, 1.0);
+  EXPECT_TRUE(access.DirtyShadowLights().empty());
+  map->pixels[128 * 256 + 128] = {0.25, 0.5};  // a mark that a redraw would wipe
+  LookAt(3, -2);
+  scene->UpdateAgain();
+  EXPECT_EQ(access.ShadowMapsSingle()[0], map);
+  EXPECT_EQ(map->pixels[128 * 256 + 128].depth, 0.5);
+
+  scene->engine->ModifyLightInstance(scene->Lights()->GetLightInstance(0));
+  scene->UpdateAgain();
+  EXPECT_TRUE(access.DirtyShadowLights().empty());
+  ASSERT_EQ(access.ShadowMapsSingle().size(), 1u);
+  EXPECT_EQ(access.ShadowMapsSingle()[0]->pixels[128 * 256 + 128].depth, middle.depth);
+}
+
+namespace {
+// Pins the calling thread to its first processor while it lives: an engine
+// made meanwhile starts one worker.
+class OneProcessor {
+ public:
+  OneProcessor() {
+    sched_getaffinity(0, sizeof(all), &all);
+    cpu_set_t one;
+    CPU_ZERO(&one);
+    for (int cpu = 0; cpu < CPU_SETSIZE; ++cpu)
+      if (CPU_ISSET(cpu, &all)) {
+        CPU_SET(cpu, &one);
+        break;
+      }
+    sched_setaffinity(0, sizeof(one), &one);
+  }
+  ~OneProcessor() { sched_setaffinity(0, sizeof(all), &all); }
+
+ private:
+  cpu_set_t all;
+};
+}  // namespace
+
+TEST_F(ShadowMapRenderTest, MapsComeOutTheSameWhateverWorkerDrawsWhichTile) {
+  // Every process of a render farm draws its own maps, on its own number of
+  // workers: the pixels must agree to the bit.
+  const auto drawMaps = [this] {
+    Box(3, -1, 5, 1, 2);
+    Light(1, {4, 0, 10}, {0, 0, 0});
+    Light(0, {0, 0, 6}, {0, 0, 0});
+    scene->Options().SetRayTracedSoftShadows(true);
+    scene->Update();
+    std::vector<double> values;
+    const auto keep = [&](const SW_PIXEL_G64R64F* pixels, size_t count) {
+      for (size_t i = 0; i < count; ++i)
+        values.insert(values.end(), {pixels[i].depth, pixels[i].depthSquared});
+    };
+    for (const auto& [number, row] : access.ShadowMapIndexSingle()) {
+      const SWShadowMap* map = access.ShadowMapsSingle()[row];
+      keep(map->pixels, size_t(map->width) * map->height);
+    }
+    for (const auto& [number, row] : access.ShadowMapIndexCube()) {
+      const SWCubeShadowMap* map = access.ShadowMapsCube()[row];
+      keep(map->pixels, size_t(map->faces) * map->width * map->height);
+    }
+    return values;
+  };
+  const std::vector<double> shared = drawMaps();
+  // A flat map of 256 x 256 and a cube of 6 x 256 x 256.
+  ASSERT_EQ(shared.size(), 2u * 7 * 256 * 256);
+  {
+    OneProcessor pin;
+    scene = std::make_unique<RenderScene>(Side, Side);
+  }
+  access = EngineTestAccess(scene->engine);
+  ASSERT_EQ(access.WorkerCount(), 1u);
+  Populate();
+  const std::vector<double> alone = drawMaps();
+  ASSERT_EQ(alone.size(), shared.size());
+  size_t differing = 0;
+  for (size_t i = 0; i < shared.size(); ++i)
+    differing += std::memcmp(&shared[i], &alone[i], sizeof(double)) != 0;
+  EXPECT_EQ(differing, 0u);
+}

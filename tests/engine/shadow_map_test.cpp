@@ -1,0 +1,428 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <vector>
+
+#include "CubeShadowMapSeams.h"
+#include "EngineTestAccess.h"
+#include "RenderScene.h"
+#include "ShadowMapSampling.h"
+
+namespace {
+
+constexpr double Huge = 1.7976931348623157e308;
+
+SW_PIXEL_G64R64F Depth(double d) {
+  return {d * d, d};
+}
+
+// A flat map whose columns left of `edge` hold a blocker at 0.2 and the
+// rest one at 0.8, the same in every row.
+SWShadowMap StepMap(int size, int edge) {
+  SWShadowMap map(size, size);
+  for (int y = 0; y < size; ++y)
+    for (int x = 0; x < size; ++x) map.pixels[y * size + x] = Depth(x < edge ? 0.2 : 0.8);
+  return map;
+}
+
+// Visibility of a point at depth 0.6 at the centre of column `x`.
+double VisibilityAtColumn(const SWShadowMap& map, int x) {
+  SW_PIXEL_G64R64F pixel{};
+  SampleShadowMap(&map, (x + 0.5f) / map.width, 0.5f, pixel);
+  return ShadowMapVisibility(pixel, 0.6, SmallestFlatMapVariance);
+}
+
+// An engine with no scene, whose filter jobs run over the maps the test
+// puts into its tables.
+class ShadowMapFilterTest : public ::testing::Test {
+ protected:
+  void SetUp() override { engine->Initialize(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr); }
+  void TearDown() override {
+    access.ShadowMapsSingle().clear();  // the test owns the maps
+    access.ShadowMapsCube().clear();
+    engine->Release();
+  }
+  // Filters `source`, held as light 5's map, into a copy, tile by tile.
+  SWShadowMap Filter(SWShadowMap& source) {
+    access.ShadowMapsSingle() = {&source};
+    access.ShadowMapIndexSingle()[5] = 0;
+    SWShadowMap filtered(source);
+    std::vector<WorkItem> items;
+    for (int x = 0; x < source.width; x += 32)
+      for (int y = 0; y < source.height; y += 32) {
+        auto* data = new SWRT_RENDER_THREAD_DATA();
+        data->workKind = RT_WORK_SHADOWMAP_FILTER;
+        data->x = data->frameX = x;
+        data->y = data->frameY = y;
+        data->width = data->height = 32;
+        data->shadowLightId = 5;
+        data->shadowMap = &filtered;
+        items.push_back({RT_JOB_RENDER, data});
+      }
+    access.Push(items);
+    access.WaitForCompletion();
+    return filtered;
+  }
+
+  RT_RENDER_ENGINE* engine = static_cast<RT_RENDER_ENGINE*>(CreateRenderEngine());
+  EngineTestAccess access{engine};
+};
+
+}  // namespace
+
+TEST_F(ShadowMapFilterTest, StepEdgeGetsAPenumbraAsWideAsTheFilter) {
+  SWShadowMap step = StepMap(64, 32);
+  const SWShadowMap filtered = Filter(step);
+  // By hand: the filter weighs columns x - 3 to x + 2 by 1, 2, 2, 2, 2, 1
+  // tenths, and a tap at column 0 reaches across the edge to column 63.
+  // Mean m and mean square s give the bound (s - m^2) / (s - m^2 + (0.6 - m)^2).
+  const double floor = 0.0001 / (0.0001 + 0.4 * 0.4);
+  const struct {
+    int column;
+    double raw, soft;
+  } cases[] = {
+      {0, floor, 0.0756 / (0.0756 + 0.22 * 0.22)},   // 3 taps wrap: m 0.38, s 0.22
+      {20, floor, floor},                            // well inside the shadow
+      {29, floor, floor},                            // the window just misses the edge
+      {30, floor, 0.0324 / (0.0324 + 0.34 * 0.34)},  // m 0.26, s 0.10
+      {31, floor, 0.0756 / (0.0756 + 0.22 * 0.22)},  // m 0.38, s 0.22
+      {32, 1.0, 0.9},                                // m 0.5, s 0.34
+      {33, 1.0, 1.0},                                // m 0.62 lies beyond the point
+      {40, 1.0, 1.0},                                // well inside the lit side
+      {63, 1.0, 1.0},
+  };
+  for (const auto& c : cases) {
+    EXPECT_NEAR(VisibilityAtColumn(step, c.column), c.raw, 1e-9) << "raw, column " << c.column;
+    EXPECT_NEAR(VisibilityAtColumn(filtered, c.column), c.soft, 1e-9) << "filtered, column " << c.column;
+  }
+  EXPECT_EQ(VisibilityAtColumn(filtered, 40), 1.0);
+}
+
+TEST_F(ShadowMapFilterTest, EmptyPixelsNeitherOverflowNorTurnIntoNotANumber) {
+  // A blocker at 0.3 beside pixels that saw nothing, and in a cube a point
+  // light's pixel whose square overflowed.
+  SWShadowMap map(32, 32);
+  for (int i = 0; i < 32 * 32; ++i) map.pixels[i] = i % 32 < 16 ? SW_PIXEL_G64R64F{Huge, Huge} : Depth(0.3);
+  const SWShadowMap filtered = Filter(map);
+  for (int i = 0; i < 32 * 32; ++i) {
+    EXPECT_TRUE(std::isfinite(filtered.pixels[i].depth)) << i;
+    EXPECT_TRUE(std::isfinite(filtered.pixels[i].depthSquared)) << i;
+  }
+  // Lit space wins at the silhouette: the mean of any window that meets an
+  // empty pixel lies beyond a point at 0.6. Away from it the blocker holds.
+  EXPECT_EQ(VisibilityAtColumn(filtered, 17), 1.0);
+  EXPECT_NEAR(VisibilityAtColumn(filtered, 24), 0.0001 / (0.0001 + 0.3 * 0.3), 1e-12);
+
+  const double half = Huge / 2.0;
+  const SW_PIXEL_G64R64F overflowed{half * half, half};
+  ASSERT_TRUE(std::isinf(overflowed.depthSquared));
+  SWCubeShadowMap cube(4, 4, 6);
+  for (int i = 0; i < 4 * 4 * 6; ++i) cube.pixels[i] = i % 2 ? overflowed : Depth(50.0);
+  SW_PIXEL_G64R64F pixel{};
+  SampleCubeShadowMapFace(&cube, 0, 0.5f, 0.5f, pixel);  // a tap of weight 0 on an infinite pixel
+  EXPECT_FALSE(std::isnan(pixel.depth));
+  EXPECT_FALSE(std::isnan(pixel.depthSquared));
+  EXPECT_EQ(ShadowMapVisibility(pixel, 80.0, SmallestCubeMapVariance), 1.0);
+  EXPECT_EQ(ShadowMapVisibility({Huge, 1e300}, 2e300, SmallestCubeMapVariance), 1.0);
+}
+
+TEST(ShadowMapLookUp, CubeFaceFollowsTheLargestAxisAndCoordinatesFollowTheFace) {
+  // Face f holds depth 100 (f + 1) everywhere except the pixels named below.
+  SWCubeShadowMap cube(256, 256, 6);
+  for (int f = 0; f < 6; ++f)
+    for (int i = 0; i < 256 * 256; ++i) cube.pixels[f * 256 * 256 + i] = Depth(100.0 * (f + 1));
+  const struct {
+    SCENE_VERTEX_XYZ_64 d;
+    int face;
+  } faces[] = {{{1, 0.5, 0.2}, 0}, {{-1, 0.5, 0.2}, 1}, {{0.1, 2, -1}, 2}, {{0.1, -2, -1}, 3},
+               {{0.1, 0.2, 3}, 4}, {{0.1, 0.2, -3}, 5}, {{1, 1, 0.5}, 0},  {{-1, 1, 1}, 1},
+               {{0, 1, 1}, 2},     {{0, 0, -1}, 5},     {{0, -0.0, 1}, 4}};
+  for (const auto& c : faces) {
+    SW_PIXEL_G64R64F pixel{};
+    SampleCubeShadowMap(&cube, c.d, pixel);
+    EXPECT_NEAR(pixel.depth, 100.0 * (c.face + 1), 1e-9) << c.d.x << " " << c.d.y << " " << c.d.z;
+  }
+  // Pixel (10, 200) of face 0 and of face 3, met by the directions whose u
+  // and v are that pixel's centre on the face.
+  cube.pixels[0 * 65536 + 200 * 256 + 10] = Depth(7.0);
+  cube.pixels[3 * 65536 + 200 * 256 + 10] = Depth(9.0);
+  const double u = 10.5 / 256, v = 200.5 / 256;
+  SW_PIXEL_G64R64F pixel{};
+  SampleCubeShadowMap(&cube, {1.0, 1.0 - 2 * v, 1.0 - 2 * u}, pixel);
+  EXPECT_NEAR(pixel.depth, 7.0, 1e-3);
+  SampleCubeShadowMap(&cube, {2 * u - 1.0, -1.0, 1.0 - 2 * v}, pixel);
+  EXPECT_NEAR(pixel.depth, 9.0, 1e-3);
+  // The bound with the cube's variance floor of 10: a point 10 behind a
+  // blocker at 100 gets 10 / (10 + 100).
+  EXPECT_NEAR(ShadowMapVisibility(Depth(100.0), 110.0, SmallestCubeMapVariance), 10.0 / 110.0, 1e-12);
+  EXPECT_EQ(ShadowMapVisibility(Depth(100.0), 100.0, SmallestCubeMapVariance), 1.0);
+  // A map that is not a square cube of six faces is not read.
+  SWCubeShadowMap odd(4, 8, 6);
+  pixel = Depth(3.0);
+  SampleCubeShadowMap(&odd, {1, 0, 0}, pixel);
+  EXPECT_EQ(pixel.depth, 3.0);
+}
+
+namespace {
+
+// A floor at z = 0 and an opaque plate over (-1, -1) to (1, 1) at z = 2,
+// under a glass of opacity 50 at z = 5 and a transparent material without
+// a texture at z = 6, which the map must look through. Light 7 looks
+// straight down from (0, 0, 10), its eye space the world moved down by 10.
+class ShadowMapTileTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    scene.Options().SetLighting(false);  // no maps of the update's own
+    scene.Material("Solid", [](TEXTURE_LINK&) {});
+    scene.Material("Glass", [](TEXTURE_LINK& link) { link.SetOpacityLevel(50); });
+    scene.Material("Cutout", [](TEXTURE_LINK& link) {
+      link.SetTransparent(true);
+      link.SetTextureLinkFullFileName("missing.png");
+    });
+    Square("Solid", 50, 0);
+    Square("Solid", 1, 2);
+    Square("Glass", 20, 5);
+    Square("Cutout", 20, 6);
+    scene.Update();
+
+    options.SetCustomLighting(true);
+    RTRendererLight light{};
+    light.number = 7;
+    light.definition.type = 1;
+    light.definition.flags = LightEnabled | LightCastsShadows;
+    light.definition.position = {0, 0, 10};
+    light.shadowNear = Near;
+    light.shadowFar = Far;
+    GetIdentityMatrix(&light.shadowView);
+    light.shadowView.m[14] = -10.0;
+    access.Lights().InsertOrUpdateLight(&light);
+  }
+  void Square(const char* material, float half, float z) {
+    scene.Quad(material, {-half, -half, z}, {half, -half, z}, {half, half, z}, {-half, half, z});
+  }
+  // A tile of the whole 32 x 32 map; the near plane spans +-Tangent.
+  SWRT_RENDER_THREAD_DATA* Tile(uint16_t kind, SWShadowMap* target) {
+    auto* data = new SWRT_RENDER_THREAD_DATA();
+    data->workKind = kind;
+    data->width = data->height = data->viewWidth = data->viewHeight = Size;
+    data->samples = 1;
+    data->planeOrigin = {-Near * Tangent, Near * Tangent, -Near};
+    data->stepX = 2 * Near * Tangent / Size;
+    data->stepY = -2 * Near * Tangent / Size;
+    GetIdentityMatrix(&data->eyeToWorld);
+    data->eyeToWorld.m[14] = 10.0;
+    data->view = scene.View();
+    data->options = &options;
+    data->shadowLightId = 7;
+    data->shadowMap = target;
+    return data;
+  }
+  void Run(SWRT_RENDER_THREAD_DATA* data) {
+    access.Push({{RT_JOB_RENDER, data}});
+    access.WaitForCompletion();
+  }
+  // By hand: the ray through the pixel's centre meets the plate where the
+  // plate's z lies within it, and the floor; depth (9 - z) / 10.
+  static double ExpectedDepth(int px, int py) {
+    const double x = (px + 0.5 - Size / 2.0) / (Size / 2.0) * Tangent;  // per unit of descent
+    const double y = (Size / 2.0 - py - 0.5) / (Size / 2.0) * Tangent;
+    const bool onPlate = std::fabs(8 * x) <= 1 && std::fabs(8 * y) <= 1;
+    return onPlate ? (0.7 + 0.9) / 2 : (0.9 + 1.0) / 2;
+  }
+
+  static constexpr int Size = 32;
+  static constexpr double Near = 1.0, Far = 11.0, Tangent = 0.25;
+  RenderScene scene{4, 4};
+  EngineTestAccess access{scene.engine};
+  MODE_RENDER_OPTIONS options;
+};
+
+}  // namespace
+
+TEST_F(ShadowMapTileTest, TileAndFilterMatchABruteForceOfTheSamePixels) {
+  auto* raw = new SWShadowMap(Size, Size);
+  access.ShadowMapsSingle().push_back(raw);  // the engine deletes it
+  access.ShadowMapIndexSingle()[7] = int32_t(access.ShadowMapsSingle().size() - 1);
+  Run(Tile(RT_WORK_SHADOWMAP_PERSPECTIVE, raw));
+  std::vector<double> expected(Size * Size);
+  for (int y = 0; y < Size; ++y)
+    for (int x = 0; x < Size; ++x) {
+      expected[y * Size + x] = ExpectedDepth(x, y);
+      ASSERT_NEAR(raw->pixels[y * Size + x].depth, expected[y * Size + x], 1e-9) << x << ", " << y;
+      ASSERT_NEAR(raw->pixels[y * Size + x].depthSquared, std::pow(expected[y * Size + x], 2), 1e-9);
+    }
+
+  // The filter by its definition: 25 taps at the clamped neighbours, each
+  // the mean of the 2 x 2 pixels ending there, wrapping at the low edge.
+  SWShadowMap filtered(*raw);
+  Run(Tile(RT_WORK_SHADOWMAP_FILTER, &filtered));
+  const auto at = [&](int x, int y) { return expected[((y + Size) % Size) * Size + (x + Size) % Size]; };
+  for (int y = 0; y < Size; ++y)
+    for (int x = 0; x < Size; ++x) {
+      double mean = 0.0, square = 0.0;
+      for (int dx = -2; dx <= 2; ++dx)
+        for (int dy = -2; dy <= 2; ++dy) {
+          const int cx = std::clamp(x + dx, 0, Size - 1), cy = std::clamp(y + dy, 0, Size - 1);
+          for (int i : {cx - 1, cx})
+            for (int j : {cy - 1, cy}) {
+              mean += at(i, j) / 100.0;
+              square += at(i, j) * at(i, j) / 100.0;
+            }
+        }
+      EXPECT_NEAR(filtered.pixels[y * Size + x].depth, mean, 1e-12) << x << ", " << y;
+      EXPECT_NEAR(filtered.pixels[y * Size + x].depthSquared, square, 1e-12) << x << ", " << y;
+    }
+}
+
+TEST_F(ShadowMapTileTest, PixelHoldsTheMiddleOfTheFirstTwoBlockers) {
+  // Rays from light 7 (flat depths) and from a point light at (0, 0, 10)
+  // (distances), straight down through the plate or past it, and upward.
+  RTRendererLight point = *access.Lights().FindLight(7);
+  point.definition.type = 0;
+  const RTRendererLight* spot = access.Lights().FindLight(7);
+  const double half = Huge / 2.0;
+  const struct {
+    const RTRendererLight* light;
+    double x, dz, depth, square;
+  } cases[] = {
+      {spot, 0.0, -1, 0.8, 0.64},             // plate 0.7, floor 0.9
+      {spot, 3.0, -1, 0.95, 0.9025},          // floor 0.9, then the far plane
+      {spot, 0.0, 1, Huge, Huge},             // nothing at all
+      {&point, 0.0, -1, 9.0, 81.0},           // plate at 8, floor at 10
+      {&point, 3.0, -1, 5 + half, HUGE_VAL},  // floor at 10, then open space
+      {nullptr, 0.0, -1, Huge, Huge},
+  };
+  for (const auto& c : cases) {
+    PixelRaySample ray;
+    ray.origin = {c.x, 0, 10};
+    ray.direction = {0, 0, c.dz};
+    ray.inverseDirection = InverseDirection(ray.direction);
+    SWRayIntersectionResult result{};
+    const bool hit =
+        scene.engine->IntersectSWGeometry(ray.origin, ray.direction, ray.inverseDirection, result);
+    SW_PIXEL_G64R64F pixel{};
+    scene.engine->ProcessShadowmapPixel(hit, result, ray, pixel, false, 0.0, c.light, 0, 0);
+    EXPECT_NEAR(pixel.depth, c.depth, std::fabs(c.depth) * 1e-12) << c.x << " " << c.dz;
+    if (std::isinf(c.square))
+      EXPECT_TRUE(std::isinf(pixel.depthSquared));
+    else
+      EXPECT_NEAR(pixel.depthSquared, c.square, std::fabs(c.square) * 1e-12);
+  }
+}
+
+TEST_F(ShadowMapTileTest, LightsKeepOrReplaceTheirMapsAndAbortKeepsThemDirty) {
+  std::vector<SWShadowMap*>& maps = access.ShadowMapsSingle();
+  std::map<int32_t, int32_t>& index = access.ShadowMapIndexSingle();
+  std::set<int32_t>& dirty = access.DirtyShadowLights();
+  const auto generate = [&](int number) {
+    scene.engine->GenerateSWShadowmap(number, scene.View(), nullptr, &options);
+  };
+  SCENE_GRAPH graph;
+  const auto generateIn = [&](int number) {
+    scene.engine->GenerateSWShadowmap(number, scene.View(), &graph, &options);
+  };
+  dirty = {7};
+  generate(7);  // no scene graph: nothing happens
+  EXPECT_TRUE(maps.empty());
+  EXPECT_EQ(dirty.count(7), 1u);
+
+  generateIn(7);
+  ASSERT_EQ(maps.size(), 1u);
+  EXPECT_EQ(maps[0]->width, 256);
+  EXPECT_EQ(index.at(7), 0);
+  EXPECT_TRUE(dirty.empty());
+  SWShadowMap* spotMap = maps[0];
+  generateIn(7);  // clean: the map stays
+  EXPECT_EQ(maps[0], spotMap);
+
+  // Turned into a direct light: a map of 1024 replaces the one of 256.
+  RTRendererLight direct = *access.Lights().FindLight(7);
+  direct.definition.type = 2;
+  access.Lights().InsertOrUpdateLight(&direct);
+  dirty = {7};
+  generateIn(7);
+  ASSERT_EQ(maps.size(), 1u);
+  EXPECT_EQ(maps[0]->width, 1024);
+
+  // A null row is taken before the vector grows; a light that casts no
+  // shadow leaves the dirty set without a map.
+  RTRendererLight other = direct;
+  other.number = 8;
+  other.definition.type = 3;
+  access.Lights().InsertOrUpdateLight(&other);
+  delete maps[0];
+  maps[0] = nullptr;
+  index.erase(7);
+  dirty = {8};
+  generateIn(8);
+  EXPECT_EQ(maps.size(), 1u);
+  EXPECT_EQ(index.at(8), 0);
+  other.number = 9;
+  other.definition.flags = LightEnabled;
+  access.Lights().InsertOrUpdateLight(&other);
+  dirty = {9};
+  generateIn(9);
+  EXPECT_TRUE(dirty.empty());
+  EXPECT_EQ(index.count(9), 0u);
+
+  // An abort keeps the light dirty, to be drawn next time.
+  scene.engine->SetShouldAbortRenderFunction([](void*) { return true; }, nullptr);
+  dirty = {7};
+  generateIn(7);
+  EXPECT_EQ(dirty.count(7), 1u);
+}
+
+namespace {
+// The direction that the cube look-up sends to (u, v) of `face`, its face
+// table solved for the direction, at s = 2u - 1, t = 2v - 1; the pixel may
+// lie beyond the face, on the face's plane extended.
+SCENE_VERTEX_XYZ_64 FaceDirection(int face, double x, double y, int size) {
+  const double s = 2 * (x + 0.5) / size - 1, t = 2 * (y + 0.5) / size - 1;
+  const SCENE_VERTEX_XYZ_64 d[6] = {{1, -t, -s}, {-1, -t, s}, {s, 1, t},
+                                    {s, -1, -t}, {s, -t, 1},  {-s, -t, -1}};
+  const double length = std::sqrt(d[face].x * d[face].x + d[face].y * d[face].y + d[face].z * d[face].z);
+  return {d[face].x / length, d[face].y / length, d[face].z / length};
+}
+}  // namespace
+
+TEST(CubeShadowMapSeams, CrossingAnEdgeLandsNextToThePixelOnTheFaceBeyond) {
+  // For every pixel on every edge, one and two steps out: the pixel found
+  // on the next face lies where the extended face points, within two
+  // pixels' angle (a quarter turn spread over the face).
+  constexpr int S = 16;
+  const double pixelAngle = 1.5707963267948966 / S;
+  for (int face = 0; face < 6; ++face)
+    for (int along = 0; along < S; ++along)
+      for (int out : {-1, -2, S, S + 1})
+        for (bool acrossX : {false, true}) {
+          const int x = acrossX ? out : along, y = acrossX ? along : out;
+          int f, nx, ny;
+          ASSERT_TRUE(CubeShadowMapNeighbour(S, face, x, y, f, nx, ny));
+          const SCENE_VERTEX_XYZ_64 a = FaceDirection(face, x, y, S), b = FaceDirection(f, nx, ny, S);
+          const double angle = std::acos(std::min(1.0, a.x * b.x + a.y * b.y + a.z * b.z));
+          EXPECT_LT(angle, 2 * pixelAngle) << face << ": " << x << ", " << y << " -> " << f;
+          EXPECT_NE(f, face);
+        }
+  int f, nx, ny;
+  EXPECT_FALSE(CubeShadowMapNeighbour(S, 0, -1, -1, f, nx, ny));  // beyond two edges
+  EXPECT_TRUE(CubeShadowMapNeighbour(S, 3, 4, 5, f, nx, ny));
+  EXPECT_EQ(f * 100 + nx * 10 + ny, 345);
+}
+
+TEST(CubeShadowMapSeams, EdgeRingsTakeTheMeanOfTheNeighboursThatExist) {
+  constexpr int S = 16;
+  SWCubeShadowMap map(S, S, 6), mended(S, S, 6);
+  for (int i = 0; i < 6 * S * S; ++i) mended.pixels[i] = {-1.0, -1.0};
+  map.pixels[0] = {21.0, 21.0};                      // pixel (0, 0) of face 0
+  map.pixels[2 * S * S + 5 * S + 7] = {25.0, 25.0};  // pixel (7, 5) of face 2
+  MendCubeShadowMapSeams(map, mended);
+  // A corner has 21 neighbours: the corner region across both edges is
+  // left out. A pixel 2 from the edge still has 25.
+  EXPECT_DOUBLE_EQ(mended.pixels[0].depth, 1.0);
+  EXPECT_DOUBLE_EQ(mended.pixels[2 * S * S + 1 * S + 7].depth, 0.0);
+  map.pixels[2 * S * S + 1 * S + 7] = {25.0, 25.0};
+  MendCubeShadowMapSeams(map, mended);
+  EXPECT_DOUBLE_EQ(mended.pixels[2 * S * S + 1 * S + 7].depth, 1.0);
+  EXPECT_EQ(mended.pixels[2 * S * S + 5 * S + 7].depth, -1.0);  // inner pixels are left alone
+  EXPECT_EQ(mended.pixels[2 * S * S + 3 * S + 6].depth, -1.0);
+}

@@ -1,0 +1,130 @@
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+
+#include "BrindlexViewRTRenderEngine.h"
+#include "Gdi.h"
+#include "GdiPlus.h"
+#include "PictureWindow.h"
+#include "SdlWindow.h"
+
+namespace {
+
+constexpr uint32_t Black = 0xFF000000, Red = 0xFFFF0000;
+
+// A picture whose pixel (x, y) has blue x, green y and red 200.
+std::unique_ptr<Gdiplus::Bitmap> Gradient(int width, int height) {
+  auto bitmap = std::make_unique<Gdiplus::Bitmap>(width, height, Gdiplus::PixelFormat32bppARGB);
+  Gdiplus::BitmapData data;
+  EXPECT_EQ(bitmap->LockBits(nullptr, Gdiplus::ImageLockModeWrite, Gdiplus::PixelFormat32bppARGB, &data),
+            Gdiplus::Ok);
+  for (int y = 0; y < height; ++y)
+    for (int x = 0; x < width; ++x) {
+      uint8_t* p = static_cast<uint8_t*>(data.Scan0) + y * data.Stride + 4 * x;
+      p[0] = uint8_t(x), p[1] = uint8_t(y), p[2] = 200, p[3] = 255;
+    }
+  bitmap->UnlockBits(&data);
+  return bitmap;
+}
+
+uint32_t GradientPixel(int x, int y) {
+  return 0xFFC80000u | uint32_t(y) << 8 | uint32_t(x);
+}
+
+struct Engine {
+  Engine() : engine(CreateRenderEngine()), progress(dynamic_cast<RENDER_PROGRESS_INTERFACE*>(engine)) {}
+  ~Engine() { engine->Release(); }
+  bool FrameIs(unsigned width, unsigned height) {
+    // The engine wants no resize for the size its frame buffer has.
+    return !engine->DoesRendererNeedToResizeClientArea(0, MAKELPARAM(width, height)) &&
+           engine->DoesRendererNeedToResizeClientArea(0, MAKELPARAM(width + 1, height));
+  }
+  RENDER_ENGINE_INTERFACE* engine;
+  RENDER_PROGRESS_INTERFACE* progress;
+};
+
+TEST(PictureWindow, BlockOutlinesAndBlitsOfTheEngineLandOnTheirPixels) {
+  platform::PictureWindow window(80, 64);
+  Engine e;
+  e.engine->InitializeRendererWindow(&window, nullptr);
+  EXPECT_TRUE(e.FrameIs(80, 64));
+
+  // The block at (32, 0), 32 by 32: its outline runs one pixel inside.
+  e.progress->DisplayBeginProgress(0x0000FF, 0, 0, 32, 0, 32, 32);
+  for (auto [x, y] : {std::pair{33, 1}, {63, 1}, {63, 31}, {33, 31}, {48, 1}, {33, 16}, {63, 20}, {40, 31}})
+    EXPECT_EQ(window.Pixel(x, y), Red) << x << "," << y;
+  for (auto [x, y] : {std::pair{32, 0}, {34, 2}, {64, 1}, {33, 32}, {62, 30}})
+    EXPECT_EQ(window.Pixel(x, y), Black) << x << "," << y;
+
+  // The finished block replaces its outline and nothing else.
+  const auto frame = Gradient(80, 64);
+  EXPECT_TRUE(e.progress->DisplayEndProgress(frame.get(), 0, 0, 32, 0, 32, 32));
+  for (auto [x, y] : {std::pair{32, 0}, {33, 1}, {40, 10}, {63, 31}})
+    EXPECT_EQ(window.Pixel(x, y), GradientPixel(x, y)) << x << "," << y;
+  for (auto [x, y] : {std::pair{31, 5}, {64, 5}, {40, 32}})
+    EXPECT_EQ(window.Pixel(x, y), Black) << x << "," << y;
+  e.engine->ShutDownRendererWindow();
+}
+
+TEST(PictureWindow, ResizeKeepsThePictureScaledAndTheFrameBufferFollows) {
+  platform::PictureWindow window(80, 64);
+  Engine e;
+  e.engine->InitializeRendererWindow(&window, nullptr);
+  const auto frame = Gradient(80, 64);
+  window.DrawPixels(frame->Surface(), {0, 0, 80, 64}, {0, 0, 80, 64}, true);
+  window.Resize(160, 128);
+  RECT client;
+  window.GetClientRect(client);
+  EXPECT_EQ(client.right, 160);
+  EXPECT_EQ(client.bottom, 128);
+  // Twice the size: each pixel is repeated twice each way.
+  for (auto [x, y] : {std::pair{80, 20}, {81, 21}, {0, 0}, {159, 127}})
+    EXPECT_EQ(window.Pixel(x, y), GradientPixel(x / 2, y / 2)) << x << "," << y;
+  EXPECT_EQ(window.Pixel(160, 0), 0u);
+
+  e.engine->ResizeClientArea(nullptr, nullptr);
+  EXPECT_TRUE(e.FrameIs(160, 128));
+  e.engine->ShutDownRendererWindow();
+}
+
+TEST(PictureWindow, PostedMessagesArriveOnceInOrder) {
+  platform::PictureWindow window(8, 8);
+  EXPECT_TRUE(PostMessageA(&window, PBM_STEPIT, 0, 0));
+  EXPECT_TRUE(PostMessageA(&window, 0x8000, 3, 7));
+  const auto messages = window.TakeMessages();
+  ASSERT_EQ(messages.size(), 2u);
+  EXPECT_EQ(messages[0].message, PBM_STEPIT);
+  EXPECT_EQ(messages[1].message, 0x8000u);
+  EXPECT_EQ(messages[1].wParam, 3u);
+  EXPECT_EQ(messages[1].lParam, 7);
+  EXPECT_TRUE(window.TakeMessages().empty());
+}
+
+// SDL's off-screen driver stands in for a display: the window is real to
+// SDL, its pixels are only not on a screen.
+TEST(SdlWindow, ShowsThePictureAtItsPixels) {
+  setenv("SDL_VIDEODRIVER", "offscreen", 1);
+  std::string error;
+  auto window = platform::SdlWindow::Open("test", 40, 30, error);
+  unsetenv("SDL_VIDEODRIVER");
+  if (!window) GTEST_SKIP() << "SDL has no off-screen driver here: " << error;
+  window->DrawLine({2, 3}, {6, 3}, 0x00FF00);
+  const auto frame = Gradient(40, 30);
+  window->DrawPixels(frame->Surface(), {10, 10, 20, 20}, {10, 10, 20, 20}, true);
+  window->Present(false);
+  ATL::CImage shown;
+  ASSERT_TRUE(window->ReadShown(shown));
+  ASSERT_EQ(shown.GetWidth(), 40);
+  ASSERT_EQ(shown.GetHeight(), 30);
+  auto pixel = [&](int x, int y) {
+    const uint8_t* p = static_cast<const uint8_t*>(shown.GetBits()) + y * shown.GetPitch() + 4 * x;
+    return p[0] | p[1] << 8 | p[2] << 16 | uint32_t(p[3]) << 24;
+  };
+  for (int x = 2; x < 6; ++x) EXPECT_EQ(pixel(x, 3), 0xFF00FF00u) << x;
+  EXPECT_EQ(pixel(6, 3), Black);
+  EXPECT_EQ(pixel(10, 10), GradientPixel(10, 10));
+  EXPECT_EQ(pixel(19, 19), GradientPixel(19, 19));
+  EXPECT_EQ(pixel(20, 20), Black);
+}
+
+}  // namespace
