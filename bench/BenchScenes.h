@@ -5,6 +5,7 @@
 
 #include <cmath>
 #include <cstdint>
+#include <cstdlib>
 #include <random>
 #include <string>
 #include <vector>
@@ -91,16 +92,23 @@ inline void GenerateTown(size_t triangles, SWMeshTable& table) {
 }
 
 // Every mesh of a model file, placed as it stands. False if it can't be read.
-inline bool LoadModel(const std::string& path, SWMeshTable& table) {
+// A `scale` other than 0 places the meshes by their nodes' transforms first
+// and then scales the world by it, as brindlex-render does with a building
+// in its own unit; 0 keeps each mesh in its own coordinates.
+inline bool LoadModel(const std::string& path, SWMeshTable& table, float scale = 0.0f) {
 #ifdef BRINDLEX_BENCH_ASSIMP
   Assimp::Importer importer;
-  const aiScene* scene = importer.ReadFile(path, aiProcess_Triangulate | aiProcess_JoinIdenticalVertices);
+  const unsigned int steps = aiProcess_Triangulate | aiProcess_JoinIdenticalVertices |
+                             (scale != 0.0f ? aiProcess_PreTransformVertices : 0u);
+  const aiScene* scene = importer.ReadFile(path, steps);
   if (!scene) return false;
+  const float factor = scale != 0.0f ? scale : 1.0f;
   for (unsigned int m = 0; m < scene->mNumMeshes; ++m) {
     const aiMesh* source = scene->mMeshes[m];
     SWMesh mesh;
     for (unsigned int v = 0; v < source->mNumVertices; ++v)
-      mesh.vertices.push_back(Vertex(source->mVertices[v].x, source->mVertices[v].y, source->mVertices[v].z));
+      mesh.vertices.push_back(Vertex(factor * source->mVertices[v].x, factor * source->mVertices[v].y,
+                                     factor * source->mVertices[v].z));
     for (unsigned int f = 0; f < source->mNumFaces; ++f)
       if (source->mFaces[f].mNumIndices == 3)
         mesh.indices.insert(mesh.indices.end(), source->mFaces[f].mIndices, source->mFaces[f].mIndices + 3);
@@ -111,8 +119,23 @@ inline bool LoadModel(const std::string& path, SWMeshTable& table) {
 #else
   (void)path;
   (void)table;
+  (void)scale;
   return false;
 #endif
+}
+
+// A scene named on a command line: a triangle count for a generated town,
+// or a model file, optionally followed by "@" and the scale of its world
+// ("AC14-FZK-Haus.ifc@100": metres read as centimetres).
+inline bool LoadScene(const std::string& name, SWMeshTable& table) {
+  if (!name.empty() && name.find_first_not_of("0123456789") == std::string::npos) {
+    GenerateTown(std::stoul(name), table);
+    return true;
+  }
+  const size_t at = name.rfind('@');
+  if (at == std::string::npos) return LoadModel(name, table);
+  const float scale = std::strtof(name.c_str() + at + 1, nullptr);
+  return scale > 0.0f && LoadModel(name.substr(0, at), table, scale);
 }
 
 // A pinhole camera outside the tree's box, looking at its middle from above

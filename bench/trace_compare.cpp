@@ -1,9 +1,11 @@
 // One row of the traversal table: build time and memory of kdTrees[0] over a
 // scene, rays per second of IntersectSWGeometry, and, where Embree 3 is
 // installed, the same triangles and rays through rtcIntersect1 with the share
-// of rays on which both name the same nearest triangle.
+// of rays on which both name the same nearest triangle. Rates are given by
+// the wall clock and by the tracing threads' processor time: on a machine
+// shared with other work the second is the one that compares.
 //
-//   trace_compare <triangle count | model file>
+//   trace_compare <triangle count | model file[@scale]>
 #include <sys/resource.h>
 
 #include <algorithm>
@@ -11,6 +13,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <string>
 #include <thread>
 #include <vector>
@@ -30,6 +33,19 @@ double Seconds(Clock::time_point start) {
   return std::chrono::duration<double>(Clock::now() - start).count();
 }
 
+double ThreadSeconds() {
+  timespec now{};
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+  return now.tv_sec + 1e-9 * now.tv_nsec;
+}
+
+// Rays per second of the wall clock and of the tracing threads' processor
+// time (per processor).
+struct Rates {
+  double wall = 0.0;
+  double processor = 0.0;
+};
+
 double PeakMegabytes() {
   rusage usage{};
   getrusage(RUSAGE_SELF, &usage);
@@ -44,30 +60,40 @@ struct Named {
 };
 
 // Rays per second of IntersectSWGeometry on `threads` threads, and what each ray hit.
-double TraceOurs(RT_RENDER_ENGINE* engine, const std::vector<bench::Ray>& rays, unsigned threads,
-                 std::vector<Named>& named) {
+Rates TraceOurs(RT_RENDER_ENGINE* engine, const std::vector<bench::Ray>& rays, unsigned threads,
+                std::vector<Named>& named) {
   named.assign(rays.size(), Named{});
-  const auto slice = [&](size_t begin, size_t end) {
+  std::vector<double> processorSeconds(threads);
+  const auto slice = [&](unsigned thread, size_t begin, size_t end) {
+    const double start = ThreadSeconds();
     for (size_t i = begin; i < end; ++i) {
       SWRayIntersectionResult r{};
       if (engine->IntersectSWGeometry(rays[i].origin, rays[i].direction, rays[i].inverse, r))
         named[i] = {r.instanceIndex, r.triangleIndex};
     }
+    processorSeconds[thread] = ThreadSeconds() - start;
   };
   const Clock::time_point start = Clock::now();
   std::vector<std::thread> workers;
   for (unsigned t = 0; t < threads; ++t)
-    workers.emplace_back(slice, rays.size() * t / threads, rays.size() * (t + 1) / threads);
+    workers.emplace_back(slice, t, rays.size() * t / threads, rays.size() * (t + 1) / threads);
   for (std::thread& worker : workers) worker.join();
-  return rays.size() / Seconds(start);
+  const double wall = Seconds(start);
+  double processor = 0.0;
+  for (double seconds : processorSeconds) processor += seconds;
+  return {rays.size() / wall, threads * rays.size() / processor};
 }
 
 // The best of three runs: the machine may be shared, and the fastest run is
 // the one least disturbed.
 template <typename Trace>
-double BestOfThree(Trace trace) {
-  double best = 0.0;
-  for (int run = 0; run < 3; ++run) best = std::max(best, trace());
+Rates BestOfThree(Trace trace) {
+  Rates best;
+  for (int run = 0; run < 3; ++run) {
+    const Rates rates = trace();
+    best.wall = std::max(best.wall, rates.wall);
+    best.processor = std::max(best.processor, rates.processor);
+  }
   return best;
 }
 
@@ -116,11 +142,12 @@ struct EmbreeScene {
 
   // Rays per second of rtcIntersect1 on one thread; hits nearer than 1e-6
   // do not count, as in the engine.
-  double Trace(const std::vector<bench::Ray>& rays, std::vector<Named>& named) {
+  Rates Trace(const std::vector<bench::Ray>& rays, std::vector<Named>& named) {
     named.assign(rays.size(), Named{});
     RTCIntersectContext context;
     rtcInitIntersectContext(&context);
     const Clock::time_point start = Clock::now();
+    const double processorStart = ThreadSeconds();
     for (size_t i = 0; i < rays.size(); ++i) {
       RTCRayHit hit{};
       hit.ray.org_x = float(rays[i].origin.x);
@@ -136,7 +163,8 @@ struct EmbreeScene {
       rtcIntersect1(scene, &context, &hit);
       if (hit.hit.geomID != RTC_INVALID_GEOMETRY_ID) named[i] = names[hit.hit.primID];
     }
-    return rays.size() / Seconds(start);
+    const double processor = ThreadSeconds() - processorStart;
+    return {rays.size() / Seconds(start), rays.size() / processor};
   }
 
   RTCDevice device;
@@ -150,7 +178,7 @@ struct EmbreeScene {
 
 int main(int argc, char** argv) {
   if (argc < 2) {
-    std::fprintf(stderr, "usage: %s <triangle count | model file>\n", argv[0]);
+    std::fprintf(stderr, "usage: %s <triangle count | model file[@scale]>\n", argv[0]);
     return 2;
   }
   RT_RENDER_ENGINE* engine = static_cast<RT_RENDER_ENGINE*>(CreateRenderEngine());
@@ -158,16 +186,15 @@ int main(int argc, char** argv) {
   AccelTestAccess access(engine);
   SWMeshTable& table = access.Tables()[0];
   const std::string scene = argv[1];
-  const char* digits = "0123456789";
-  if (scene.find_first_not_of(digits) == std::string::npos) {
-    bench::GenerateTown(std::stoul(scene), table);
-  } else if (!bench::LoadModel(scene, table)) {
+  if (!bench::LoadScene(scene, table)) {
     std::fprintf(stderr, "cannot read %s\n", scene.c_str());
     return 1;
   }
   Clock::time_point start = Clock::now();
+  const std::clock_t buildClock = std::clock();
   access.BuildTree(0);
   const double buildSeconds = Seconds(start);
+  const double buildProcessorSeconds = double(std::clock() - buildClock) / CLOCKS_PER_SEC;
   const KDTree& tree = access.Trees()[0];
   const double treeMegabytes = (tree.nodes.size() * sizeof(KDNode) + tree.leafTriangles.size() * 4 +
                                 tree.triangles.size() * sizeof(SWTriangle)) /
@@ -186,25 +213,30 @@ int main(int argc, char** argv) {
   const std::vector<bench::Ray> random = bench::RandomRays(tree, 500000);
   std::vector<Named> oursCamera, oursRandom, scratch;
   const unsigned workers = unsigned(::GetProcessorCount());
-  const double cameraRate = BestOfThree([&] { return TraceOurs(engine, camera, 1, oursCamera); });
-  const double randomRate = BestOfThree([&] { return TraceOurs(engine, random, 1, oursRandom); });
-  const double cameraRateAll = BestOfThree([&] { return TraceOurs(engine, camera, workers, scratch); });
-  const double randomRateAll = BestOfThree([&] { return TraceOurs(engine, random, workers, scratch); });
+  const Rates cameraRate = BestOfThree([&] { return TraceOurs(engine, camera, 1, oursCamera); });
+  const Rates randomRate = BestOfThree([&] { return TraceOurs(engine, random, 1, oursRandom); });
+  const Rates cameraRateAll = BestOfThree([&] { return TraceOurs(engine, camera, workers, scratch); });
+  const Rates randomRateAll = BestOfThree([&] { return TraceOurs(engine, random, workers, scratch); });
 
   std::printf(
-      "scene=%s triangles=%zu nodes=%zu build_s=%.3f tree_MB=%.1f peak_MB=%.1f layout_s=%.3f layout_MB=%.1f "
-      "cam_rps=%.0f rnd_rps=%.0f threads=%u cam_rps_all=%.0f rnd_rps_all=%.0f",
-      scene.c_str(), tree.triangles.size(), tree.nodes.size(), buildSeconds, treeMegabytes, peakMegabytes,
-      layoutSeconds, layoutMegabytes, cameraRate, randomRate, workers, cameraRateAll, randomRateAll);
+      "scene=%s triangles=%zu nodes=%zu build_s=%.3f build_cpu_s=%.3f tree_MB=%.1f peak_MB=%.1f "
+      "layout_s=%.3f layout_MB=%.1f "
+      "cam_rps=%.0f rnd_rps=%.0f cam_cpu_rps=%.0f rnd_cpu_rps=%.0f threads=%u cam_rps_all=%.0f "
+      "rnd_rps_all=%.0f",
+      scene.c_str(), tree.triangles.size(), tree.nodes.size(), buildSeconds, buildProcessorSeconds,
+      treeMegabytes, peakMegabytes, layoutSeconds, layoutMegabytes, cameraRate.wall, randomRate.wall,
+      cameraRate.processor, randomRate.processor, workers, cameraRateAll.wall, randomRateAll.wall);
 #ifdef BRINDLEX_BENCH_EMBREE
   {
     EmbreeScene embree(tree, table);
     std::vector<Named> embreeCamera, embreeRandom;
-    const double embreeCameraRate = BestOfThree([&] { return embree.Trace(camera, embreeCamera); });
-    const double embreeRandomRate = BestOfThree([&] { return embree.Trace(random, embreeRandom); });
-    std::printf(" embree_build_s=%.3f embree_cam_rps=%.0f embree_rnd_rps=%.0f agree_cam=%.5f agree_rnd=%.5f",
-                embree.buildSeconds, embreeCameraRate, embreeRandomRate, Agreement(oursCamera, embreeCamera),
-                Agreement(oursRandom, embreeRandom));
+    const Rates embreeCameraRate = BestOfThree([&] { return embree.Trace(camera, embreeCamera); });
+    const Rates embreeRandomRate = BestOfThree([&] { return embree.Trace(random, embreeRandom); });
+    std::printf(
+        " embree_build_s=%.3f embree_cam_rps=%.0f embree_rnd_rps=%.0f embree_cam_cpu_rps=%.0f "
+        "embree_rnd_cpu_rps=%.0f agree_cam=%.5f agree_rnd=%.5f",
+        embree.buildSeconds, embreeCameraRate.wall, embreeRandomRate.wall, embreeCameraRate.processor,
+        embreeRandomRate.processor, Agreement(oursCamera, embreeCamera), Agreement(oursRandom, embreeRandom));
   }
 #endif
   std::printf("\n");

@@ -1,7 +1,6 @@
 // Event lists of the kd-tree build: their order, and the events of a
 // triangle clipped to a box.
 #include <algorithm>
-#include <iterator>
 
 #include "KDTreeBuild.h"
 
@@ -12,17 +11,95 @@ struct EventOrder {
 };
 }  // namespace
 
+namespace {
+
+// Below this a comparison sort beats the passes over the buckets.
+constexpr size_t kRadixMinimum = 512;
+constexpr unsigned kDigitBits = 12;
+constexpr size_t kBuckets = size_t(1) << kDigitBits;
+// The key has 32 + 2 + 2 bits: three digits of 12.
+constexpr unsigned kDigits = 3;
+
+// Least significant digit first, each pass stable, so events of equal key
+// keep their order exactly as the merge sort kept it. Keys are made once;
+// a digit in which all keys agree costs no pass.
+void RadixSortEvents(KDEventList& events) {
+  const size_t n = events.size();
+  std::vector<uint64_t> keys(n), keysOut(n);
+  KDEventList out(n);
+  std::vector<uint32_t> counts(kDigits * kBuckets, 0);
+  for (size_t i = 0; i < n; ++i) {
+    const uint64_t key = KDEventKey(events[i]);
+    keys[i] = key;
+    for (unsigned d = 0; d < kDigits; ++d)
+      ++counts[d * kBuckets + ((key >> (d * kDigitBits)) & (kBuckets - 1))];
+  }
+  for (unsigned d = 0; d < kDigits; ++d) {
+    uint32_t* count = counts.data() + d * kBuckets;
+    const unsigned shift = d * kDigitBits;
+    if (count[(keys[0] >> shift) & (kBuckets - 1)] == n) continue;
+    uint32_t offset = 0;
+    for (size_t b = 0; b < kBuckets; ++b) {
+      const uint32_t c = count[b];
+      count[b] = offset;
+      offset += c;
+    }
+    for (size_t i = 0; i < n; ++i) {
+      const uint32_t at = count[(keys[i] >> shift) & (kBuckets - 1)]++;
+      keysOut[at] = keys[i];
+      out[at] = events[i];
+    }
+    keys.swap(keysOut);
+    events.swap(out);
+  }
+}
+
+// The 36-bit key above the event's place in the list: 64-bit numbers that
+// are all different and order exactly as the stable sort by key does.
+constexpr unsigned kPlaceBits = 28;
+
+void SmallSortEvents(KDEventList& events) {
+  const size_t n = events.size();
+  // Small lists are the common case; their scratch lives on the stack.
+  constexpr size_t kInline = kRadixMinimum;
+  uint64_t packed[kInline];
+  KDEvent sorted[kInline];
+  for (size_t i = 0; i < n; ++i) packed[i] = KDEventKey(events[i]) << kPlaceBits | i;
+  std::sort(packed, packed + n);
+  for (size_t i = 0; i < n; ++i) sorted[i] = events[packed[i] & ((uint64_t(1) << kPlaceBits) - 1)];
+  std::copy(sorted, sorted + n, events.begin());
+}
+
+}  // namespace
+
 void SortEvents(KDEventList& events) {
-  std::stable_sort(events.begin(), events.end(), EventOrder());
+  if (events.size() < 2) return;
+  if (events.size() < kRadixMinimum) {
+    SmallSortEvents(events);
+  } else if (events.size() <= UINT32_MAX) {
+    RadixSortEvents(events);
+  } else {
+    std::stable_sort(events.begin(), events.end(), EventOrder());
+  }
 }
 
 void MergeEvents(KDEventList& into, const KDEventList& fresh) {
   if (fresh.empty()) return;
-  KDEventList merged;
-  merged.reserve(into.size() + fresh.size());
-  // std::merge takes from the first range on equality: the older event.
-  std::merge(into.begin(), into.end(), fresh.begin(), fresh.end(), std::back_inserter(merged), EventOrder());
-  into.swap(merged);
+  // From the back, in place: the larger of the two tails goes last, and on
+  // equality the fresh event, so that the older one stays first. Events of
+  // `into` below the first fresh one never move.
+  size_t a = into.size(), b = fresh.size();
+  into.resize(a + b);
+  size_t out = a + b;
+  uint64_t keyB = KDEventKey(fresh[b - 1]);
+  while (b > 0) {
+    if (a > 0 && KDEventKey(into[a - 1]) > keyB) {
+      into[--out] = into[--a];
+    } else {
+      into[--out] = fresh[--b];
+      if (b > 0) keyB = KDEventKey(fresh[b - 1]);
+    }
+  }
 }
 
 namespace {

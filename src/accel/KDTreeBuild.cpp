@@ -3,23 +3,26 @@
 // worker is answered by one post of doneSemaphore, and every job released a
 // wake, so when the posts reach the job count no worker is awake and the
 // tree is finished.
+#include <algorithm>
 #include <atomic>
 #include <numeric>
 
 #include "BrindlexViewMath.h"
 #include "BrindlexViewRTRenderEngine.h"
+#include "KDParallel.h"
 #include "KDTreeBuild.h"
 
 namespace {
 
-// The abort poll of a build; a true answer is remembered.
+// The abort poll of a build; a true answer is remembered. The helpers that
+// make the root's events ask it too, as the workers do.
 class AbortPoll {
  public:
   AbortPoll(bool (*function)(void*), void* context) : function(function), context(context) {}
   // Asks the function and says whether it answered true just now.
   bool Ask() {
     const bool answer = function && function(context);
-    aborted = aborted || answer;
+    if (answer) aborted = true;
     return answer;
   }
   // Asks the function and says whether any answer so far was true.
@@ -27,11 +30,13 @@ class AbortPoll {
     Ask();
     return aborted;
   }
+  // Whether any answer so far was true, without asking again.
+  bool Aborted() const { return aborted; }
 
  private:
   bool (*function)(void*);
   void* context;
-  bool aborted = false;
+  std::atomic<bool> aborted{false};
 };
 
 void Grow(SCENE_VERTEX_XYZ& boundsMin, SCENE_VERTEX_XYZ& boundsMax, const SCENE_VERTEX_XYZ& p) {
@@ -78,9 +83,43 @@ void DiscardQueue(std::deque<WorkItem>& workQueue, platform::CriticalSection& qu
   workQueue.clear();
 }
 
+// Fewer triangles than this per helper are not worth a thread.
+constexpr size_t kTrianglesPerPart = 16384;
+
+// The root's events in `parts` slices of its triangle list, each clipped
+// and sorted on a thread of its own with polygons of its own, then merged
+// in slice order. Merging takes the earlier slice's event on equality, so
+// the list is exactly the one that sorting the whole list in triangle order
+// gives. Every thread asks `shouldAbort` after each of its triangles, and
+// all stop once one has seen an abort.
+void MakeRootEvents(const KDTree& tree, const SWMeshTable& table, KDBuildNode& root, size_t parts,
+                    const std::vector<SCENE_VERTEX_XYZ>& polygonA,
+                    const std::vector<SCENE_VERTEX_XYZ>& polygonB, AbortPoll& abort) {
+  const size_t total = root.triangleList.size();
+  std::vector<KDEventList> slices(parts);
+  RunParts(parts, [&](size_t part) {
+    std::vector<SCENE_VERTEX_XYZ> a = polygonA, b = polygonB;
+    KDEventList& events = slices[part];
+    const size_t begin = total * part / parts, end = total * (part + 1) / parts;
+    // Six events is the most a triangle makes.
+    events.reserve((end - begin) * 6);
+    for (size_t i = begin; i < end; ++i) {
+      AddTriangleEvents(tree, table, root.triangleList[i], root.boxMin, root.boxMax, a, b, events);
+      if (abort.AskSticky()) break;
+    }
+    if (!abort.Aborted()) SortEvents(events);
+  });
+  // The one poll before the list is put in order.
+  if (abort.AskSticky()) return;
+  root.events = std::move(slices[0]);
+  for (size_t part = 1; part < parts; ++part) MergeEvents(root.events, slices[part]);
+}
+
 // The root: every triangle number in order, its record filled, its events
-// from the triangle clipped to the tree's box, sorted unless aborted.
-void PrepareRoot(KDTree& tree, const SWMeshTable& table, size_t total, KDBuildNode& root,
+// from the triangle clipped to the tree's box, sorted unless aborted. The
+// workers sleep while this runs, so it takes as many threads as there are
+// workers.
+void PrepareRoot(KDTree& tree, const SWMeshTable& table, size_t total, size_t threads, KDBuildNode& root,
                  std::vector<SCENE_VERTEX_XYZ>& polygonA, std::vector<SCENE_VERTEX_XYZ>& polygonB,
                  AbortPoll& abort) {
   abort.Ask();
@@ -94,13 +133,8 @@ void PrepareRoot(KDTree& tree, const SWMeshTable& table, size_t total, KDBuildNo
     filled += count;
     if (abort.AskSticky()) break;
   }
-  // Six events is the most a triangle makes.
-  root.events.reserve(total * 6);
-  for (uint32_t triangle : root.triangleList) {
-    AddTriangleEvents(tree, table, triangle, root.boxMin, root.boxMax, polygonA, polygonB, root.events);
-    if (abort.AskSticky()) break;
-  }
-  if (!abort.AskSticky()) SortEvents(root.events);
+  const size_t parts = std::max<size_t>(1, std::min(threads, total / kTrianglesPerPart));
+  MakeRootEvents(tree, table, root, parts, polygonA, polygonB, abort);
 }
 
 // Queues the root job and waits until the posts of doneSemaphore reach the
@@ -178,7 +212,7 @@ void KDTree::Build(const SWMeshTable* meshTable, std::deque<WorkItem>& workQueue
   CopyBox(boundsMax, buildStack.back().boxMax);
   std::vector<SCENE_VERTEX_XYZ> polygonA(3, SCENE_VERTEX_XYZ{0, 0, 0});
   std::vector<SCENE_VERTEX_XYZ> polygonB(3, SCENE_VERTEX_XYZ{0, 0, 0});
-  PrepareRoot(*this, table, total, buildStack.back(), polygonA, polygonB, abort);
+  PrepareRoot(*this, table, total, renderThreads.size(), buildStack.back(), polygonA, polygonB, abort);
   const uint32_t maxDepth = KDMaxDepth(total);
 
   // Without workers or semaphores nothing could run the jobs, and a worker

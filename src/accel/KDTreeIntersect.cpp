@@ -164,20 +164,27 @@ class TreeFields {
 class WalkFields {
  public:
   using Node = KDWalkNode;
-  explicit WalkFields(const KDWalkLayout& layout)
-      : nodes(layout.nodes.data()), triangles(layout.triangles.data()), entries(layout.leafEntries.data()) {}
+  WalkFields(const KDWalkLayout& layout, const KDTree& tree)
+      : nodes(layout.nodes.data()), triangles(tree.triangles.data()), entries(layout.leafEntries.data()) {}
   const KDWalkNode* Root() const { return nodes; }
   const KDWalkNode* Lower(const KDWalkNode* node, uint32_t) const { return node + 1; }
   const KDWalkNode* Upper(const KDWalkNode*, uint32_t word) const { return nodes + (word >> 2); }
   bool Leaf(const KDWalkNode& leaf, const Ray& ray, SWRayIntersectionResult& result) const {
     const uint32_t* entry = entries + (leaf.childAndAxis >> 2);
     const uint32_t* end = entry + leaf.splitOrCount;
+    // The leaf's records lie apart, by triangle number, and each spans two
+    // or three cache lines: asking for all of them before the first test
+    // lets their misses overlap instead of following one another.
+    for (const uint32_t* next = entry; next != end; ++next) {
+      const char* record = reinterpret_cast<const char*>(triangles + *next);
+      __builtin_prefetch(record);
+      __builtin_prefetch(record + sizeof(SWTriangle) - 1);
+    }
     double nearest = result.distance;
     bool improved = false;
     for (; entry != end; ++entry) {
-      const KDWalkTriangle& tri = triangles[*entry];
-      const uint32_t packed = tri.instanceAndAxis;
-      if (TestTriangle(tri, packed & 3, packed >> 2, ray, nearest, result)) improved = true;
+      const SWTriangle& tri = triangles[*entry];
+      if (TestTriangle(tri, tri.dominantAxis, tri.instanceIndex, ray, nearest, result)) improved = true;
     }
     return improved;
   }
@@ -185,7 +192,7 @@ class WalkFields {
 
  private:
   const KDWalkNode* nodes;
-  const KDWalkTriangle* triangles;
+  const SWTriangle* triangles;
   const uint32_t* entries;
 };
 
@@ -290,7 +297,7 @@ bool KDTree::Intersect(const SCENE_VERTEX_XYZ_64& origin, const SCENE_VERTEX_XYZ
     const Ray ray = MakeRay(origin, direction, inverseDirection);
     result.distance = kLargest;
     result.triangleIndex = 0;
-    if (walkLayout.Matches(*this)) return Walk(WalkFields(walkLayout), ray, tNear, tFar, result);
+    if (walkLayout.Matches(*this)) return Walk(WalkFields(walkLayout, *this), ray, tNear, tFar, result);
     return Walk(TreeFields(*this), ray, tNear, tFar, result);
   } catch (...) {
     // A tree that is not sound, or a stack that cannot grow: the ray counts

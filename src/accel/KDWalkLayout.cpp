@@ -13,31 +13,11 @@ struct Pending {
   uint32_t parent;  // walk node whose upper child this is, or kNoParent
 };
 constexpr uint32_t kNoParent = UINT32_MAX;
-constexpr uint32_t kUnseen = UINT32_MAX;
-
-KDWalkTriangle CopyTriangle(const SWTriangle& tri) {
-  KDWalkTriangle out;
-  out.normalU = tri.normalU;
-  out.normalV = tri.normalV;
-  out.planeD = tri.planeD;
-  out.vertexU = tri.vertexU;
-  out.vertexV = tri.vertexV;
-  out.edge1U = tri.edge1U;
-  out.edge1NegV = tri.edge1NegV;
-  out.edge2V = tri.edge2V;
-  out.edge2NegU = tri.edge2NegU;
-  out.instanceAndAxis = uint32_t(tri.instanceIndex) << 2 | uint32_t(tri.dominantAxis);
-  out.triangleIndex = tri.triangleIndex;
-  return out;
-}
-
 }  // namespace
 
 void KDWalkLayout::Clear() {
   nodes.clear();
   nodes.shrink_to_fit();
-  triangles.clear();
-  triangles.shrink_to_fit();
   leafEntries.clear();
   leafEntries.shrink_to_fit();
   sourceNodes = sourceLeafTriangles = sourceTriangles = nullptr;
@@ -47,15 +27,12 @@ void KDWalkLayout::Clear() {
 void KDWalkLayout::Make(const KDTree& tree) {
   Clear();
   if (tree.nodes.empty() || tree.nodes.size() > kMaxPacked) return;
-  const bool laid = Lay(tree);
-  renumber = {};
-  if (!laid) {
+  if (!Lay(tree)) {
     Clear();
     return;
   }
   nodes.shrink_to_fit();
   leafEntries.shrink_to_fit();
-  triangles.shrink_to_fit();
   sourceNodes = tree.nodes.data();
   sourceLeafTriangles = tree.leafTriangles.data();
   sourceTriangles = tree.triangles.data();
@@ -72,8 +49,7 @@ bool KDWalkLayout::Matches(const KDTree& tree) const {
 }
 
 size_t KDWalkLayout::Bytes() const {
-  return nodes.capacity() * sizeof(KDWalkNode) + triangles.capacity() * sizeof(KDWalkTriangle) +
-         leafEntries.capacity() * sizeof(uint32_t);
+  return nodes.capacity() * sizeof(KDWalkNode) + leafEntries.capacity() * sizeof(uint32_t);
 }
 
 // Depth first, lower child first: each node is written when it is taken from
@@ -82,9 +58,7 @@ size_t KDWalkLayout::Bytes() const {
 bool KDWalkLayout::Lay(const KDTree& tree) {
   const size_t count = tree.nodes.size();
   nodes.reserve(count);
-  triangles.reserve(tree.triangles.size());
   leafEntries.reserve(tree.leafTriangles.size());
-  renumber.assign(tree.triangles.size(), kUnseen);
   std::vector<Pending> stack{{0, kNoParent}};
   while (!stack.empty()) {
     const Pending next = stack.back();
@@ -113,8 +87,9 @@ bool KDWalkLayout::Lay(const KDTree& tree) {
   return true;
 }
 
-// The records the leaf test would look at, in its order, without the ones it
-// would skip. A run that reaches past leafTriangles holds nothing, as there.
+// The numbers of the records the leaf test would look at, in its order,
+// without the ones it would skip. A run that reaches past leafTriangles
+// holds nothing, as there.
 bool KDWalkLayout::CopyLeaf(const KDTree& tree, uint32_t first, uint32_t count, KDWalkNode& leaf) {
   if (leafEntries.size() > kMaxPacked) return false;
   leaf.childAndAxis = uint32_t(leafEntries.size()) << 2 | kLeafTag;
@@ -129,12 +104,7 @@ bool KDWalkLayout::CopyLeaf(const KDTree& tree, uint32_t first, uint32_t count, 
     if (number >= tree.triangles.size()) continue;
     const SWTriangle& tri = tree.triangles[number];
     if (tri.degenerate != 0 || tri.dominantAxis > 2) continue;
-    if (tri.instanceIndex > kMaxPacked) return false;
-    if (renumber[number] == kUnseen) {
-      renumber[number] = uint32_t(triangles.size());
-      triangles.push_back(CopyTriangle(tri));
-    }
-    leafEntries.push_back(renumber[number]);
+    leafEntries.push_back(number);
     ++kept;
   }
   leaf.splitOrCount = kept;

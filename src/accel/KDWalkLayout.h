@@ -1,20 +1,18 @@
-// A second layout of a built kd-tree, made only for the nearest-hit walk:
-// nodes in depth-first order with the lower child right after its parent,
-// and the triangle records renumbered in the order the walk layout first
-// meets them, aligned, so that the triangles of neighbouring leaves share
-// cache lines. The walk over it makes the same steps and the same triangle
-// tests, in the same order, as the walk over `nodes`, `leafTriangles` and
-// `triangles`, so every hit record is the same; it only saves cache misses.
-// Leaf runs index the records rather than copy them: a triangle lies in
-// about two and a half leaves, and copies per leaf would cost 2.5 times the
-// memory for some 15% more speed.
+// A second layout of a built kd-tree's nodes, made only for the nearest-hit
+// walk: nodes in depth-first order with the lower child right after its
+// parent, so that one of the two children of every step is usually in the
+// cache line already loaded, and leaf runs without the entries the test
+// would skip. The walk over it makes the same steps and the same triangle
+// tests, in the same order, as the walk over `nodes` and `leafTriangles`,
+// so every hit record is the same; it only saves cache misses and checks.
+// The triangle records are the tree's own: a copy of them in walk order
+// took as much memory again as the whole tree and was no faster that
+// alternating runs could tell.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <vector>
-
-#include "SWTriangle.h"
 
 class KDTree;
 
@@ -26,26 +24,6 @@ struct KDWalkNode {
   uint32_t childAndAxis = 0;
   uint32_t splitOrCount = 0;
 };
-
-// The ray-test constants of one SWTriangle, aligned, with the dominant axis
-// in the low two bits of `instanceAndAxis`: 80 bytes instead of 85, so that
-// no record straddles more cache lines than it must. Only the triangles that
-// the test could accept are copied (not degenerate, axis 0 to 2, number in
-// range).
-struct KDWalkTriangle {
-  double normalU;
-  double normalV;
-  double planeD;
-  double vertexU;
-  double vertexV;
-  double edge1U;
-  double edge1NegV;
-  double edge2V;
-  double edge2NegU;
-  uint32_t instanceAndAxis;  // instanceIndex << 2 | dominantAxis
-  uint32_t triangleIndex;
-};
-static_assert(sizeof(KDWalkTriangle) == 80);
 
 class KDWalkLayout {
  public:
@@ -62,12 +40,10 @@ class KDWalkLayout {
   bool Matches(const KDTree& tree) const;
   size_t Bytes() const;
 
-  std::vector<KDWalkNode> nodes;          // element 0 is the root
-  std::vector<KDWalkTriangle> triangles;  // in the order the walk layout first meets them
-  std::vector<uint32_t> leafEntries;      // one run per leaf, indices in `triangles`
+  std::vector<KDWalkNode> nodes;      // element 0 is the root
+  std::vector<uint32_t> leafEntries;  // one run per leaf, triangle numbers
 
  private:
-  std::vector<uint32_t> renumber;  // scratch of Make: triangle number to record
   bool Lay(const KDTree& tree);
   bool CopyLeaf(const KDTree& tree, uint32_t first, uint32_t count, KDWalkNode& leaf);
 

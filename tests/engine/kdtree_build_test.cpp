@@ -5,6 +5,7 @@
 #include <atomic>
 #include <bit>
 #include <cfloat>
+#include <limits>
 #include <memory>
 #include <random>
 #include <vector>
@@ -292,6 +293,60 @@ TEST(KDClipping, ClippedBoxesMeetTheCuttingPlanesExactly) {
     EXPECT_EQ(lo[cut], low < boxMin[cut] ? boxMin[cut] : low);
     EXPECT_EQ(hi[cut], high > boxMax[cut] ? boxMax[cut] : high);
   }
+}
+
+// The list order written out on its own: position as floats compare (-0
+// equal to +0, NaN after everything), then axis, then type.
+bool ListOrderLess(const KDEvent& a, const KDEvent& b) {
+  const bool nanA = a.position != a.position, nanB = b.position != b.position;
+  if (nanA != nanB) return nanB;
+  if (!nanA && a.position != b.position) return a.position < b.position;
+  if (a.axis != b.axis) return a.axis < b.axis;
+  return a.type < b.type;
+}
+
+bool SameListPlace(const KDEvent& a, const KDEvent& b) {
+  return !ListOrderLess(a, b) && !ListOrderLess(b, a);
+}
+
+TEST(KDEventLists, SortIsTheStableListOrderAtEverySizeAndMergeKeepsOlderEventsFirst) {
+  const float nan = std::numeric_limits<float>::quiet_NaN(), inf = std::numeric_limits<float>::infinity();
+  // Few distinct positions, so that most keys repeat; -0 and +0 must tie.
+  const float positions[] = {-inf, -2.5f, -1e-30f, -0.0f, 0.0f, 1e-30f, 1.0f, 1.0000001f, 3e7f, inf, nan};
+  std::mt19937 random(7);
+  // Below and above the size where the sort changes method, and one list
+  // whose keys all share the upper digits (every position equal).
+  for (const size_t size : {2u, 100u, 511u, 512u, 5000u, 600u}) {
+    KDEventList events;
+    for (uint32_t i = 0; i < size; ++i) {
+      const float p = size == 600u ? 1.0f : positions[random() % std::size(positions)];
+      events.push_back(KDEvent{int32_t(random() % 3), p, i, uint32_t(random() % 3)});
+    }
+    SortEvents(events);
+    ASSERT_EQ(events.size(), size);
+    std::vector<bool> seen(size, false);
+    for (size_t i = 0; i < size; ++i) {
+      ASSERT_FALSE(seen[events[i].triangle]) << size;
+      seen[events[i].triangle] = true;
+      if (i == 0) continue;
+      const KDEvent &before = events[i - 1], &now = events[i];
+      ASSERT_FALSE(ListOrderLess(now, before)) << size << " at " << i;
+      // The triangle number records the original place: equals keep it.
+      if (SameListPlace(before, now)) {
+        ASSERT_LT(before.triangle, now.triangle) << size << " at " << i;
+      }
+    }
+  }
+  // Older events (triangles 0..2) stay before equal fresh ones (10..12),
+  // and -0 meets +0 as an equal.
+  KDEventList into = {
+      {KD_EVENT_END, -0.0f, 0, 0}, {KD_EVENT_START, 1.0f, 1, 0}, {KD_EVENT_START, 2.0f, 2, 1}};
+  const KDEventList fresh = {
+      {KD_EVENT_END, 0.0f, 10, 0}, {KD_EVENT_START, 1.0f, 11, 0}, {KD_EVENT_END, 2.0f, 12, 1}};
+  MergeEvents(into, fresh);
+  std::vector<uint32_t> order;
+  for (const KDEvent& e : into) order.push_back(e.triangle);
+  EXPECT_EQ(order, std::vector<uint32_t>({0, 10, 1, 11, 12, 2}));
 }
 
 TEST_F(KDBuildFixture, PartitionSendsEachTriangleToItsSideAndMergesNewEventsLast) {
