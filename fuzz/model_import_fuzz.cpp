@@ -1,7 +1,9 @@
 // Model files through the program's own import, one format per run: the
 // format is the file extension that BRINDLEX_FUZZ_FORMAT names ("obj",
 // "gltf", "glb", "dae", "fbx", "3ds", "ply", "stl", "ifc"), as Assimp
-// chooses its reader by extension first.
+// chooses its reader by extension first. The reader runs in this process,
+// not in brindlex-render's watched child, so that its faults reach the
+// fuzzer.
 #include <cstdlib>
 #include <string>
 
@@ -26,6 +28,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   HostScene host;
   ImportedModel imported;
   std::string error;
-  ImportModel(ModelFile(), ModelPlacement{}, host, imported, error);
+  ImportLimits limits;
+  limits.inProcess = true;
+  ImportModel(ModelFile(), ModelPlacement{}, host, imported, error, limits);
   return 0;
 }

@@ -174,6 +174,25 @@ void DropMetadata(aiNode* node) {
   for (unsigned int i = 0; i < node->mNumChildren; ++i) DropMetadata(node->mChildren[i]);
 }
 
+// Reads `file` with `importer` and post-processes it; null when nothing
+// usable was read.
+const aiScene* ReadAndMend(Assimp::Importer& importer, const fs::path& file,
+                           const std::function<void(Assimp::Importer&)>& configure, unsigned int steps,
+                           ImportFacts& facts) {
+  configure(importer);
+  // Bad vertices and normals are dealt with between reading and the
+  // post-processing, which would otherwise spread them to neighbours.
+  const aiScene* scene = importer.ReadFile(file.string(), 0);
+  if (!scene || !scene->mRootNode) return nullptr;
+  ScrubScene(const_cast<aiScene*>(scene), facts);
+  RecordFacts(file, scene, facts);
+  // Only the reading tells of a model read in part; the steps after it
+  // log what they could not add (tangents without texture coordinates).
+  Assimp::DefaultLogger::kill();
+  scene = importer.ApplyPostProcessing(steps);
+  return scene && scene->mRootNode ? scene : nullptr;
+}
+
 [[noreturn]] void RunChild(const fs::path& file, const std::function<void(Assimp::Importer&)>& configure,
                            unsigned int steps, uint64_t memoryLimit, int sceneFd, int factsFd) {
   if (AddressSpaceLimit) {
@@ -196,19 +215,8 @@ void DropMetadata(aiNode* node) {
     Assimp::DefaultLogger::create(nullptr, Assimp::Logger::NORMAL, 0);
     Assimp::DefaultLogger::get()->attachStream(new ErrorCollector(facts.readerErrors), Assimp::Logger::Err);
     Assimp::Importer importer;
-    configure(importer);
-    // Bad vertices and normals are dealt with between reading and the
-    // post-processing, which would otherwise spread them to neighbours.
-    const aiScene* scene = importer.ReadFile(file.string(), 0);
-    if (scene && scene->mRootNode) {
-      ScrubScene(const_cast<aiScene*>(scene), facts);
-      RecordFacts(file, scene, facts);
-      // Only the reading tells of a model read in part; the steps after it
-      // log what they could not add (tangents without texture coordinates).
-      Assimp::DefaultLogger::kill();
-      scene = importer.ApplyPostProcessing(steps);
-    }
-    if (!scene || !scene->mRootNode) {
+    const aiScene* scene = ReadAndMend(importer, file, configure, steps, facts);
+    if (!scene) {
       error = importer.GetErrorString();
       if (error.empty()) error = "no scene in it";
     } else {
@@ -311,6 +319,12 @@ uint64_t ImportMemoryLimit(const ImportLimits& limits) {
 
 bool ReadModelGuarded(const fs::path& file, const std::function<void(Assimp::Importer&)>& configure,
                       unsigned int steps, const ImportLimits& limits, ReadModel& model, std::string& error) {
+  if (limits.inProcess) {
+    model.importer = std::make_unique<Assimp::Importer>();
+    model.scene = ReadAndMend(*model.importer, file, configure, steps, model.facts);
+    if (!model.scene) error = "cannot be read as a model: " + std::string(model.importer->GetErrorString());
+    return model.scene != nullptr;
+  }
   // The scene crosses in memory that belongs to no file, so nothing is
   // left behind whatever becomes of either process.
   const int sceneFd = memfd_create("brindlex-import", MFD_CLOEXEC);

@@ -36,6 +36,9 @@ struct ImportLimits {
   double seconds = 300.0;
   // 0: half of the machine's memory.
   uint64_t bytes = 0;
+  // Read in this process, unwatched: for the fuzzer, which must see the
+  // reader's own crashes, hangs and leaks.
+  bool inProcess = false;
 };
 
 // A model read by the child, as the parent holds it.
