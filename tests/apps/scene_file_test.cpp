@@ -164,6 +164,8 @@ MODE_RENDER_OPTIONS OptionsOf(const std::string& renderOptions) {
   EXPECT_TRUE(ParseScene(R"({"renderOptions": )" + renderOptions + "}", "/scenes", scene, error)) << error;
   MODE_RENDER_OPTIONS options;
   for (const auto& apply : scene.options) apply(options);
+  // Lengths as the file gives them: one world unit to the file's unit.
+  for (const auto& apply : scene.lengthOptions) apply(options, 1.0);
   return options;
 }
 
