@@ -31,14 +31,16 @@ void RTLightTable::InsertOrUpdateLight(const SCENE_LIGHT_INSTANCE* instance) {
 
 void RTLightTable::InsertOrUpdateLight(const RTRendererLight* light) {
   if (!light) return;
-  auto found = lightsByNumber.find(light->number);
+  // A packed record's number may sit at any address: the map takes a copy.
+  const int32_t number = light->number;
+  auto found = lightsByNumber.find(number);
   if (found != lightsByNumber.end()) {
     *found->second = *light;
     return;
   }
   RTRendererLight* copy = new (std::nothrow) RTRendererLight(*light);
   if (!copy) return;
-  lightsByNumber[copy->number] = copy;
+  lightsByNumber[number] = copy;
   lights.push_back(copy);
 }
 

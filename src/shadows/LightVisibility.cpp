@@ -143,14 +143,17 @@ double CubeMapVisibility(const SWCubeShadowMap& map, const SCENE_VERTEX_XYZ_64& 
 bool LookUpShadowMap(const ShadowMapTables& maps, const RTRendererLight& light,
                      const SCENE_VERTEX_XYZ_64& lightPoint, const SCENE_VERTEX_XYZ_64& point, bool flatOnly,
                      double& visibility) {
-  if (maps.indexSingle.count(light.number)) {
-    const SWShadowMap* map = FindUsableShadowMap(maps.indexSingle, maps.single, light.number);
+  // The light record is packed: its number may sit at any address, and the
+  // maps' look-ups take the key by reference.
+  const int32_t number = light.number;
+  if (maps.indexSingle.count(number)) {
+    const SWShadowMap* map = FindUsableShadowMap(maps.indexSingle, maps.single, number);
     if (!map) return false;
     visibility = FlatMapVisibility(*map, light, point);
     return true;
   }
   if (flatOnly) return false;
-  const SWCubeShadowMap* cube = FindUsableShadowMap(maps.indexCube, maps.cube, light.number);
+  const SWCubeShadowMap* cube = FindUsableShadowMap(maps.indexCube, maps.cube, number);
   if (!cube) return false;
   visibility = CubeMapVisibility(*cube, lightPoint, point);
   return true;
