@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cmath>
+#include <cstdio>
 #include <fstream>
 #include <map>
 #include <nlohmann/json.hpp>
@@ -521,6 +522,31 @@ void ApplyMaterialSettings(const MaterialSettings& m, const HostScene& host, TEX
   if (m.mapping) link.SetTextureMappingType(*m.mapping);
 }
 
+namespace {
+
+// A message quotes keys and values from the file, which may hold line
+// breaks and other control characters: they are written as JSON escapes, so
+// that the message stays one line.
+std::string OneLine(const std::string& text) {
+  std::string line;
+  for (const unsigned char c : text) {
+    if (c == '\n') {
+      line += "\\n";
+    } else if (c == '\t') {
+      line += "\\t";
+    } else if (c < 0x20 || c == 0x7f) {
+      char escape[8];
+      std::snprintf(escape, sizeof escape, "\\u%04x", c);
+      line += escape;
+    } else {
+      line += static_cast<char>(c);
+    }
+  }
+  return line;
+}
+
+}  // namespace
+
 bool ParseScene(const std::string& text, const fs::path& folder, SceneDescription& scene,
                 std::string& error) {
   try {
@@ -541,6 +567,7 @@ bool ParseScene(const std::string& text, const fs::path& folder, SceneDescriptio
     const size_t tag = what.find("] ");
     error = "not a usable value: " + (tag == std::string::npos ? what : what.substr(tag + 2));
   }
+  error = OneLine(error);
   return false;
 }
 
