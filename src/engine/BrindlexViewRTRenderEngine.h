@@ -13,65 +13,28 @@
 #include <vector>
 
 #include "CriticalSection.h"
-#include "RenderEngineBase.h"
-#include "Semaphore.h"
-#include "Thread.h"
-#include "KDTree.h"
-#include "LightTable.h"
-#include "RayIntersection.h"
 #include "PixelRays.h"
-#include "RenderThreadData.h"
+#include "RayIntersection.h"
+#include "RenderEngineBase.h"
 #include "SWMaterialEntry.h"
-#include "SWMeshTable.h"
 #include "SWPhotonMap.h"
-#include "SWShadowMap.h"
+#include "Semaphore.h"
+#include "WorkQueue.h"
 
+// Held by pointer only; the files that use them include their headers.
+class KDTree;
 class MATERIAL_3D_NODE;
-struct SWTexture;
-struct SWRT_SHOOT_PHOTONS_THREAD_DATA;
+class RTLightTable;
 class RT_RANDOM_NUMBER_GENERATOR;
-
-// Creates one engine with reference count 1; null when memory is short.
-extern "C" RENDER_ENGINE_INTERFACE* CreateRenderEngine();
-
-enum RT_JOB_CLASS : uint16_t {
-  RT_JOB_RENDER = 0,         // SWRT_RENDER_THREAD_DATA
-  RT_JOB_KDTREE_BUILD = 1,   // KDBuildJob
-  RT_JOB_SHOOT_PHOTONS = 2,  // SWRT_SHOOT_PHOTONS_THREAD_DATA
-};
-
-#pragma pack(push, 1)
-// An entry of the work queue. The queue owns the payload until the worker
-// that pops it deletes it.
-struct WorkItem {
-  uint16_t jobClass = 0;
-  void* payload = nullptr;
-};
-#pragma pack(pop)
-static_assert(sizeof(WorkItem) == 10);
-
-struct RenderThreadRecord {
-  std::unique_ptr<platform::Thread> thread;
-  uint32_t threadId = 0;
-};
-
-class RT_RENDER_ENGINE;
-
-// Traces pixel `index` of a block into `color`; false on an abort. `abort`
-// is the block's flag, shared by every thread that traces the block.
-using PixelTracer = bool (*)(RT_RENDER_ENGINE* engine, SWRT_RENDER_THREAD_DATA* data, unsigned int index,
-                             SCENE_VERTEX_XYZW& color, std::atomic<bool>& abort);
-
-// What a helper thread that shares a block needs.
-struct RaytraceBlockThreadData {
-  uint32_t threadId = 0;
-  RT_RENDER_ENGINE* engine = nullptr;
-  SWRT_RENDER_THREAD_DATA block;
-  std::atomic<uint32_t>* pixelCounter = nullptr;
-  SCENE_VERTEX_XYZW* samples = nullptr;
-  std::atomic<bool>* abort = nullptr;
-  PixelTracer tracer = nullptr;
-};
+struct RTRendererLight;
+struct SWCubeShadowMap;
+struct SWHitSurface;
+struct SWMeshTable;
+struct SWRT_SHOOT_PHOTONS_THREAD_DATA;
+struct SWShadowMap;
+struct SWTexture;
+struct SW_PIXEL_G64R64F;
+enum class SWHitSurfaceStatus : uint8_t;
 
 class RT_RENDER_ENGINE : public RT_RENDER_ENGINE_BASE, public RENDER_PROGRESS_INTERFACE {
  public:
@@ -156,8 +119,8 @@ class RT_RENDER_ENGINE : public RT_RENDER_ENGINE_BASE, public RENDER_PROGRESS_IN
   // Decides which lights keep shadow maps, marks the others dirty and draws
   // the dirty ones. Returns whether shadow work turned the rotate-to-camera
   // pair away.
-  bool UpdateShadowMaps(ENVIRONMENT_3D_VIEW* view, SCENE_GRAPH* sceneGraph, const MODE_RENDER_OPTIONS& options,
-                        const SCENE_CAMERA_INFO& camera, bool& aborted);
+  bool UpdateShadowMaps(ENVIRONMENT_3D_VIEW* view, SCENE_GRAPH* sceneGraph,
+                        const MODE_RENDER_OPTIONS& options, const SCENE_CAMERA_INFO& camera, bool& aborted);
   void PollAbort(bool& aborted) const {
     if (ShouldAbort()) aborted = true;
   }
@@ -323,7 +286,6 @@ class RT_RENDER_ENGINE : public RT_RENDER_ENGINE_BASE, public RENDER_PROGRESS_IN
                          std::initializer_list<uint16_t> kinds);
 
  public:
-
  private:
   // The walk behind both shadow tests. With `target` the ray aims at it
   // anew from each surface stepped through and a blocker must lie before
@@ -378,10 +340,6 @@ class RT_RENDER_ENGINE : public RT_RENDER_ENGINE_BASE, public RENDER_PROGRESS_IN
                                    double reliefDepth, uint32_t reliefTextureId, double u, double v,
                                    double dudx, double dvdx, double dudy, double dvdy,
                                    SCENE_VERTEX_XYZ_64& normal) const;
-  // What a ray that hit nothing shows: the background at the sample's
-  // pixel, with fog and mist when `depth` is 0. The caller sets alpha.
-  SCENE_VERTEX_XYZW MissColor(ENVIRONMENT_3D_VIEW* view, const MODE_RENDER_OPTIONS& options,
-                              const PixelRaySample& sample, uint32_t depth, float farDistance) const;
   // One call of ShadePixel on a hit: its arguments, the surface and the
   // per-ray values worked out on demand (src/shading/ShadingGroup.h).
   struct ShadingGroup;
@@ -399,13 +357,6 @@ class RT_RENDER_ENGINE : public RT_RENDER_ENGINE_BASE, public RENDER_PROGRESS_IN
  private:
   friend class ShadingTestAccess;
 
-  // The background picture at the sample's pixel into `color`; false when
-  // the options, the picture or the camera do not allow one.
-  bool SampleBackgroundPicture(ENVIRONMENT_3D_VIEW* view, const MODE_RENDER_OPTIONS& options,
-                               const PixelRaySample& sample, SCENE_VERTEX_XYZW& color) const;
-  // Every sample of a missed group takes the first one's background, alpha 0.
-  void ShadeMiss(ENVIRONMENT_3D_VIEW* view, const MODE_RENDER_OPTIONS& options,
-                 PixelRaySample* const* samples, uint32_t count, uint32_t depth, float farDistance) const;
   // The local colour of a visible surface into every ray of the group, and
   // the surface's alpha into `group.alpha`.
   void ShadeSurface(ShadingGroup& group) const;
@@ -448,19 +399,8 @@ class RT_RENDER_ENGINE : public RT_RENDER_ENGINE_BASE, public RENDER_PROGRESS_IN
                      std::atomic<bool>& abort);
 
  private:
-  // The camera of a frame into `frame`, the record every block copies.
-  // False when anything the frame needs is missing.
-  bool SetUpFrameCamera(ENVIRONMENT_3D_VIEW* view, SCENE_GRAPH* scene, const RECT& viewRect,
-                        const RECT& tileRect, const MODE_RENDER_OPTIONS* options, SCENE_VERTEX_XYZ* cubeEye,
-                        int cubeFace, SWRT_RENDER_THREAD_DATA& frame);
-  // Pushes the blocks of `tileRect`, middle first, under the queue lock.
-  void QueueFrameBlocks(const SWRT_RENDER_THREAD_DATA& frame, const RECT& tileRect);
-  void TraceDistributedFrame(const SWRT_RENDER_THREAD_DATA& frame, const RECT& tileRect);
-  // A worker's share of a distributed frame: traces the server's tiles.
-  void RunDistributedJob(SWRT_RENDER_THREAD_DATA& data, bool& abort);
-  // Blends a traced block into the frame buffer and shows it; the caller
-  // holds the frame-buffer lock.
-  bool FinishBlock(const SWRT_RENDER_THREAD_DATA& data, const SCENE_VERTEX_XYZW* samples);
+  // The screen path of RenderFrame: one pass, or path-traced passes until
+  // an abort, each shown when it completes.
   void RenderToScreen(ENVIRONMENT_3D_VIEW* view, SCENE_GRAPH* scene, const RECT& rect,
                       const MODE_RENDER_OPTIONS& options);
 

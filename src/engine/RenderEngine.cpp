@@ -4,8 +4,12 @@
 
 #include "BrindlexViewModel.h"
 #include "BrindlexViewRTRenderEngine.h"
+#include "KDTree.h"
+#include "LightTable.h"
+#include "SWMeshTable.h"
 #include "SWTexture.h"
 #include "brindlexutil.h"
+#include "SWShadowMap.h"
 
 namespace {
 constexpr char DefaultMaterialTag = 58;

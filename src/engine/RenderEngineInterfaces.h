@@ -146,3 +146,7 @@ class RENDER_TO_FILE_INTERFACE {
   // the operations above keep their slots.
   virtual void SetRenderToFileHDRName(const char* name) = 0;
 };
+
+// Creates one engine with reference count 1; null when memory is short. A
+// host needs only this header to make one and drive it.
+extern "C" RENDER_ENGINE_INTERFACE* CreateRenderEngine();

@@ -6,6 +6,8 @@
 // for a batch by counting.
 #include "BrindlexViewModel.h"
 #include "BrindlexViewRTRenderEngine.h"
+#include "DistributedJob.h"
+#include "KDTree.h"
 #include "ShootPhotonsThreadData.h"
 #include "brindlexutil.h"
 
@@ -163,7 +165,8 @@ void RT_RENDER_ENGINE::RunRenderJob(SWRT_RENDER_THREAD_DATA& data, bool& abort) 
     // A block that failed while nobody asks to abort costs only itself.
     if (!RaytraceBlock(&data, nullptr, 0) && ShouldAbort()) abort = true;
   } else if (data.workKind == RT_WORK_DISTRIBUTED) {
-    RunDistributedJob(data, abort);
+    RunDistributedJob(
+        *this, *distributedServer, data, frameWidth, frameHeight, [this] { return ShouldAbort(); }, abort);
   } else if (data.workKind == RT_WORK_SHADOWMAP_FILTER || data.workKind >= RT_WORK_CUBE_SHADOWMAP_FILTER) {
     FilterShadowMapTile(data, abort);
   } else {

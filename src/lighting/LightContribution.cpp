@@ -2,6 +2,7 @@
 #include <iterator>
 
 #include "BrindlexViewRTRenderEngine.h"
+#include "LightTable.h"
 
 void RT_RENDER_ENGINE::AddLightContributionToPixel(
     const RTRendererLight* light, const MODE_RENDER_OPTIONS* options, RT_RANDOM_NUMBER_GENERATOR* generator,

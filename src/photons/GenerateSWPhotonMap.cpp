@@ -8,6 +8,7 @@
 
 #include "BrindlexViewModel.h"
 #include "BrindlexViewRTRenderEngine.h"
+#include "LightTable.h"
 #include "PhotonProgress.h"
 #include "RandomNumberGenerator.h"
 #include "ShootPhotonsThreadData.h"

@@ -4,6 +4,7 @@
 // starts 0.001 beyond the last surface, so the chain ends with the scene.
 #include "BrindlexViewModel.h"
 #include "BrindlexViewRTRenderEngine.h"
+#include "SWMeshTable.h"
 #include "HitGeometry.h"
 #include "PhotonEmission.h"
 #include "RandomNumberGenerator.h"

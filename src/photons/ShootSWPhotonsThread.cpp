@@ -3,6 +3,7 @@
 // until both lists are full.
 #include "BrindlexViewModel.h"
 #include "BrindlexViewRTRenderEngine.h"
+#include "LightTable.h"
 #include "PhotonEmission.h"
 #include "PhotonProgress.h"
 #include "RandomNumberGenerator.h"

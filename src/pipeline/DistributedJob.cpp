@@ -3,6 +3,8 @@
 #include <memory>
 #include <new>
 
+#include "DistributedJob.h"
+
 #include "BrindlexViewRTRenderEngine.h"
 #include "DistributedServer.h"
 #include "RenderOptions.h"
@@ -18,17 +20,19 @@ int64_t TileSide(int64_t size, int64_t viewStart, int64_t tileEnd, int64_t offse
 }
 }  // namespace
 
-void RT_RENDER_ENGINE::RunDistributedJob(SWRT_RENDER_THREAD_DATA& data, bool& abort) {
+void RunDistributedJob(RT_RENDER_ENGINE& engine, RENDER_DISTRIBUTED_SERVER_INTERFACE& server,
+                       SWRT_RENDER_THREAD_DATA& data, uint32_t frameWidth, uint32_t frameHeight,
+                       const std::function<bool()>& shouldAbort, bool& abort) {
   if (!data.options) return;
   const uint64_t framePass = data.passNumber;
   const bool pathTracing = data.options->DoPathTracing();
   std::unique_ptr<SCENE_VERTEX_XYZW[]> tile;
   uint32_t tileCount = 0;
-  distributedServer->BeginDistributedJob();
+  server.BeginDistributedJob();
   unsigned int x = 0, y = 0;
   unsigned short size = 0, pass = 0, passCount = 0;
-  while (distributedServer->GetNextDistributedTile(&x, &y, &size, &pass, &passCount)) {
-    if (ShouldAbort()) {
+  while (server.GetNextDistributedTile(&x, &y, &size, &pass, &passCount)) {
+    if (shouldAbort()) {
       abort = true;
       break;
     }
@@ -48,31 +52,31 @@ void RT_RENDER_ENGINE::RunDistributedJob(SWRT_RENDER_THREAD_DATA& data, bool& ab
       // buffer of its own and not submitted.
       if (!tile) tileCount = 0;
     }
-    distributedServer->NotifyDistributedWorkerActive();
-    distributedServer->SetDistributedTileTracing(true);
+    server.NotifyDistributedWorkerActive();
+    server.SetDistributedTileTracing(true);
     bool traced = false;
     if (pathTracing) {
       if (pass != framePass) {
-        distributedServer->SetDistributedTileTracing(false);
+        server.SetDistributedTileTracing(false);
         break;
       }
       for (uint64_t p = 0; p < passCount; ++p) {
         data.passNumber = p;
-        traced = RaytraceBlock(&data, tile.get(), tileCount);
+        traced = engine.RaytraceBlock(&data, tile.get(), tileCount);
         if (!traced) break;
       }
     } else {
-      traced = RaytraceBlock(&data, tile.get(), tileCount);
+      traced = engine.RaytraceBlock(&data, tile.get(), tileCount);
     }
-    distributedServer->SetDistributedTileTracing(false);
+    server.SetDistributedTileTracing(false);
     if (traced && tile) {
-      distributedServer->SubmitDistributedTile(tile.get(), data.x, data.y, size, pass, passCount, data.width,
-                                               data.height);
-    } else if (!traced && ShouldAbort()) {
+      server.SubmitDistributedTile(tile.get(), data.x, data.y, size, pass, passCount, data.width,
+                                   data.height);
+    } else if (!traced && shouldAbort()) {
       abort = true;
       break;
     }
   }
   tile.reset();
-  distributedServer->EndDistributedJob();
+  server.EndDistributedJob();
 }

@@ -5,6 +5,7 @@
 
 #include "BrindlexViewModel.h"
 #include "BrindlexViewRTRenderEngine.h"
+#include "LightTable.h"
 #include "CameraPosition.h"
 
 namespace {

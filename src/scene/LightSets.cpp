@@ -2,6 +2,7 @@
 // the host's notifications filled since the last update.
 #include "BrindlexViewModel.h"
 #include "BrindlexViewRTRenderEngine.h"
+#include "LightTable.h"
 
 void RT_RENDER_ENGINE::NoteLostLights(SCENE_LIGHTS* lights) {
   if (!lightTable || !lights) return;

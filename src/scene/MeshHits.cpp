@@ -3,6 +3,7 @@
 // partly built table would let run out of range.
 #include "BrindlexViewMath.h"
 #include "BrindlexViewRTRenderEngine.h"
+#include "SWMeshTable.h"
 
 SWHitSurfaceStatus RT_RENDER_ENGINE::ResolveHitSurface(const SWRayIntersectionResult& hit,
                                                        SWHitSurface& surface) const {

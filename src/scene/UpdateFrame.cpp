@@ -5,6 +5,8 @@
 #include "BrindlexViewMath.h"
 #include "BrindlexViewModel.h"
 #include "BrindlexViewRTRenderEngine.h"
+#include "KDTree.h"
+#include "LightTable.h"
 #include "CameraPosition.h"
 #include "PhotonMapWanted.h"
 #include "SceneGraphTraversal.h"

@@ -9,6 +9,8 @@
 #include "BrindlexViewMath.h"
 #include "BrindlexViewModel.h"
 #include "BrindlexViewRTRenderEngine.h"
+#include "LightTable.h"
+#include "SWShadowMap.h"
 
 namespace {
 constexpr size_t NearestLightCount = 8;

@@ -1,5 +1,7 @@
 // What a ray that hits nothing shows: a plain colour, a picture fixed to
 // the screen, or a panorama that turns with the camera; then fog and mist.
+#include "Background.h"
+
 #include <cmath>
 
 #include "BrindlexViewMath.h"
@@ -35,12 +37,10 @@ const SCENE_CAMERA_INFO* ViewCamera(ENVIRONMENT_3D_VIEW* view) {
 }
 }  // namespace
 
-bool RT_RENDER_ENGINE::SampleBackgroundPicture(ENVIRONMENT_3D_VIEW* view, const MODE_RENDER_OPTIONS& options,
-                                               const PixelRaySample& sample, SCENE_VERTEX_XYZW& color) const {
+bool BackgroundPicture::Sample(ENVIRONMENT_3D_VIEW* view, const MODE_RENDER_OPTIONS& options,
+                               const PixelRaySample& sample, SCENE_VERTEX_XYZW& color) const {
   if (!options.UseBackgroundTexture()) return false;
-  if (backgroundTexture >= textures.size() || !textures[backgroundTexture] ||
-      !textures[backgroundTexture]->HasImage())
-    return false;
+  if (row >= textures.size() || !textures[row] || !textures[row]->HasImage()) return false;
   const SCENE_CAMERA_INFO* camera = ViewCamera(view);
   if (!camera) return false;
 
@@ -57,15 +57,15 @@ bool RT_RENDER_ENGINE::SampleBackgroundPicture(ENVIRONMENT_3D_VIEW* view, const 
   float v = static_cast<float>((sample.viewHeight - sample.pixelY) / sample.viewHeight);
   u = u * scaleU + offsetU;
   v = v * scaleV + offsetV;
-  SampleSWTexture(backgroundTexture, u, v, 0.0f, 0.0f, 0.0f, 0.0f, color);
+  engine.SampleSWTexture(row, u, v, 0.0f, 0.0f, 0.0f, 0.0f, color);
   return true;
 }
 
-SCENE_VERTEX_XYZW RT_RENDER_ENGINE::MissColor(ENVIRONMENT_3D_VIEW* view, const MODE_RENDER_OPTIONS& options,
-                                              const PixelRaySample& sample, uint32_t depth,
-                                              float farDistance) const {
+SCENE_VERTEX_XYZW BackgroundPicture::MissColor(ENVIRONMENT_3D_VIEW* view, const MODE_RENDER_OPTIONS& options,
+                                               const PixelRaySample& sample, uint32_t depth,
+                                               float farDistance) const {
   SCENE_VERTEX_XYZW color = sample.color;
-  if (!SampleBackgroundPicture(view, options, sample, color)) {
+  if (!Sample(view, options, sample, color)) {
     const SCENE_VERTEX_XYZ background = ColorFromRGB(options.GetBackgroundColor());
     color = {background.x, background.y, background.z, color.w};
   }
@@ -76,9 +76,9 @@ SCENE_VERTEX_XYZW RT_RENDER_ENGINE::MissColor(ENVIRONMENT_3D_VIEW* view, const M
   return color;
 }
 
-void RT_RENDER_ENGINE::ShadeMiss(ENVIRONMENT_3D_VIEW* view, const MODE_RENDER_OPTIONS& options,
-                                 PixelRaySample* const* samples, uint32_t count, uint32_t depth,
-                                 float farDistance) const {
+void BackgroundPicture::ShadeMiss(ENVIRONMENT_3D_VIEW* view, const MODE_RENDER_OPTIONS& options,
+                                  PixelRaySample* const* samples, uint32_t count, uint32_t depth,
+                                  float farDistance) const {
   PixelRaySample& first = *samples[0];
   SCENE_VERTEX_XYZW color = MissColor(view, options, first, depth, farDistance);
   // A background keeps no alpha of its own: the pixel is uncovered there.

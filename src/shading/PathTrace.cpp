@@ -4,8 +4,11 @@
 // diffuse bounce on. Passes average the choices into the blends.
 #include <cmath>
 
+#include "Background.h"
 #include "BrindlexViewModel.h"
 #include "BrindlexViewRTRenderEngine.h"
+#include "LightTable.h"
+#include "SWMeshTable.h"
 #include "ContinuationSample.h"
 #include "RandomNumberGenerator.h"
 #include "SampleCosineHemisphere.h"
@@ -51,7 +54,8 @@ SCENE_VERTEX_XYZW RT_RENDER_ENGINE::PathTrace(ENVIRONMENT_3D_VIEW* view, const M
   const SCENE_VERTEX_XYZW none = {0.0f, 0.0f, 0.0f, 0.0f};
   if (!view || !options || abort) return none;
   const auto miss = [&] {
-    SCENE_VERTEX_XYZW color = MissColor(view, *options, sample, depth, farDistance);
+    SCENE_VERTEX_XYZW color = BackgroundPicture{*this, textures, backgroundTexture}.MissColor(
+        view, *options, sample, depth, farDistance);
     color.w = 0.0f;
     return color;
   };

@@ -2,8 +2,10 @@
 // triangle is shaded once, for its first ray; only the transparency and
 // mirror rays that continue from the surface are traced per ray.
 #include <cstdio>
+#include "Background.h"
 #include "BrindlexViewModel.h"
 #include "BrindlexViewRTRenderEngine.h"
+#include "SWMeshTable.h"
 #include "FogAndMist.h"
 #include "ShadingCounters.h"
 #include "ShadingGroup.h"
@@ -59,13 +61,17 @@ void RT_RENDER_ENGINE::ShadePixel(ENVIRONMENT_3D_VIEW* view, const MODE_RENDER_O
   // A group never holds more rays than a pixel has.
   if (!view || !options || count == 0 || count > MaximumPixelRays || abort) return;
   if (!results || !samples || !GroupIsComplete(results, samples, count)) return;
-  if (!hit) return ShadeMiss(view, *options, samples, count, depth, farDistance);
+  if (!hit)
+    return BackgroundPicture{*this, textures, backgroundTexture}.ShadeMiss(view, *options, samples, count,
+                                                                           depth, farDistance);
 
   SWHitSurface surface;
   const SWHitSurfaceStatus status = ResolveHitSurface(*results[0], surface);
   const TEXTURE_LINK* link =
       status == SWHitSurfaceStatus::NoSurface ? nullptr : surface.material->material->GetTextureLink();
-  if (!link) return ShadeMiss(view, *options, samples, count, depth, farDistance);
+  if (!link)
+    return BackgroundPicture{*this, textures, backgroundTexture}.ShadeMiss(view, *options, samples, count,
+                                                                           depth, farDistance);
   if (status == SWHitSurfaceStatus::VertexOutOfRange) return;
 
   ShadingGroup group;

@@ -3,6 +3,7 @@
 
 #include "BrindlexViewModel.h"
 #include "ShadingLevels.h"
+#include "SWMeshTable.h"
 
 void RT_RENDER_ENGINE::ShadingGroup::TakeSurface(const SWHitSurface& surface,
                                                  const TEXTURE_LINK* surfaceLink) {

@@ -3,6 +3,7 @@
 // photon maps where the options ask for them.
 #include "BrindlexViewModel.h"
 #include "BrindlexViewRTRenderEngine.h"
+#include "LightTable.h"
 #include "ShadingGroup.h"
 
 namespace {

@@ -5,6 +5,7 @@
 
 #include "BrindlexViewModel.h"
 #include "BrindlexViewRTRenderEngine.h"
+#include "SWShadowMap.h"
 #include "RenderOptions.h"
 #include "ShadowMapGeometry.h"
 

@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "BrindlexViewRTRenderEngine.h"
+#include "LightTable.h"
 #include "RandomNumberGenerator.h"
 #include "RenderOptions.h"
 #include "ShadowMapSampling.h"

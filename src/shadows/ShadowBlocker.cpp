@@ -2,6 +2,7 @@
 // Two fixed thresholds decide it: the material's opacity level, and for a
 // transparent texture the alpha of the texel that was hit.
 #include "BrindlexViewRTRenderEngine.h"
+#include "SWMeshTable.h"
 #include "HitGeometry.h"
 #include "MaterialTree.h"
 #include "SWTexture.h"

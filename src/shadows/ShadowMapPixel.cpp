@@ -3,6 +3,8 @@
 // the first blocker, so that a lit surface never shadows itself and the
 // look-up needs no depth bias.
 #include "BrindlexViewRTRenderEngine.h"
+#include "SWMeshTable.h"
+#include "SWShadowMap.h"
 #include "HitGeometry.h"
 #include "MaterialTree.h"
 #include "ShadowMapGeometry.h"

@@ -9,6 +9,8 @@
 #include "BrindlexViewMath.h"
 #include "BrindlexViewModel.h"
 #include "BrindlexViewRTRenderEngine.h"
+#include "KDTree.h"
+#include "SWMeshTable.h"
 #include "CubeShadowMapSeams.h"
 #include "Gdi.h"
 #include "RenderOptions.h"

@@ -8,6 +8,10 @@
 #include "LogCapture.h"
 #include "TestDoubles.h"
 #include "brindlexutil.h"
+#include "KDTree.h"
+#include "LightTable.h"
+#include "SWMeshTable.h"
+#include "SWShadowMap.h"
 
 namespace {
 

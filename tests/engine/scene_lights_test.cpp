@@ -4,6 +4,10 @@
 
 #include "AccelTestAccess.h"
 #include "SceneTestAccess.h"
+#include "KDTree.h"
+#include "LightTable.h"
+#include "SWMeshTable.h"
+#include "SWShadowMap.h"
 
 using namespace scene_test;
 

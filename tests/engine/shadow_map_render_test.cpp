@@ -8,6 +8,10 @@
 
 #include "EngineTestAccess.h"
 #include "RenderScene.h"
+#include "KDTree.h"
+#include "LightTable.h"
+#include "SWMeshTable.h"
+#include "SWShadowMap.h"
 
 namespace {
 

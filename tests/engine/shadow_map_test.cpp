@@ -7,6 +7,10 @@
 #include "EngineTestAccess.h"
 #include "RenderScene.h"
 #include "ShadowMapSampling.h"
+#include "KDTree.h"
+#include "LightTable.h"
+#include "SWMeshTable.h"
+#include "SWShadowMap.h"
 
 namespace {
 

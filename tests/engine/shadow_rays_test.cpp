@@ -10,6 +10,10 @@
 #include "LightingTestAccess.h"
 #include "RandomNumberGenerator.h"
 #include "SceneTestAccess.h"
+#include "KDTree.h"
+#include "LightTable.h"
+#include "SWMeshTable.h"
+#include "SWShadowMap.h"
 
 using namespace lighting_test;
 using namespace scene_test;

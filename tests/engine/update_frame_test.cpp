@@ -11,6 +11,10 @@
 #include "LogCapture.h"
 #include "SWTexture.h"
 #include "SceneTestAccess.h"
+#include "KDTree.h"
+#include "LightTable.h"
+#include "SWMeshTable.h"
+#include "SWShadowMap.h"
 
 using namespace scene_test;
 

@@ -11,6 +11,10 @@
 
 #include "BrindlexViewRTRenderEngine.h"
 #include "EngineTestAccess.h"
+#include "KDTree.h"
+#include "LightTable.h"
+#include "SWMeshTable.h"
+#include "SWShadowMap.h"
 
 namespace {
 

@@ -2,6 +2,10 @@
 #pragma once
 
 #include "BrindlexViewRTRenderEngine.h"
+#include "KDTree.h"
+#include "LightTable.h"
+#include "SWMeshTable.h"
+#include "SWShadowMap.h"
 
 class EngineTestAccess {
  public:

@@ -5,7 +5,9 @@
 #include <vector>
 
 #include "BrindlexViewRTRenderEngine.h"
+#include "FinishBlock.h"
 #include "FrameBufferGuard.h"
+#include "FrameSetUp.h"
 #include "GdiPlus.h"
 
 class PipelineTestAccess {
@@ -41,26 +43,17 @@ class PipelineTestAccess {
   bool SetUpFrameCamera(ENVIRONMENT_3D_VIEW* view, SCENE_GRAPH* scene, const RECT& viewRect,
                         const RECT& tileRect, const MODE_RENDER_OPTIONS* options, SCENE_VERTEX_XYZ* cubeEye,
                         int cubeFace, SWRT_RENDER_THREAD_DATA& frame) {
-    return engine->SetUpFrameCamera(view, scene, viewRect, tileRect, options, cubeEye, cubeFace, frame);
+    return ::SetUpFrameCamera(view, scene, viewRect, tileRect, options, cubeEye, cubeFace, engine->frameWidth,
+                              engine->frameHeight, engine->engineFlags.IsSet(AutoHorizon), frame);
   }
-  // Queues a frame's blocks without waking the workers, and takes them
-  // back off the queue in order.
-  std::vector<SWRT_RENDER_THREAD_DATA> QueuedBlocks(const SWRT_RENDER_THREAD_DATA& frame,
-                                                    const RECT& tileRect) {
-    engine->QueueFrameBlocks(frame, tileRect);
-    std::vector<SWRT_RENDER_THREAD_DATA> blocks;
-    platform::CriticalSectionGuard guard(engine->queueLock);
-    for (const WorkItem& item : engine->workQueue) {
-      const auto* block = static_cast<const SWRT_RENDER_THREAD_DATA*>(item.payload);
-      blocks.push_back(*block);
-      delete block;
-    }
-    engine->workQueue.clear();
-    return blocks;
+  std::vector<SWRT_RENDER_THREAD_DATA> QueuedBlocks(const SWRT_RENDER_THREAD_DATA& frame, const RECT& tileRect) {
+    return FrameBlocks(frame, tileRect, engine->frameWidth, engine->frameHeight);
   }
   bool FinishBlock(const SWRT_RENDER_THREAD_DATA& data, const SCENE_VERTEX_XYZW* samples) {
     FrameBufferGuard guard(*engine);
-    return engine->FinishBlock(data, samples);
+    return ::FinishBlock(data, samples, engine->frameBitmap, engine->frameHDRBuffer, engine->frameWidth,
+                         engine->engineFlags.IsSet(RenderToFile) && engine->engineFlags.IsSet(BackgroundAlpha),
+                         engine->renderProgress, engine->cubeMapProgressBar);
   }
   long CoreTokens() const { return engine->coreTokenSemaphore->Count(); }
 

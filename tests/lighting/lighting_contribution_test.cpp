@@ -5,6 +5,10 @@
 #include "BrindlexViewModel.h"
 #include "BrindlexViewRTRenderEngine.h"
 #include "LightingTestAccess.h"
+#include "KDTree.h"
+#include "LightTable.h"
+#include "SWMeshTable.h"
+#include "SWShadowMap.h"
 
 using namespace lighting_test;
 

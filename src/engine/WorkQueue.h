@@ -1,0 +1,51 @@
+// The records of the engine's work queue: what a queue entry is, which job
+// kind its payload belongs to, the worker threads that pop them, and what a
+// helper thread that shares a block needs.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+
+#include "RenderThreadData.h"
+#include "SceneRecords.h"
+#include "Thread.h"
+
+class RT_RENDER_ENGINE;
+
+enum RT_JOB_CLASS : uint16_t {
+  RT_JOB_RENDER = 0,         // SWRT_RENDER_THREAD_DATA
+  RT_JOB_KDTREE_BUILD = 1,   // KDBuildJob
+  RT_JOB_SHOOT_PHOTONS = 2,  // SWRT_SHOOT_PHOTONS_THREAD_DATA
+};
+
+#pragma pack(push, 1)
+// An entry of the work queue. The queue owns the payload until the worker
+// that pops it deletes it.
+struct WorkItem {
+  uint16_t jobClass = 0;
+  void* payload = nullptr;
+};
+#pragma pack(pop)
+static_assert(sizeof(WorkItem) == 10);
+
+struct RenderThreadRecord {
+  std::unique_ptr<platform::Thread> thread;
+  uint32_t threadId = 0;
+};
+
+// Traces pixel `index` of a block into `color`; false on an abort. `abort`
+// is the block's flag, shared by every thread that traces the block.
+using PixelTracer = bool (*)(RT_RENDER_ENGINE* engine, SWRT_RENDER_THREAD_DATA* data, unsigned int index,
+                             SCENE_VERTEX_XYZW& color, std::atomic<bool>& abort);
+
+// What a helper thread that shares a block needs.
+struct RaytraceBlockThreadData {
+  uint32_t threadId = 0;
+  RT_RENDER_ENGINE* engine = nullptr;
+  SWRT_RENDER_THREAD_DATA block;
+  std::atomic<uint32_t>* pixelCounter = nullptr;
+  SCENE_VERTEX_XYZW* samples = nullptr;
+  std::atomic<bool>* abort = nullptr;
+  PixelTracer tracer = nullptr;
+};
