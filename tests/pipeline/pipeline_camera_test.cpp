@@ -7,8 +7,7 @@
 #include "BlockOrder.h"
 #include "BrindlexViewModel.h"
 #include "BrindlexViewRTRenderEngine.h"
-#include "PipelineTestAccess.h"
-#include "Window.h"
+#include "FrameSetUp.h"
 
 namespace {
 
@@ -34,9 +33,6 @@ void ExpectVector(SCENE_VERTEX_XYZ_64 actual, double x, double y, double z) {
 
 struct CameraTest : ::testing::Test {
   void SetUp() override {
-    engine = static_cast<RT_RENDER_ENGINE*>(CreateRenderEngine());
-    engine->Initialize(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
-    engine->InitializeRendererWindow(&window, nullptr);
     // A box from -20 to 20 around the origin, as one triangle's corners.
     SCENE_GRAPH_NODE* box = new SCENE_GRAPH_NODE("box");
     const SCENE_VERTEX corners[3] = {{{-20, -20, -20}, {0, 0, 1}, 0, 0, {1, 0, 0}},
@@ -47,14 +43,14 @@ struct CameraTest : ::testing::Test {
     scene.GetRootNode()->AddChildNode(box);
     SetCamera({0, 10, 0}, {0, 0, 0});
   }
-  void TearDown() override { engine->Release(); }
   // Eye and target in the camera record's coordinates, y negated.
   void SetCamera(SCENE_VERTEX_XYZ eye, SCENE_VERTEX_XYZ lookAt) {
     view.GetViewFileState()->SetCameraInfo({eye, lookAt, 90.0f, 10.0f, 0.0f});
   }
   SWRT_RENDER_THREAD_DATA Camera(RECT viewRect, SCENE_VERTEX_XYZ* cubeEye = nullptr, int face = 0) {
     SWRT_RENDER_THREAD_DATA frame;
-    EXPECT_TRUE(access.SetUpFrameCamera(&view, &scene, viewRect, viewRect, &options, cubeEye, face, frame));
+    EXPECT_TRUE(SetUpFrameCamera(&view, &scene, viewRect, viewRect, &options, cubeEye, face, 40, 8,
+                                 autoHorizon, frame));
     return frame;
   }
   PixelRaySet Rays(const SWRT_RENDER_THREAD_DATA& frame, unsigned x, unsigned y) {
@@ -66,9 +62,7 @@ struct CameraTest : ::testing::Test {
     return rays;
   }
 
-  platform::RecordingWindow window{40, 8};
-  RT_RENDER_ENGINE* engine = nullptr;
-  PipelineTestAccess access{nullptr};
+  bool autoHorizon = false;
   SCENE_GRAPH scene;
   ENVIRONMENT_3D_VIEW view;
   MODE_RENDER_OPTIONS options;
@@ -163,10 +157,9 @@ TEST(PipelineBlocks, RingsRunClockwiseFromTheMiddleAndSkipTheOutside) {
 }
 
 TEST_F(CameraTest, BlocksAreCutAtTheTileAndPlacedInFrameAndView) {
-  access = PipelineTestAccess(engine);
   SWRT_RENDER_THREAD_DATA frame = Camera({0, 0, 40, 8});
   frame.passNumber = 3;
-  std::vector<SWRT_RENDER_THREAD_DATA> blocks = access.QueuedBlocks(frame, {5, 2, 38, 3});
+  std::vector<SWRT_RENDER_THREAD_DATA> blocks = FrameBlocks(frame, {5, 2, 38, 3}, 40, 8);
   ASSERT_EQ(blocks.size(), 2u);
   const uint32_t expected[2][6] = {{0, 0, 5, 2, 32, 1}, {32, 0, 37, 2, 1, 1}};  // frameX, frameY, x, y, w, h
   for (int i = 0; i < 2; ++i) {
@@ -179,12 +172,11 @@ TEST_F(CameraTest, BlocksAreCutAtTheTileAndPlacedInFrameAndView) {
     EXPECT_EQ(uint32_t(block.samples), 4u);  // antialiasing level 2
     EXPECT_EQ(static_cast<const MODE_RENDER_OPTIONS*>(block.options), &options);
   }
-  EXPECT_EQ(access.QueuedBlocks(frame, {0, 0, 40, 8}).size(), 2u);
-  EXPECT_TRUE(access.QueuedBlocks(frame, {3, 3, 3, 8}).empty());
+  EXPECT_EQ(FrameBlocks(frame, {0, 0, 40, 8}, 40, 8).size(), 2u);
+  EXPECT_TRUE(FrameBlocks(frame, {3, 3, 3, 8}, 40, 8).empty());
 }
 
 TEST_F(CameraTest, SamplesAndRefusalsOfTheFrameCamera) {
-  access = PipelineTestAccess(engine);
   options.SetAntialiasingLevel(4);
   EXPECT_EQ(uint32_t(Camera({0, 0, 2, 2}).samples), 16u);
   options.SetPathTracing(true);  // one ray per pixel and pass, whatever the antialiasing
@@ -194,25 +186,24 @@ TEST_F(CameraTest, SamplesAndRefusalsOfTheFrameCamera) {
   EXPECT_EQ(uint32_t(Camera({0, 0, 2, 2}).samples), 1u);
 
   SWRT_RENDER_THREAD_DATA frame;
-  EXPECT_FALSE(
-      access.SetUpFrameCamera(&view, &scene, {0, 0, 41, 8}, {0, 0, 41, 8}, &options, nullptr, 0, frame));
-  EXPECT_FALSE(
-      access.SetUpFrameCamera(&view, &scene, {0, 0, 40, 9}, {0, 0, 40, 9}, &options, nullptr, 0, frame));
-  EXPECT_FALSE(
-      access.SetUpFrameCamera(nullptr, &scene, {0, 0, 2, 2}, {0, 0, 2, 2}, &options, nullptr, 0, frame));
-  EXPECT_FALSE(
-      access.SetUpFrameCamera(&view, nullptr, {0, 0, 2, 2}, {0, 0, 2, 2}, &options, nullptr, 0, frame));
-  EXPECT_FALSE(
-      access.SetUpFrameCamera(&view, &scene, {0, 0, 2, 2}, {0, 0, 2, 2}, nullptr, nullptr, 0, frame));
+  EXPECT_FALSE(SetUpFrameCamera(&view, &scene, {0, 0, 41, 8}, {0, 0, 41, 8}, &options, nullptr, 0, 40, 8,
+                                autoHorizon, frame));
+  EXPECT_FALSE(SetUpFrameCamera(&view, &scene, {0, 0, 40, 9}, {0, 0, 40, 9}, &options, nullptr, 0, 40, 8,
+                                autoHorizon, frame));
+  EXPECT_FALSE(SetUpFrameCamera(nullptr, &scene, {0, 0, 2, 2}, {0, 0, 2, 2}, &options, nullptr, 0, 40, 8,
+                                autoHorizon, frame));
+  EXPECT_FALSE(SetUpFrameCamera(&view, nullptr, {0, 0, 2, 2}, {0, 0, 2, 2}, &options, nullptr, 0, 40, 8,
+                                autoHorizon, frame));
+  EXPECT_FALSE(SetUpFrameCamera(&view, &scene, {0, 0, 2, 2}, {0, 0, 2, 2}, nullptr, nullptr, 0, 40, 8,
+                                autoHorizon, frame));
 
   SetCamera({0, 500, 0}, {0, 0, 0});  // near is far above 1
   EXPECT_GT(float(Camera({0, 0, 2, 2}).nearDistance), 100.0f);
-  access.Flags().Set(AutoHorizon);
+  autoHorizon = true;
   EXPECT_EQ(float(Camera({0, 0, 2, 2}).nearDistance), 1.0f);
 }
 
 TEST_F(CameraTest, PrimaryRaysPassWhereTheCameraLooks) {
-  access = PipelineTestAccess(engine);
   // The eye at world (0, -10, 0) looks along +y with +z up and +x right;
   // 90 degrees show 10 units either side of the middle at distance 10.
   SWRT_RENDER_THREAD_DATA frame = Camera({0, 0, 2, 2});

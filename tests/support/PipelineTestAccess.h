@@ -7,7 +7,6 @@
 #include "BrindlexViewRTRenderEngine.h"
 #include "FinishBlock.h"
 #include "FrameBufferGuard.h"
-#include "FrameSetUp.h"
 #include "GdiPlus.h"
 
 class PipelineTestAccess {
@@ -40,20 +39,12 @@ class PipelineTestAccess {
       engine->frameHDRBuffer[i] = color;
   }
 
-  bool SetUpFrameCamera(ENVIRONMENT_3D_VIEW* view, SCENE_GRAPH* scene, const RECT& viewRect,
-                        const RECT& tileRect, const MODE_RENDER_OPTIONS* options, SCENE_VERTEX_XYZ* cubeEye,
-                        int cubeFace, SWRT_RENDER_THREAD_DATA& frame) {
-    return ::SetUpFrameCamera(view, scene, viewRect, tileRect, options, cubeEye, cubeFace, engine->frameWidth,
-                              engine->frameHeight, engine->engineFlags.IsSet(AutoHorizon), frame);
-  }
-  std::vector<SWRT_RENDER_THREAD_DATA> QueuedBlocks(const SWRT_RENDER_THREAD_DATA& frame, const RECT& tileRect) {
-    return FrameBlocks(frame, tileRect, engine->frameWidth, engine->frameHeight);
-  }
   bool FinishBlock(const SWRT_RENDER_THREAD_DATA& data, const SCENE_VERTEX_XYZW* samples) {
     FrameBufferGuard guard(*engine);
-    return ::FinishBlock(data, samples, engine->frameBitmap, engine->frameHDRBuffer, engine->frameWidth,
-                         engine->engineFlags.IsSet(RenderToFile) && engine->engineFlags.IsSet(BackgroundAlpha),
-                         engine->renderProgress, engine->cubeMapProgressBar);
+    return ::FinishBlock(
+        data, samples, engine->frameBitmap, engine->frameHDRBuffer, engine->frameWidth,
+        engine->engineFlags.IsSet(RenderToFile) && engine->engineFlags.IsSet(BackgroundAlpha),
+        engine->renderProgress, engine->cubeMapProgressBar);
   }
   long CoreTokens() const { return engine->coreTokenSemaphore->Count(); }
 
