@@ -107,7 +107,7 @@ bool RT_RENDER_ENGINE::UpdateShadowMaps(ENVIRONMENT_3D_VIEW* view, SCENE_GRAPH* 
         drawn = true;
         GenerateSWShadowmap(lights[row]->number, view, sceneGraph, &options);
       }
-      PollAbort(aborted);
+      aborted = ShouldAbort() || aborted;
     }
     return drawn;
   }
@@ -135,11 +135,11 @@ bool RT_RENDER_ENGINE::UpdateShadowMaps(ENVIRONMENT_3D_VIEW* view, SCENE_GRAPH* 
   dropUnchosen(shadowMapsSingle, shadowMapIndexSingle);
   dropUnchosen(shadowMapsCube, shadowMapIndexCube);
   GenerateSWShadowmap(0, view, sceneGraph, &options);
-  PollAbort(aborted);
+  aborted = ShouldAbort() || aborted;
   for (size_t row : chosen) {
     if (aborted) break;
     GenerateSWShadowmap(lights[row]->number, view, sceneGraph, &options);
-    PollAbort(aborted);
+    aborted = ShouldAbort() || aborted;
   }
   return true;
 }

@@ -15,14 +15,13 @@ class SceneTestAccess {
   EngineFlags& Flags() { return engine->engineFlags; }
   std::map<uint32_t, MATERIAL_3D_NODE*>& MaterialRoots() { return engine->materialRoots; }
   std::vector<SWMaterialEntry>& SWMaterials() { return engine->swMaterials; }
+  std::map<const MATERIAL_3D_NODE*, uint32_t>& MaterialIndexByNode() { return engine->materialIndexByNode; }
   SWMeshTable& MeshTable(int i) { return engine->meshTables[i]; }
   SCENE_VERTEX_XYZ_64& SceneBox(int i) { return i == 0 ? engine->sceneMin : engine->sceneMax; }
   RTLightTable& Lights() { return *engine->lightTable; }
   RTRendererLight& DefaultLight(int i) { return engine->defaultLights[i]; }
   RTRendererLight& Headlight() { return *engine->headlight; }
   RTRendererLight& AlternateLight() { return *engine->alternateLight; }
-  std::set<int32_t>& RemovedLights() { return engine->removedLights; }
-  std::set<int32_t>& ModifiedLights() { return engine->modifiedLights; }
   std::set<int32_t>& DirtyShadowLights() { return engine->dirtyShadowLights; }
 
   // The ordinary pass (table 0) or the rotate pass (table 1) into the
