@@ -408,8 +408,6 @@ class RT_RENDER_ENGINE : public RT_RENDER_ENGINE_BASE, public RENDER_PROGRESS_IN
  public:
  private:
   friend class EngineTestAccess;
-  friend class SceneTestAccess;
-  friend class AccelTestAccess;
   friend class TextureTestAccess;
   friend class PipelineTestAccess;
   friend class LightingTestAccess;

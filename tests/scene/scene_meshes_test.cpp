@@ -76,8 +76,8 @@ class SceneMeshes : public ::testing::Test {
     access.Walk(1, root);
   }
 
-  RT_RENDER_ENGINE* engine = static_cast<RT_RENDER_ENGINE*>(CreateRenderEngine());
-  SceneTestAccess access{engine};
+  SceneTestEngine* engine = new SceneTestEngine();
+  SceneTestEngine& access = *engine;
   ProjectWithNullRoot project;
   SCENE_GRAPH scene;
   SCENE_GRAPH_NODE_INTERFACE* root = scene.GetSceneGraphNode("Scene Graph Root");
