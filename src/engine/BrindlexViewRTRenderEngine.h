@@ -70,42 +70,6 @@ class RT_RENDER_ENGINE : public RT_RENDER_ENGINE_BASE, public RENDER_PROGRESS_IN
   void WaitForCompletion();
   void ClearWorkToDo();
 
-  // Scene ingestion: materials, lights, meshes (src/scene)
-  // Deletes the engine's material trees and copies the host's roots in
-  // their place (key by key; a null root leaves its key out).
-  void ReplaceMaterialRoots(ENVIRONMENT_3D_PROJECT* project, ENVIRONMENT_3D_VIEW* view,
-                            unsigned int materialOption);
-  // Empties swMaterials and materialIndexByNode, before the walks refill them.
-  void ClearSWMaterials();
-
-  // Adds to removedLights every table light that `lights` no longer knows.
-  void NoteLostLights(SCENE_LIGHTS* lights);
-  // Removes every light of removedLights from the table and marks its
-  // shadow map dirty; empties the set.
-  void DrainRemovedLights();
-  // Copies every light of modifiedLights that `lights` still knows into the
-  // table and marks it dirty; empties the set. Without `lights` or a table
-  // the set waits.
-  void DrainModifiedLights(SCENE_LIGHTS* lights);
-  // While AlternateLightActive is set, the alternate light stands in the
-  // table for its number; it is applied after the modified lights.
-  void ApplyAlternateLight();
-
-  // Sets both default lights for the camera and runs the upward test.
-  void SetDefaultLights(const SCENE_CAMERA_INFO& camera);
-  // Moves default light 0 to the camera if it moved, and then repeats the
-  // upward test.
-  void FollowCameraWithDefaultLight(const SCENE_CAMERA_INFO& camera);
-  // CameraUnderCover: whether a ray from default light 0, which stands at
-  // the eye, straight up hits geometry.
-  void TestCameraUnderCover();
-  // Enables the headlight at the camera with the options' level, or
-  // disables it when the options turn it off or give level 0.
-  void SetHeadlight(const MODE_RENDER_OPTIONS& options, const SCENE_CAMERA_INFO& camera);
-
-  // Follows a hit back to its material row and world-space vertices.
-  SWHitSurfaceStatus ResolveHitSurface(const SWRayIntersectionResult& hit, SWHitSurface& surface) const;
-
   // Scene update (src/scene/Update*.cpp)
   // The ordinary or the rotate-to-camera walk into its mesh table, then the
   // build of its tree on the workers. `lightProjectionType` given: the
@@ -119,11 +83,8 @@ class RT_RENDER_ENGINE : public RT_RENDER_ENGINE_BASE, public RENDER_PROGRESS_IN
   // Decides which lights keep shadow maps, marks the others dirty and draws
   // the dirty ones. Returns whether shadow work turned the rotate-to-camera
   // pair away.
-  bool UpdateShadowMaps(ENVIRONMENT_3D_VIEW* view, SCENE_GRAPH* sceneGraph,
-                        const MODE_RENDER_OPTIONS& options, const SCENE_CAMERA_INFO& camera, bool& aborted);
-  void PollAbort(bool& aborted) const {
-    if (ShouldAbort()) aborted = true;
-  }
+  bool UpdateShadowMaps(ENVIRONMENT_3D_VIEW* view, SCENE_GRAPH* sceneGraph, const MODE_RENDER_OPTIONS& options,
+                        const SCENE_CAMERA_INFO& camera, bool& aborted);
 
   // Ray queries and photon store (src/accel, src/photons)
   // The nearest hit of both trees; true if any triangle was hit.
@@ -163,9 +124,6 @@ class RT_RENDER_ENGINE : public RT_RENDER_ENGINE_BASE, public RENDER_PROGRESS_IN
   // Takes the cached compressed pyramid of `path` if there is one made
   // from the picture as it is now on disk.
   bool ReadCompressedTextureCache(SWTexture& record, const char* path, bool transparent);
-  // The record of row `slot`, made if the row is null; null for a slot out
-  // of range or when memory is short.
-  SWTexture* TextureRecordForLoad(unsigned int slot);
 
  public:
   // Shadows and lighting (src/shadows, src/lighting)
@@ -237,14 +195,6 @@ class RT_RENDER_ENGINE : public RT_RENDER_ENGINE_BASE, public RENDER_PROGRESS_IN
                                          const SCENE_VERTEX_XYZ_64& direction,
                                          const SCENE_VERTEX_XYZ_64& inverseDirection, double travelled) const;
 
-  // What a surface met by a shadow or occlusion ray does to it.
-  enum class BlockerKind : uint8_t {
-    Unresolved,  // the hit does not lead back to a material and its settings
-    Blocks,
-    SeeThrough,  // too little opacity, or a see-through texel of a cut-out
-  };
-  BlockerKind ClassifyBlocker(const SWRayIntersectionResult& hit) const;
-
   // Shadow maps (src/shadows)
   // Draws the map of a dirty light and takes it out of dirtyShadowLights;
   // on an abort the light stays dirty. Blocks until the map is finished.
@@ -284,14 +234,6 @@ class RT_RENDER_ENGINE : public RT_RENDER_ENGINE_BASE, public RENDER_PROGRESS_IN
   // `kinds` in turn, and waits for them.
   void RunShadowMapTiles(const SWRT_RENDER_THREAD_DATA& tile, int width, int height,
                          std::initializer_list<uint16_t> kinds);
-
- public:
- private:
-  // The walk behind both shadow tests. With `target` the ray aims at it
-  // anew from each surface stepped through and a blocker must lie before
-  // it; without, it keeps `direction` and any blocker counts.
-  bool WalkShadowRay(const SCENE_VERTEX_XYZ_64* target, SCENE_VERTEX_XYZ_64 direction,
-                     SCENE_VERTEX_XYZ_64 point, uint32_t depth) const;
 
  public:
   // Render to file (src/pipeline)
@@ -407,8 +349,6 @@ class RT_RENDER_ENGINE : public RT_RENDER_ENGINE_BASE, public RENDER_PROGRESS_IN
  public:
  private:
   friend class EngineTestAccess;
-  friend class SceneTestAccess;
-  friend class AccelTestAccess;
   friend class TextureTestAccess;
   friend class PipelineTestAccess;
   friend class LightingTestAccess;

@@ -52,7 +52,7 @@ void RT_RENDER_ENGINE::ProcessPhotonIntersectionThread(SWRT_SHOOT_PHOTONS_THREAD
 
   while (hit) {
     SWHitSurface surface;
-    if (ResolveHitSurface(result, surface) != SWHitSurfaceStatus::Resolved) return;
+    if (ResolveHitSurface(meshTables, swMaterials, result, surface) != SWHitSurfaceStatus::Resolved) return;
     const SWMaterialEntry& row = *surface.material;
     const TEXTURE_LINK* link = row.material->GetTextureLink();
     if (!link) return;

@@ -7,13 +7,13 @@
 #include "BrindlexViewRTRenderEngine.h"
 #include "LightTable.h"
 #include "CameraPosition.h"
+#include "DefaultLights.h"
 
 namespace {
 constexpr uint32_t White = 0x00FFFFFF;
 }  // namespace
 
-void RT_RENDER_ENGINE::SetDefaultLights(const SCENE_CAMERA_INFO& camera) {
-  if (!defaultLights) return;
+void SetDefaultLights(RTRendererLight* defaultLights, const SCENE_CAMERA_INFO& camera) {
   // Only the listed fields are set; the rest keep what they held, which is
   // zero from Initialize, and the shadow fields of light 1 stay with its map.
   RTRendererLight& eyeLight = defaultLights[0];
@@ -34,40 +34,35 @@ void RT_RENDER_ENGINE::SetDefaultLights(const SCENE_CAMERA_INFO& camera) {
   sun.definition.intensity = 20;
   sun.definition.position = {-50.0f, -50.0f, 100.0f};
   sun.definition.target = {0.0f, 0.0f, 0.0f};
-
-  TestCameraUnderCover();
 }
 
-void RT_RENDER_ENGINE::FollowCameraWithDefaultLight(const SCENE_CAMERA_INFO& camera) {
-  if (!defaultLights) return;
+bool FollowCameraWithDefaultLight(RTRendererLight* defaultLights, const SCENE_CAMERA_INFO& camera) {
   // Only a full rebuild sets the default lights up. A switch from custom to
   // default lighting without a model change finds them never set, and the
   // scene would render unlit: they are set up here then.
   if (!(defaultLights[1].definition.flags & LightEnabled)) {
-    SetDefaultLights(camera);
-    return;
+    SetDefaultLights(defaultLights, camera);
+    return true;
   }
   const SCENE_VERTEX_XYZ eye = CameraPositionInWorld(camera);
   // Bytewise, so that a position that only compares equal (0 and -0) still
   // counts as a move, and a not-a-number does not count as one forever.
-  if (std::memcmp(&eye, &defaultLights[0].definition.position, sizeof(eye)) == 0) return;
+  if (std::memcmp(&eye, &defaultLights[0].definition.position, sizeof(eye)) == 0) return false;
   defaultLights[0].definition.position = eye;
-  TestCameraUnderCover();
+  return true;
 }
 
-void RT_RENDER_ENGINE::TestCameraUnderCover() {
-  if (!defaultLights) return;
-  const SCENE_VERTEX_XYZ eye = defaultLights[0].definition.position;
+bool TestCameraUnderCover(const RT_RENDER_ENGINE& engine, const SCENE_VERTEX_XYZ& eye) {
   const SCENE_VERTEX_XYZ_64 origin{eye.x, eye.y, eye.z};
   const SCENE_VERTEX_XYZ_64 up{0.0, 0.0, 1.0};
   const SCENE_VERTEX_XYZ_64 inverseUp = InverseDirection(up);
   SWRayIntersectionResult result{};
-  engineFlags.Assign(CameraUnderCover, IntersectSWGeometry(origin, up, inverseUp, result));
+  return engine.IntersectSWGeometry(origin, up, inverseUp, result);
 }
 
-void RT_RENDER_ENGINE::SetHeadlight(const MODE_RENDER_OPTIONS& options, const SCENE_CAMERA_INFO& camera) {
-  if (!headlight) return;
-  SCENE_LIGHT_DEFINITION& definition = headlight->definition;
+void SetHeadlight(RTRendererLight& headlight, const MODE_RENDER_OPTIONS& options,
+                  const SCENE_CAMERA_INFO& camera) {
+  SCENE_LIGHT_DEFINITION& definition = headlight.definition;
   const int16_t level = options.GetHeadlightLightLevel();
   if (!options.IsHeadlightOn() || level == 0) {
     definition.flags = static_cast<uint16_t>(definition.flags & ~LightEnabled);

@@ -4,7 +4,7 @@
 #include <new>
 
 #include "BrindlexViewModel.h"
-#include "BrindlexViewRTRenderEngine.h"
+#include "MaterialTables.h"
 
 namespace {
 // The separator of material paths, as the host's material trees use it.
@@ -24,10 +24,10 @@ MATERIAL_3D_NODE* CopyMaterialTree(const MATERIAL_3D_NODE& source) {
 }
 }  // namespace
 
-void RT_RENDER_ENGINE::ReplaceMaterialRoots(ENVIRONMENT_3D_PROJECT* project, ENVIRONMENT_3D_VIEW* view,
-                                            unsigned int materialOption) {
-  for (auto& root : materialRoots) delete root.second;
-  materialRoots.clear();
+void ReplaceMaterialRoots(std::map<uint32_t, MATERIAL_3D_NODE*>& roots, ENVIRONMENT_3D_PROJECT* project,
+                          ENVIRONMENT_3D_VIEW* view, unsigned int materialOption) {
+  for (auto& root : roots) delete root.second;
+  roots.clear();
   // Without a project or view there are no trees to draw with; every mesh then
   // finds no material and stays out of the tables.
   if (!project || !view) return;
@@ -37,12 +37,7 @@ void RT_RENDER_ENGINE::ReplaceMaterialRoots(ENVIRONMENT_3D_PROJECT* project, ENV
   for (const auto& [key, root] : hostRoots) {
     if (!root) continue;  // the walk falls back to the enclosing material
     MATERIAL_3D_NODE* copy = CopyMaterialTree(*root);
-    if (copy) materialRoots[key] = copy;
+    if (copy) roots[key] = copy;
   }
   project->ReleaseMaterialRoots();
-}
-
-void RT_RENDER_ENGINE::ClearSWMaterials() {
-  swMaterials.clear();
-  materialIndexByNode.clear();
 }

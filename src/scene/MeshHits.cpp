@@ -2,11 +2,11 @@
 // guards a reader on a worker thread against an index that a damaged or
 // partly built table would let run out of range.
 #include "BrindlexViewMath.h"
-#include "BrindlexViewRTRenderEngine.h"
 #include "SWMeshTable.h"
 
-SWHitSurfaceStatus RT_RENDER_ENGINE::ResolveHitSurface(const SWRayIntersectionResult& hit,
-                                                       SWHitSurface& surface) const {
+SWHitSurfaceStatus ResolveHitSurface(const SWMeshTable* meshTables,
+                                     const std::vector<SWMaterialEntry>& materials,
+                                     const SWRayIntersectionResult& hit, SWHitSurface& surface) {
   const uint32_t treeIndex = hit.treeIndex;
   const uint32_t instanceIndex = hit.instanceIndex;
   const uint64_t triangleIndex = hit.triangleIndex;
@@ -15,9 +15,9 @@ SWHitSurfaceStatus RT_RENDER_ENGINE::ResolveHitSurface(const SWRayIntersectionRe
   if (instanceIndex >= table.instances.size()) return SWHitSurfaceStatus::NoSurface;
 
   const SWMeshInstance instance = table.instances[instanceIndex];
-  if (instance.meshIndex >= table.meshes.size() || instance.materialIndex >= swMaterials.size())
+  if (instance.meshIndex >= table.meshes.size() || instance.materialIndex >= materials.size())
     return SWHitSurfaceStatus::NoSurface;
-  const SWMaterialEntry& material = swMaterials[instance.materialIndex];
+  const SWMaterialEntry& material = materials[instance.materialIndex];
   if (!material.material) return SWHitSurfaceStatus::NoSurface;
 
   const SWMesh& mesh = table.meshes[instance.meshIndex];

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "SceneRecords.h"
+#include "RayIntersection.h"
 #include "SWMaterialEntry.h"
 
 struct SWMesh {
@@ -51,3 +52,9 @@ struct SWHitSurface {
   const SWMaterialEntry* material = nullptr;  // its material is not null
   SCENE_VERTEX vertices[3];                   // world space, in triangle order
 };
+
+// Follows `hit` back to its material row of `materials` and the world-space
+// vertices of its triangle in `meshTables` (two, as the trees).
+SWHitSurfaceStatus ResolveHitSurface(const SWMeshTable* meshTables,
+                                     const std::vector<SWMaterialEntry>& materials,
+                                     const SWRayIntersectionResult& hit, SWHitSurface& surface);

@@ -8,6 +8,9 @@
 #include "KDTree.h"
 #include "LightTable.h"
 #include "CameraPosition.h"
+#include "DefaultLights.h"
+#include "LightSets.h"
+#include "MaterialTables.h"
 #include "PhotonMapWanted.h"
 #include "SceneGraphTraversal.h"
 #include "brindlexutil.h"
@@ -26,6 +29,10 @@ void RT_RENDER_ENGINE::UpdateFrame(ENVIRONMENT_3D_PROJECT* project, ENVIRONMENT_
   if (project && cameraInfo && root && kdTrees && meshTables) {
     const SCENE_CAMERA_INFO camera = *cameraInfo;
     bool aborted = false;
+    // CameraUnderCover follows every setting or move of the default lights.
+    auto testCover = [&] {
+      engineFlags.Assign(CameraUnderCover, TestCameraUnderCover(*this, defaultLights[0].definition.position));
+    };
 
     // Lights: offer every host light once per tag, then drain the sets.
     if (!(engineFlags.IsSet(LightsSynced) && lastFrameTag == frameTag)) {
@@ -34,10 +41,11 @@ void RT_RENDER_ENGINE::UpdateFrame(ENVIRONMENT_3D_PROJECT* project, ENVIRONMENT_
           ModifyLightInstance(lights->GetLightInstance(i));
       engineFlags.Set(LightsSynced);
     }
-    if (lastFrameTag != frameTag && lightTable && lights) NoteLostLights(lights);
-    DrainRemovedLights();
-    DrainModifiedLights(lights);
-    ApplyAlternateLight();
+    if (lastFrameTag != frameTag) NoteLostLights(lightTable, lights, removedLights);
+    DrainRemovedLights(lightTable, removedLights, dirtyShadowLights);
+    DrainModifiedLights(lightTable, lights, modifiedLights, dirtyShadowLights);
+    ApplyAlternateLight(lightTable, alternateLight, engineFlags.IsSet(AlternateLightActive),
+                        dirtyShadowLights);
 
     MODE_RENDER_OPTIONS options;
     view->GetCurrentRenderOptions(project, options);
@@ -53,21 +61,24 @@ void RT_RENDER_ENGINE::UpdateFrame(ENVIRONMENT_3D_PROJECT* project, ENVIRONMENT_
       kdTrees[1].Clear();
       meshTables[1].Clear();
       ResetSceneBounds(sceneMin, sceneMax);
-      ReplaceMaterialRoots(project, view, materialOption);
+      ReplaceMaterialRoots(materialRoots, project, view, materialOption);
 
       PROJECT_HORIZON* horizon = project->GetProjectHorizon();
       engineFlags.Assign(AutoHorizon, horizon && horizon->RenderAutoHorizon());
       project->ReleaseProjectHorizon();
-      ClearSWMaterials();
+      swMaterials.clear();
+      materialIndexByNode.clear();
       if (!horizonNode || !horizonMaterialID) engineFlags.Clear(AutoHorizon);
 
       BuildGeometryPass(0, view, root, horizonNode, horizonMaterialID, nullptr);
       BuildGeometryPass(1, view, root, nullptr, nullptr, &viewMatrix);
-      PollAbort(aborted);
+      aborted = ShouldAbort() || aborted;
       UpdateTextures(options, aborted);
 
-      if (options.DoLighting() && !options.DoCustomLighting() && defaultLights && !aborted)
-        SetDefaultLights(camera);
+      if (options.DoLighting() && !options.DoCustomLighting() && defaultLights && !aborted) {
+        SetDefaultLights(defaultLights, camera);
+        testCover();
+      }
       // The default lights shoot only under a roof, where they alone leave
       // the rooms dark.
       const bool coverPhotons = !options.DoCustomLighting() && engineFlags.IsSet(CameraUnderCover);
@@ -85,12 +96,12 @@ void RT_RENDER_ENGINE::UpdateFrame(ENVIRONMENT_3D_PROJECT* project, ENVIRONMENT_
       if (lightTable)
         for (const RTRendererLight* light : lightTable->lights)
           if (light) dirtyShadowLights.insert(int32_t{light->number});
-      PollAbort(aborted);
+      aborted = ShouldAbort() || aborted;
       if (!aborted) engineFlags.Clear(RebuildScene);
     }
 
     if (!aborted && options.DoLighting() && !options.DoCustomLighting() && defaultLights) {
-      FollowCameraWithDefaultLight(camera);
+      if (FollowCameraWithDefaultLight(defaultLights, camera)) testCover();
       // The lights of a full rebuild stand at the camera already: the maps
       // it shot for them are fresh.
       if (!engineFlags.IsSet(CameraUnderCover)) {
@@ -99,11 +110,11 @@ void RT_RENDER_ENGINE::UpdateFrame(ENVIRONMENT_3D_PROJECT* project, ENVIRONMENT_
       } else if (!photonsShot) {
         GenerateSWPhotonMap(view, &options);
       }
-      PollAbort(aborted);
+      aborted = ShouldAbort() || aborted;
     }
     if (!aborted && options.DoLighting() && options.DoCustomLighting() && headlight) {
-      SetHeadlight(options, camera);
-      PollAbort(aborted);
+      SetHeadlight(*headlight, options, camera);
+      aborted = ShouldAbort() || aborted;
     }
     if (UpdateShadowMaps(view, sceneGraph, options, camera, aborted)) rotateStale = true;
 

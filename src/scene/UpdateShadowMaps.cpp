@@ -109,7 +109,7 @@ bool RT_RENDER_ENGINE::UpdateShadowMaps(ENVIRONMENT_3D_VIEW* view, SCENE_GRAPH* 
         drawn = true;
         GenerateSWShadowmap(lights[row]->number, view, sceneGraph, &options);
       }
-      PollAbort(aborted);
+      aborted = ShouldAbort() || aborted;
     }
     return drawn;
   }
@@ -137,11 +137,11 @@ bool RT_RENDER_ENGINE::UpdateShadowMaps(ENVIRONMENT_3D_VIEW* view, SCENE_GRAPH* 
   dropUnchosen(shadowMapsSingle, shadowMapIndexSingle);
   dropUnchosen(shadowMapsCube, shadowMapIndexCube);
   GenerateSWShadowmap(0, view, sceneGraph, &options);
-  PollAbort(aborted);
+  aborted = ShouldAbort() || aborted;
   for (size_t row : chosen) {
     if (aborted) break;
     GenerateSWShadowmap(lights[row]->number, view, sceneGraph, &options);
-    PollAbort(aborted);
+    aborted = ShouldAbort() || aborted;
   }
   return true;
 }

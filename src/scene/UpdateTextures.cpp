@@ -87,7 +87,7 @@ void RT_RENDER_ENGINE::UpdateTextures(const MODE_RENDER_OPTIONS& options, bool& 
       markFound(colorIndex(*link), path);
       if (bump && link->GetReliefDepthLevel() > 0.0) markFound(normalMapTextureIndex, path);
     }
-    PollAbort(aborted);
+    aborted = ShouldAbort() || aborted;
   }
 
   // Forget the names of rows no one uses; an entry goes only if it points
@@ -100,7 +100,7 @@ void RT_RENDER_ENGINE::UpdateTextures(const MODE_RENDER_OPTIONS& options, bool& 
         if (at != index->end() && at->second == row) index->erase(at);
       }
     }
-    PollAbort(aborted);
+    aborted = ShouldAbort() || aborted;
   }
 
   TextureSlots slots(textures, inUse);
@@ -122,12 +122,12 @@ void RT_RENDER_ENGINE::UpdateTextures(const MODE_RENDER_OPTIONS& options, bool& 
     }
   }
 
-  PollAbort(aborted);
+  aborted = ShouldAbort() || aborted;
   for (SWMaterialEntry& row : swMaterials) {
     if (aborted) break;
     const TEXTURE_LINK* link = row.material ? row.material->GetTextureLink() : nullptr;
     if (!link) {
-      PollAbort(aborted);
+      aborted = ShouldAbort() || aborted;
       continue;
     }
     const char* fileName = link->GetTextureLinkFullFileName();
@@ -171,7 +171,7 @@ void RT_RENDER_ENGINE::UpdateTextures(const MODE_RENDER_OPTIONS& options, bool& 
         }
       }
     }
-    PollAbort(aborted);
+    aborted = ShouldAbort() || aborted;
   }
   // After an abort the use map is incomplete and rows may still be named in
   // the index maps: freeing them would leave names that point at null rows.

@@ -3,6 +3,7 @@
 // darkened by it.
 #include "BrindlexViewRTRenderEngine.h"
 #include "HitGeometry.h"
+#include "ShadowBlocker.h"
 #include "RandomNumberGenerator.h"
 #include "VectorOps.h"
 
@@ -76,7 +77,8 @@ double RT_RENDER_ENGINE::GetAmbientOcclusionFactorForRay(const SCENE_VERTEX_XYZ_
     // Written so that a distance that is not a number ends the walk too.
     if (!(total <= OcclusionReach)) return 1.0;
     // A hit that does not lead back to its material blocks.
-    if (ClassifyBlocker(result) != BlockerKind::SeeThrough) return total / OcclusionReach;
+    if (ClassifyBlocker(*this, {meshTables, swMaterials, textures}, result) != BlockerKind::SeeThrough)
+      return total / OcclusionReach;
     from = GetPointOnRay(GetPointOnRay(from, direction, distance), direction, RayOffset);
     travelled = distance + travelled + RayOffset;
   }

@@ -61,7 +61,7 @@ SCENE_VERTEX_XYZW RT_RENDER_ENGINE::PathTrace(ENVIRONMENT_3D_VIEW* view, const M
   };
   if (!hit) return miss();
   SWHitSurface surface;
-  const SWHitSurfaceStatus status = ResolveHitSurface(result, surface);
+  const SWHitSurfaceStatus status = ResolveHitSurface(meshTables, swMaterials, result, surface);
   const TEXTURE_LINK* link =
       status == SWHitSurfaceStatus::NoSurface ? nullptr : surface.material->material->GetTextureLink();
   if (!link) return miss();

@@ -66,7 +66,7 @@ void RT_RENDER_ENGINE::ShadePixel(ENVIRONMENT_3D_VIEW* view, const MODE_RENDER_O
                                                                            depth, farDistance);
 
   SWHitSurface surface;
-  const SWHitSurfaceStatus status = ResolveHitSurface(*results[0], surface);
+  const SWHitSurfaceStatus status = ResolveHitSurface(meshTables, swMaterials, *results[0], surface);
   const TEXTURE_LINK* link =
       status == SWHitSurfaceStatus::NoSurface ? nullptr : surface.material->material->GetTextureLink();
   if (!link)

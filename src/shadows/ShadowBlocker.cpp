@@ -1,9 +1,9 @@
-// Whether a surface that a shadow or occlusion ray meets stops the ray.
-// Two fixed thresholds decide it: the material's opacity level, and for a
+// Two fixed thresholds decide whether a surface stops a shadow ray: the material's opacity level, and for a
 // transparent texture the alpha of the texel that was hit.
 #include "BrindlexViewRTRenderEngine.h"
 #include "SWMeshTable.h"
 #include "HitGeometry.h"
+#include "ShadowBlocker.h"
 #include "MaterialTree.h"
 #include "SWTexture.h"
 #include "TextureLink.h"
@@ -15,9 +15,10 @@ constexpr float BlockingOpacityLevel = 69.0f;
 constexpr double BlockingAlpha = 0.69;
 }  // namespace
 
-RT_RENDER_ENGINE::BlockerKind RT_RENDER_ENGINE::ClassifyBlocker(const SWRayIntersectionResult& hit) const {
+BlockerKind ClassifyBlocker(const RT_RENDER_ENGINE& engine, const BlockerTables& tables,
+                            const SWRayIntersectionResult& hit) {
   SWHitSurface surface;
-  const SWHitSurfaceStatus status = ResolveHitSurface(hit, surface);
+  const SWHitSurfaceStatus status = ResolveHitSurface(tables.meshTables, tables.materials, hit, surface);
   if (status == SWHitSurfaceStatus::NoSurface) return BlockerKind::Unresolved;
   const TEXTURE_LINK* link = surface.material->material->GetTextureLink();
   if (!link) return BlockerKind::Unresolved;
@@ -25,6 +26,7 @@ RT_RENDER_ENGINE::BlockerKind RT_RENDER_ENGINE::ClassifyBlocker(const SWRayInter
   if (link->GetOpacityLevel() < BlockingOpacityLevel) return BlockerKind::SeeThrough;
   if (!link->IsTransparent()) return BlockerKind::Blocks;
   const uint32_t textureIndex = surface.material->textureIndex;
+  const std::vector<SWTexture*>& textures = tables.textures;
   if (textureIndex >= textures.size() || !textures[textureIndex] || !textures[textureIndex]->HasImage())
     return BlockerKind::Blocks;
   // Without its vertices the texel cannot be found, and the opacity alone
@@ -37,6 +39,7 @@ RT_RENDER_ENGINE::BlockerKind RT_RENDER_ENGINE::ClassifyBlocker(const SWRayInter
   InterpolateTextureCoordinates(surface.vertices[0], surface.vertices[1], surface.vertices[2], weightB,
                                 weightC, 1.0 - weightB - weightC, u, v);
   SCENE_VERTEX_XYZW texel{0.0f, 0.0f, 0.0f, 0.0f};
-  SampleSWTexture(textureIndex, static_cast<float>(u), static_cast<float>(v), 0.0f, 0.0f, 0.0f, 0.0f, texel);
+  engine.SampleSWTexture(textureIndex, static_cast<float>(u), static_cast<float>(v), 0.0f, 0.0f, 0.0f, 0.0f,
+                         texel);
   return texel.w < BlockingAlpha ? BlockerKind::SeeThrough : BlockerKind::Blocks;
 }

@@ -43,15 +43,15 @@ float TexelAlpha(const RT_RENDER_ENGINE& engine, const SWHitSurface& surface,
   return color.w;
 }
 
-// How much the surface at `hit` stops light: opacity times texel alpha.
+// How much the surface at `hit`, resolved into `surface` with `status`,
+// stops light: opacity times texel alpha.
 // A surface that cannot be traced to its material, an invisible one, and
 // one behind an area light are 0.0: the map looks through them.
-float SurfaceAlpha(const RT_RENDER_ENGINE& engine, const RTRendererLight& light,
+float SurfaceAlpha(const RT_RENDER_ENGINE& engine, const SWHitSurfaceStatus status,
+                   const SWHitSurface& surface, const RTRendererLight& light,
                    const SWRayIntersectionResult& hit, const PixelRaySample& ray,
                    const SCENE_VERTEX_XYZ_64& hitPoint) {
   if (light.definition.type == 3 && !InFrontOfAreaLight(light.definition, hitPoint)) return 0.0f;
-  SWHitSurface surface;
-  const SWHitSurfaceStatus status = engine.ResolveHitSurface(hit, surface);
   if (status == SWHitSurfaceStatus::NoSurface) return 0.0f;
   const MATERIAL_3D_NODE* material = surface.material->material;
   const TEXTURE_LINK* link = material->GetTextureLink();
@@ -75,7 +75,9 @@ void RT_RENDER_ENGINE::ProcessShadowmapPixel(bool hit, const SWRayIntersectionRe
     SWRayIntersectionResult current = result;
     while (hit) {
       const SCENE_VERTEX_XYZ_64 hitPoint = GetPointOnRay(ray.origin, ray.direction, current.distance);
-      const float alpha = SurfaceAlpha(*this, *light, current, ray, hitPoint);
+      SWHitSurface surface;
+      const SWHitSurfaceStatus status = ResolveHitSurface(meshTables, swMaterials, current, surface);
+      const float alpha = SurfaceAlpha(*this, status, surface, *light, current, ray, hitPoint);
       if (static_cast<double>(alpha) >= BlockingAlpha) {
         const double depth = ShadowMapDepth(*light, hitPoint);
         if (haveFirstDepth) {

@@ -3,6 +3,7 @@
 // maximumRayDepth deep.
 #include "BrindlexViewRTRenderEngine.h"
 #include "HitGeometry.h"
+#include "ShadowBlocker.h"
 #include "VectorOps.h"
 
 using namespace vector64;
@@ -15,17 +16,21 @@ constexpr double StartOffset = 0.001;
 
 bool RT_RENDER_ENGINE::IsPointInShadow(const SCENE_VERTEX_XYZ_64& target, const SCENE_VERTEX_XYZ_64& point,
                                        uint32_t depth) const {
-  return WalkShadowRay(&target, {}, point, depth);
+  if (!kdTrees) return false;
+  return WalkShadowRay(*this, {meshTables, swMaterials, textures}, maximumRayDepth, &target, {}, point,
+                       depth);
 }
 
 bool RT_RENDER_ENGINE::IsPointInDirectShadow(const SCENE_VERTEX_XYZ_64& direction,
                                              const SCENE_VERTEX_XYZ_64& point, uint32_t depth) const {
-  return WalkShadowRay(nullptr, direction, point, depth);
+  if (!kdTrees) return false;
+  return WalkShadowRay(*this, {meshTables, swMaterials, textures}, maximumRayDepth, nullptr, direction, point,
+                       depth);
 }
 
-bool RT_RENDER_ENGINE::WalkShadowRay(const SCENE_VERTEX_XYZ_64* target, SCENE_VERTEX_XYZ_64 direction,
-                                     SCENE_VERTEX_XYZ_64 point, uint32_t depth) const {
-  if (!kdTrees) return false;
+bool WalkShadowRay(const RT_RENDER_ENGINE& engine, const BlockerTables& tables, uint32_t maximumRayDepth,
+                   const SCENE_VERTEX_XYZ_64* target, SCENE_VERTEX_XYZ_64 direction,
+                   SCENE_VERTEX_XYZ_64 point, uint32_t depth) {
   // Each pass is one step through a surface that does not block; a loop
   // instead of a call per surface, with the same depth bound.
   for (;; ++depth) {
@@ -33,12 +38,12 @@ bool RT_RENDER_ENGINE::WalkShadowRay(const SCENE_VERTEX_XYZ_64* target, SCENE_VE
     const SCENE_VERTEX_XYZ_64 inverseDirection = InverseDirection(direction);
     const SCENE_VERTEX_XYZ_64 origin = GetPointOnRay(point, direction, StartOffset);
     SWRayIntersectionResult result{};
-    if (!IntersectSWGeometry(origin, direction, inverseDirection, result)) return false;
+    if (!engine.IntersectSWGeometry(origin, direction, inverseDirection, result)) return false;
     const double hitDistance = result.distance;
     // Measured from `point`, against a hit distance measured from `origin`.
     if (target && !(Distance(target, &point) > hitDistance)) return false;
 
-    switch (ClassifyBlocker(result)) {
+    switch (ClassifyBlocker(engine, tables, result)) {
       case BlockerKind::Unresolved:
         return false;
       case BlockerKind::Blocks:

@@ -94,7 +94,7 @@ bool BuildTransparentPyramid(SWTexture& texture, const ATL::CImage& picture, con
 
 }  // namespace
 
-SWTexture* RT_RENDER_ENGINE::TextureRecordForLoad(unsigned int slot) {
+SWTexture* TextureRecordForLoad(std::vector<SWTexture*>& textures, unsigned int slot) {
   if (slot >= textures.size()) return nullptr;
   if (!textures[slot]) textures[slot] = new (std::nothrow) SWTexture();
   return textures[slot];
@@ -103,7 +103,7 @@ SWTexture* RT_RENDER_ENGINE::TextureRecordForLoad(unsigned int slot) {
 bool RT_RENDER_ENGINE::LoadSWTexture(unsigned int slot, const char* path, bool transparent,
                                      const char* maskPath) {
   if (slot >= textures.size() || !path) return false;
-  SWTexture* texture = TextureRecordForLoad(slot);
+  SWTexture* texture = TextureRecordForLoad(textures, slot);
   if (!texture) return false;
   // Emptied first, so that a failed load leaves no old pyramid behind; the
   // old name stays until a load succeeds.

@@ -77,7 +77,7 @@ bool BuildNormalMapPyramid(SWTexture& texture, const char* path, bool fromColour
 
 bool RT_RENDER_ENGINE::LoadSWNormalHeightMapTexture(unsigned int slot, const char* colorPath,
                                                     const char* heightPath) {
-  SWTexture* texture = TextureRecordForLoad(slot);
+  SWTexture* texture = TextureRecordForLoad(textures, slot);
   if (!texture) return false;
   // The name is the colour path in both routes: it is the key by which the
   // normal map is found again.

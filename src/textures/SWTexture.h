@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 class Brindlex_CImage;
 struct SW_BC_TEXTURE;
@@ -23,3 +24,7 @@ struct SWTexture {
   void Clear();
   bool HasImage() const { return levelCount != 0 && (levels || compressedLevels); }
 };
+
+// The record of row `slot` of `textures`, made if the row is null; null for
+// a slot out of range or when memory is short.
+SWTexture* TextureRecordForLoad(std::vector<SWTexture*>& textures, unsigned int slot);

@@ -1,4 +1,5 @@
-// Reaches the engine's kd-trees and mesh tables, which hosts never see.
+// An engine whose kd-trees and mesh tables tests set up and read. They are
+// protected members of the engine, which a derived class reaches.
 #pragma once
 
 #include "BrindlexViewRTRenderEngine.h"
@@ -7,25 +8,16 @@
 #include "SWMeshTable.h"
 #include "SWShadowMap.h"
 
-class AccelTestAccess {
+class AccelTestEngine : public RT_RENDER_ENGINE {
  public:
-  explicit AccelTestAccess(RT_RENDER_ENGINE* engine) : engine(engine) {}
-
-  KDTree* Trees() { return engine->kdTrees; }
-  SWMeshTable* Tables() { return engine->meshTables; }
+  KDTree* Trees() { return kdTrees; }
+  SWMeshTable* Tables() { return meshTables; }
   // Builds kdTrees[row] over meshTables[row] on the engine's workers.
-  void BuildTree(int row) {
-    engine->kdTrees[row].Build(&engine->meshTables[row], engine->workQueue, engine->queueLock,
-                               engine->renderThreads, engine->wakeSemaphore, engine->doneSemaphore, nullptr,
-                               nullptr);
-  }
+  void BuildTree(int row) { Build(kdTrees[row], meshTables[row]); }
   // Builds any tree over any table on the engine's workers, with an abort poll.
   void Build(KDTree& tree, const SWMeshTable& table, bool (*shouldAbort)(void*) = nullptr,
              void* abortContext = nullptr) {
-    tree.Build(&table, engine->workQueue, engine->queueLock, engine->renderThreads, engine->wakeSemaphore,
-               engine->doneSemaphore, shouldAbort, abortContext);
+    tree.Build(&table, workQueue, queueLock, renderThreads, wakeSemaphore, doneSemaphore, shouldAbort,
+               abortContext);
   }
-
- private:
-  RT_RENDER_ENGINE* engine;
 };

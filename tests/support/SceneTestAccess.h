@@ -1,5 +1,5 @@
-// Reaches the scene tables of the engine that tests check, and builds small
-// host scenes and material trees for them.
+// The scene tables of the engine that tests check, and small host scenes
+// and material trees for them.
 #pragma once
 
 #include <initializer_list>
@@ -12,38 +12,28 @@
 #include "SWMeshTable.h"
 #include "SWShadowMap.h"
 
-class SceneTestAccess {
+// An engine whose scene tables tests read. They are protected members of
+// the engine, which a derived class reaches.
+class SceneTestEngine : public RT_RENDER_ENGINE {
  public:
-  explicit SceneTestAccess(RT_RENDER_ENGINE* engine) : engine(engine) {}
-
-  EngineFlags& Flags() { return engine->engineFlags; }
-  std::map<uint32_t, MATERIAL_3D_NODE*>& MaterialRoots() { return engine->materialRoots; }
-  std::vector<SWMaterialEntry>& SWMaterials() { return engine->swMaterials; }
-  SWMeshTable& MeshTable(int i) { return engine->meshTables[i]; }
-  SCENE_VERTEX_XYZ_64& SceneBox(int i) { return i == 0 ? engine->sceneMin : engine->sceneMax; }
-  RTLightTable& Lights() { return *engine->lightTable; }
-  RTRendererLight& DefaultLight(int i) { return engine->defaultLights[i]; }
-  RTRendererLight& Headlight() { return *engine->headlight; }
-  RTRendererLight& AlternateLight() { return *engine->alternateLight; }
-  std::set<int32_t>& RemovedLights() { return engine->removedLights; }
-  std::set<int32_t>& ModifiedLights() { return engine->modifiedLights; }
-  std::set<int32_t>& DirtyShadowLights() { return engine->dirtyShadowLights; }
+  std::map<uint32_t, MATERIAL_3D_NODE*>& MaterialRoots() { return materialRoots; }
+  std::vector<SWMaterialEntry>& SWMaterials() { return swMaterials; }
+  std::map<const MATERIAL_3D_NODE*, uint32_t>& MaterialIndexByNode() { return materialIndexByNode; }
+  SWMeshTable& MeshTable(int i) { return meshTables[i]; }
+  SCENE_VERTEX_XYZ_64& SceneBox(int i) { return i == 0 ? sceneMin : sceneMax; }
+  RTRendererLight& DefaultLight(int i) { return defaultLights[i]; }
 
   // The ordinary pass (table 0) or the rotate pass (table 1) into the
   // engine's own tables, as a scene update runs it.
   void Walk(int table, SCENE_GRAPH_NODE_INTERFACE* root,
             const SCENE_GRAPH_NODE_INTERFACE* horizonNode = nullptr, const char* horizonMaterialID = nullptr,
             const SCENE_MATRIX* viewMatrix = nullptr) {
-    engine->meshTables[table].Clear();
-    SceneGraphTraversalInitializeSWMeshes walk(&engine->meshTables[table], &engine->materialRoots,
-                                               &engine->swMaterials, &engine->materialIndexByNode,
-                                               horizonNode, horizonMaterialID, table == 1, viewMatrix, 0,
-                                               &engine->sceneMin, &engine->sceneMax, root);
+    meshTables[table].Clear();
+    SceneGraphTraversalInitializeSWMeshes walk(&meshTables[table], &materialRoots, &swMaterials,
+                                               &materialIndexByNode, horizonNode, horizonMaterialID,
+                                               table == 1, viewMatrix, 0, &sceneMin, &sceneMax, root);
     TraverseSceneGraph(root, &walk);
   }
-
- private:
-  RT_RENDER_ENGINE* engine;
 };
 
 namespace scene_test {

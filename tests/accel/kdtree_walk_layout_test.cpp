@@ -70,9 +70,9 @@ TEST(KDWalkLayout, DepthFirstLowerChildNextAndLeafRunsInWalkOrder) {
 }
 
 TEST(KDWalkLayout, BuiltTreesAnswerExactlyAsTheirOwnFields) {
-  RT_RENDER_ENGINE* engine = static_cast<RT_RENDER_ENGINE*>(CreateRenderEngine());
+  AccelTestEngine* engine = new AccelTestEngine();
   engine->Initialize(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
-  AccelTestAccess access(engine);
+  AccelTestEngine& access = *engine;
   // Triangles on a grid of 0.5, so that many share coordinates with each
   // other and with split planes, and rays start on those planes too.
   std::mt19937 random(7);

@@ -157,7 +157,7 @@ struct Answer {
 // An engine whose two tables the test fills and whose workers build the trees.
 class GroundTruth {
  public:
-  GroundTruth() : engine(static_cast<RT_RENDER_ENGINE*>(CreateRenderEngine())), access(engine) {
+  GroundTruth() : engine(new AccelTestEngine()), access(*engine) {
     engine->Initialize(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
   }
   ~GroundTruth() { engine->Release(); }
@@ -343,8 +343,8 @@ class GroundTruth {
     }
   }
 
-  RT_RENDER_ENGINE* engine;
-  AccelTestAccess access;
+  AccelTestEngine* engine;
+  AccelTestEngine& access;
   KDTree everything[2];
   std::map<uint64_t, uint32_t> numbers[2];
   std::vector<double> splits[3];

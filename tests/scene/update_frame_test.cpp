@@ -70,7 +70,7 @@ class UpdateFrameTest : public ::testing::Test {
   uint32_t TextureRowOf(size_t materialRow) { return access.SWMaterials()[materialRow].textureIndex; }
 
   std::string folder;
-  RT_RENDER_ENGINE* engine = static_cast<RT_RENDER_ENGINE*>(CreateRenderEngine());
+  SceneTestEngine* engine = new SceneTestEngine();
   EngineTestAccess access{engine};
   ENVIRONMENT_3D_PROJECT project;
   ENVIRONMENT_3D_VIEW* view = project.GetView(0);
@@ -243,9 +243,8 @@ TEST_F(UpdateFrameTest, SwitchingToDefaultLightingWithoutAModelChangeLightsTheSc
   Update(1);
   Options().SetCustomLighting(false);
   Update(1);  // the same tag and no notification: no rebuild
-  SceneTestAccess scene(engine);
-  const RTRendererLight& eye = scene.DefaultLight(0);
-  const RTRendererLight& sun = scene.DefaultLight(1);
+  const RTRendererLight& eye = engine->DefaultLight(0);
+  const RTRendererLight& sun = engine->DefaultLight(1);
   EXPECT_TRUE(eye.definition.flags & LightEnabled);
   const SCENE_VERTEX_XYZ position = eye.definition.position;  // the camera, y negated
   EXPECT_EQ(position.x, 0.0f);

@@ -189,12 +189,12 @@ TEST(KDTreeWalk, MissesBeforeTheWalkLeaveTheResultAndAnUnsoundTreeIsLogged) {
 }
 
 TEST(IntersectSWGeometry, TheNearerTreeWinsAndTreeZeroKeepsTies) {
-  RT_RENDER_ENGINE* engine = static_cast<RT_RENDER_ENGINE*>(CreateRenderEngine());
+  AccelTestEngine* engine = new AccelTestEngine();
   const TestRay ray = Ray({0.25, 0.25, -1}, {0, 0, 1});
   SWRayIntersectionResult r{};
   EXPECT_FALSE(engine->IntersectSWGeometry(ray.origin, ray.direction, ray.inverse, r));  // no trees yet
   engine->Initialize(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
-  AccelTestAccess access(engine);
+  AccelTestEngine& access = *engine;
   KDTree* trees = access.Trees();
   EXPECT_FALSE(engine->IntersectSWGeometry(ray.origin, ray.direction, ray.inverse, r));
 

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "BrindlexViewMath.h"
+#include "MaterialTables.h"
 #include "SceneTestAccess.h"
 
 using namespace scene_test;
@@ -45,7 +46,7 @@ class SceneMeshes : public ::testing::Test {
     Material(project.GetMaterialRoot(0), "Glass", false);
     Material(project.GetMaterialRoot(0), "Ground");
     Material(project.CreateMaterialRoot(5), "Brick");
-    engine->ReplaceMaterialRoots(&project, project.GetView(0), 0);
+    ReplaceMaterialRoots(access.MaterialRoots(), &project, project.GetView(0), 0);
     brick = access.MaterialRoots()[0]->GetNodeThatControlsMaterial("Brick");
     ResetSceneBounds(access.SceneBox(0), access.SceneBox(1));
     root->CreateNodeGroupData()->SetGroupMaterialID("Brick");
@@ -75,8 +76,8 @@ class SceneMeshes : public ::testing::Test {
     access.Walk(1, root);
   }
 
-  RT_RENDER_ENGINE* engine = static_cast<RT_RENDER_ENGINE*>(CreateRenderEngine());
-  SceneTestAccess access{engine};
+  SceneTestEngine* engine = new SceneTestEngine();
+  SceneTestEngine& access = *engine;
   ProjectWithNullRoot project;
   SCENE_GRAPH scene;
   SCENE_GRAPH_NODE_INTERFACE* root = scene.GetSceneGraphNode("Scene Graph Root");
@@ -163,7 +164,8 @@ TEST_F(SceneMeshes, HorizonComesFirstWithYNegatedAndStaysOutOfTheBox) {
   access.Walk(1, root, &horizon, "Ground");  // rotate pass: no horizon
   EXPECT_TRUE(access.MeshTable(1).meshes.empty());
 
-  engine->ClearSWMaterials();
+  access.SWMaterials().clear();
+  access.MaterialIndexByNode().clear();
   access.Walk(0, root, &horizon, "Ground");
   const SWMeshTable& table = access.MeshTable(0);
   ASSERT_EQ(table.instances.size(), 2u);
@@ -185,7 +187,7 @@ TEST_F(SceneMeshes, HitsLeadBackToWorldVerticesOrReportWhatIsMissing) {
   auto resolve = [&](uint32_t tree, uint32_t instance, uint32_t triangle) {
     SWRayIntersectionResult hit{};
     hit.treeIndex = tree, hit.instanceIndex = instance, hit.triangleIndex = triangle;
-    return engine->ResolveHitSurface(hit, surface);
+    return ResolveHitSurface(&access.MeshTable(0), access.SWMaterials(), hit, surface);
   };
   ASSERT_EQ(resolve(0, 2, 0), SWHitSurfaceStatus::Resolved);  // shared under T(0,0,30)
   EXPECT_EQ(surface.material, &access.SWMaterials()[0]);
@@ -227,7 +229,7 @@ TEST_F(SceneMeshes, MaterialTreesAreDeepCopiesOfWhatTheViewDrawsWith) {
   engine->ShutDownModel();
   EXPECT_EQ(roots[0], nullptr);
   project.GetView(0)->SetShareProjectMaterials(false);
-  engine->ReplaceMaterialRoots(&project, project.GetView(0), 3);
+  ReplaceMaterialRoots(access.MaterialRoots(), &project, project.GetView(0), 3);
   ASSERT_NE(roots[0], nullptr);
   EXPECT_NE(roots[0]->GetNodeThatControlsMaterial("Marble"), nullptr);
   EXPECT_EQ(roots[0]->GetNodeThatControlsMaterial("Brick"), nullptr);

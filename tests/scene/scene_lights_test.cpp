@@ -1,0 +1,153 @@
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "BrindlexViewModel.h"
+#include "DefaultLights.h"
+#include "LightSets.h"
+#include "RenderScene.h"
+
+using namespace scene_test;
+
+namespace {
+
+std::vector<int32_t> Order(const RTLightTable& table) {
+  std::vector<int32_t> numbers;
+  for (const RTRendererLight* light : table.lights) numbers.push_back(static_cast<int32_t>(light->number));
+  return numbers;
+}
+
+void ExpectPoint(const SCENE_VERTEX_XYZ& p, float x, float y, float z) {
+  const SCENE_VERTEX_XYZ copy = p;
+  EXPECT_EQ(copy.x, x);
+  EXPECT_EQ(copy.y, y);
+  EXPECT_EQ(copy.z, z);
+}
+
+void ExpectLight(const RTRendererLight& light, int number, int type, int flags, int intensity) {
+  const RTRendererLight copy = light;
+  EXPECT_EQ(int{copy.number}, number);
+  EXPECT_EQ(+copy.definition.type, type);
+  EXPECT_EQ(uint32_t{copy.definition.color}, 0x00FFFFFFu);
+  EXPECT_EQ(+copy.definition.flags, flags);
+  EXPECT_EQ(+copy.definition.intensity, intensity);
+}
+
+SCENE_CAMERA_INFO Camera(float x, float y, float z) {
+  return {{x, y, z}, {0, 0, 0}, 45.0f, 10.0f, 0.0f};
+}
+
+}  // namespace
+
+TEST(LightTable, KeepsInsertionOrderUntilTheFirstRemovalAndNumberOrderAfter) {
+  RTLightTable table;
+  SCENE_LIGHT_DEFINITION d{};
+  d.position = {1, 1, 1};
+  d.axisU = {1, 0, 0};
+  SCENE_LIGHT_INSTANCE instance{0, &d, Translation(1, 2, 3)};
+  for (int32_t number : {5, 2, 9, 7}) {
+    instance.number = number;
+    table.InsertOrUpdateLight(&instance);
+  }
+  EXPECT_EQ(Order(table), (std::vector<int32_t>{5, 2, 9, 7}));
+  RTRendererLight* two = table.FindLight(2);
+  ASSERT_NE(two, nullptr);
+  ExpectPoint(two->definition.position, 2, 3, 4);  // position and target move
+  ExpectPoint(two->definition.target, 1, 2, 3);
+  ExpectPoint(two->definition.axisU, 1, 0, 0);  // the area axes do not
+
+  // An update keeps the record's address and clears its shadow fields.
+  two->shadowNear = 4.0;
+  d.color = 0x123456;
+  instance.number = 2;
+  table.InsertOrUpdateLight(&instance);
+  EXPECT_EQ(table.FindLight(2), two);
+  EXPECT_EQ(uint32_t{two->definition.color}, 0x123456u);
+  EXPECT_EQ(double{two->shadowNear}, 0.0);
+
+  table.RemoveLight(9);
+  EXPECT_EQ(Order(table), (std::vector<int32_t>{2, 5, 7}));
+  EXPECT_EQ(table.GetLight(1), table.FindLight(5));
+  EXPECT_EQ(table.GetLight(3), nullptr);
+  EXPECT_EQ(table.FindLight(9), nullptr);
+  SCENE_LIGHT_INSTANCE bare{11, nullptr, Translation(0, 0, 0)};
+  table.InsertOrUpdateLight(&bare);  // no definition: ignored
+  EXPECT_EQ(table.lights.size(), 3u);
+}
+
+TEST(LightSets, DrainIntoTheTableWithTheAlternateLightLastAndMarkEveryChangeDirty) {
+  SCENE_LIGHTS host;
+  SCENE_LIGHT_DEFINITION d{};
+  d.position = {1, 0, 0};
+  const int definition = host.AddLightDefinition(d);
+  const int a = host.AddLightInstance(definition, nullptr);
+  const int b = host.AddLightInstance(definition, nullptr);
+  RTLightTable table;
+  std::set<int32_t> modified{a, b}, removed, dirty;
+  DrainModifiedLights(&table, nullptr, modified, dirty);  // no host lights: the set waits
+  EXPECT_EQ(modified.size(), 2u);
+
+  // The alternate light stands in for b over the host's record, but only
+  // while it is active.
+  RTRendererLight alternate{};
+  alternate.number = b;
+  alternate.definition.position = {0, 0, 9};
+  DrainModifiedLights(&table, &host, modified, dirty);
+  ApplyAlternateLight(&table, &alternate, false, dirty);
+  ExpectPoint(table.FindLight(b)->definition.position, 1, 0, 0);
+  ApplyAlternateLight(&table, &alternate, true, dirty);
+  EXPECT_TRUE(modified.empty());
+  EXPECT_EQ(dirty, (std::set<int32_t>{a, b}));
+  ExpectPoint(table.FindLight(b)->definition.position, 0, 0, 9);
+
+  // A light the host dropped is noted as lost, then removed and dirty; a
+  // modified number whose instance is gone is dropped without a trace.
+  host.RemoveLightInstance(a);
+  dirty.clear();
+  NoteLostLights(&table, &host, removed);
+  EXPECT_EQ(removed, (std::set<int32_t>{a}));
+  modified.insert(a);
+  DrainRemovedLights(&table, removed, dirty);
+  DrainModifiedLights(&table, &host, modified, dirty);
+  EXPECT_TRUE(removed.empty() && modified.empty());
+  EXPECT_EQ(Order(table), (std::vector<int32_t>{b}));
+  EXPECT_EQ(dirty, (std::set<int32_t>{a}));
+}
+
+TEST(DefaultLights, SetUpFollowTheCameraAndTheUpwardTestSeesTheRoof) {
+  RenderScene scene(4, 4);
+  scene.Material("Roof", [](TEXTURE_LINK&) {});
+  scene.Mesh("Roof", {Vertex(-5, -5, 10), Vertex(5, -5, 10), Vertex(0, 5, 10)}, {0, 1, 2});
+  scene.Update();
+  RTRendererLight lights[2] = {};
+  SetDefaultLights(lights, Camera(3, 4, 0));  // world (3, -4, 0): under the roof; (3, 4) is not
+  ExpectLight(lights[0], 0, 0, LightEnabled | LightDiffuse, 7);
+  ExpectLight(lights[1], 1, 2, LightEnabled | LightDiffuse | LightCastsShadows, 20);
+  ExpectPoint(lights[0].definition.position, 3, -4, 0);
+  ExpectPoint(lights[1].definition.position, -50, -50, 100);
+  ExpectPoint(lights[1].definition.target, 0, 0, 0);
+  EXPECT_TRUE(TestCameraUnderCover(*scene.engine, lights[0].definition.position));
+  EXPECT_FALSE(TestCameraUnderCover(*scene.engine, {3, 4, 0}));
+
+  EXPECT_FALSE(FollowCameraWithDefaultLight(lights, Camera(3, 4, 0)));  // not moved
+  EXPECT_TRUE(FollowCameraWithDefaultLight(lights, Camera(0, 0, 20)));
+  ExpectPoint(lights[0].definition.position, 0, 0, 20);
+  EXPECT_FALSE(TestCameraUnderCover(*scene.engine, lights[0].definition.position));  // above the roof
+  RTRendererLight unset[2] = {};
+  EXPECT_TRUE(FollowCameraWithDefaultLight(unset, Camera(1, 1, 1)));  // never set: both are set up
+  ExpectLight(unset[1], 1, 2, LightEnabled | LightDiffuse | LightCastsShadows, 20);
+
+  RTRendererLight headlight{};
+  headlight.definition.flags = LightDiffuse;
+  headlight.definition.color = 0x00FFFFFF;
+  MODE_RENDER_OPTIONS options;
+  options.SetHeadlight(true);
+  options.SetHeadlightLightLevel(15);
+  SetHeadlight(headlight, options, Camera(1, 2, 3));
+  ExpectLight(headlight, 0, 0, LightEnabled | LightDiffuse, 15);
+  ExpectPoint(headlight.definition.position, 1, -2, 3);
+  options.SetHeadlightLightLevel(0);
+  SetHeadlight(headlight, options, Camera(4, 5, 6));
+  ExpectLight(headlight, 0, 0, LightDiffuse, 15);  // disabled, and otherwise left as it was
+  ExpectPoint(headlight.definition.position, 1, -2, 3);
+}
