@@ -70,6 +70,12 @@ std::string Read(const std::filesystem::path& file) {
   return text.str();
 }
 
+int Count(const std::string& text, const std::string& part) {
+  int n = 0;
+  for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++n;
+  return n;
+}
+
 // An X server for the tests of this program, on a display number it picks.
 class ViewProgram : public ::testing::Test {
  protected:
@@ -158,13 +164,8 @@ TEST_F(ViewProgram, ShowsTheDemoHouseAndADragTurnsTheCameraWithoutRebuildingTheM
   arguments.insert(arguments.end(), {after.string(), "--log", log.string()});
   Child view(arguments, display, output.string());
   auto waitForLog = [&](const std::string& text, int count) {
-    for (int i = 0; i < 1800; ++i) {
-      const std::string lines = Read(log);
-      int found = 0;
-      for (size_t at = lines.find(text); at != std::string::npos; at = lines.find(text, at + 1)) ++found;
-      if (found >= count) return true;
-      std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    }
+    for (int i = 0; i < 1800; ++i, std::this_thread::sleep_for(std::chrono::milliseconds(100)))
+      if (Count(Read(log), text) >= count) return true;
     return false;
   };
   ASSERT_TRUE(waitForLog("view: frame complete", 1)) << Read(log);
@@ -213,13 +214,8 @@ TEST_F(ViewProgram, ShowsTheDemoHouseAndADragTurnsTheCameraWithoutRebuildingTheM
   ASSERT_GE(updates.size(), 2u) << lines;
   EXPECT_EQ(updates[0].first, "model change");
   for (size_t i = 1; i < updates.size(); ++i) EXPECT_EQ(updates[i].first, "camera move") << lines;
-  auto count = [&](const std::string& text) {
-    int n = 0;
-    for (size_t at = lines.find(text); at != std::string::npos; at = lines.find(text, at + 1)) ++n;
-    return n;
-  };
-  EXPECT_EQ(count("UpdateFrame Time = "), static_cast<int>(updates.size()));
-  EXPECT_EQ(count("view: input to complete picture: "), 1);
+  EXPECT_EQ(Count(lines, "UpdateFrame Time = "), static_cast<int>(updates.size()));
+  EXPECT_EQ(Count(lines, "view: input to complete picture: "), 1);
 }
 
 TEST(ViewProgramWithoutDisplay, SaysSoInOneLine) {
