@@ -211,8 +211,9 @@ TEST(RenderProgram, ATimeLimitOrCtrlCEndsPathTracingAfterAWholePass) {
           static_cast<char*>(nullptr));
     _exit(99);
   }
-  // Wait for the first complete pass on disk, let more passes come, stop.
-  for (int i = 0; i < 600 && !std::filesystem::exists(stopped); ++i) usleep(50000);
+  // Wait for the first complete pass on disk (up to three minutes: sanitizer
+  // builds on a busy machine are slow), let more passes come, stop.
+  for (int i = 0; i < 3600 && !std::filesystem::exists(stopped); ++i) usleep(50000);
   usleep(300000);
   kill(child, SIGINT);
   int status = 0;
