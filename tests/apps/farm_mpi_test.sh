@@ -41,9 +41,11 @@ for case in "100 70 2" "33 1 0" "96 64 4"; do
 done
 
 # The HDR picture, written beside the farm's PNG, is the single process's
-# too: the same running mean in the same half floats.
-"$program" -q --scene fixed.json --width 40 --height 30 -o hdr-single.exr || fail "hdr: single process"
-"${mpi[@]}" "$program" --mpi -q --scene fixed.json --width 40 --height 30 -o hdr-farm.png --hdr hdr-farm.exr ||
+# too: the same running mean in the same half floats, before the tone map
+# and with the background's alpha.
+sed 's/}}$/, "DoHDRTonalMapping": true}}/' fixed.json >hdr.json
+"$program" -q --scene hdr.json --alpha --width 40 --height 30 -o hdr-single.exr || fail "hdr: single process"
+"${mpi[@]}" "$program" --mpi -q --scene hdr.json --alpha --width 40 --height 30 -o hdr-farm.png --hdr hdr-farm.exr ||
   fail "hdr: farm exit code"
 cmp -s hdr-single.exr hdr-farm.exr || fail "hdr: the farm's HDR picture differs"
 

@@ -2,15 +2,10 @@
 // pass by pass, and how the picture is blended from what comes back.
 #include <gtest/gtest.h>
 
-#include <unistd.h>
-
-#include <cstdio>
-#include <string>
 #include <vector>
 
 #include "FarmPicture.h"
 #include "FarmTiles.h"
-#include "HDRPictures.h"
 
 namespace {
 using Answer = TileDealer::Answer;
@@ -145,30 +140,4 @@ TEST(FarmPicture, BlendsColumnByColumnIntoTheRunningMean) {
   EXPECT_FLOAT_EQ(picture.Mean(0, 0).x, 0.0f) << "outside the tile";
 }
 
-TEST(FarmPicture, AnEXRNameGetsTheRunningMeanBeforeTheToneMap) {
-  MODE_RENDER_OPTIONS options;
-  options.SetCustomLighting(true);
-  options.SetHDRTonalMapping(true);  // the 8-bit picture is tone-mapped, the HDR one is not
-  FarmPicture picture(2, 2, options, true);
-  // Sample k lies in column k / 2, row k % 2; all values are exact in half
-  // floats, the last one far above 1.
-  const std::vector<SCENE_VERTEX_XYZW> samples = {{0.5f, 0.25f, 0.0f, 0.0f},
-                                                  {1.0f, 2.0f, 3.0f, 1.0f},
-                                                  {0.125f, 0.0f, 1.0f, 1.0f},
-                                                  {12.0f, 40.0f, 0.5f, 1.0f}};
-  picture.Blend({0, 0, 2, 2}, 1, samples.data());
-  const std::string name = ::testing::TempDir() + "farm_" + std::to_string(::getpid()) + ".exr";
-  ASSERT_EQ(picture.Save(name), 0);
-  const HDRPicture hdr = ReadHDRPicture(name);
-  std::remove(name.c_str());
-  ASSERT_EQ(hdr.pixels.size(), 4u);
-  for (int k = 0; k < 4; ++k) {
-    const Imf::Rgba value = hdr.pixels[size_t(k % 2) * 2 + k / 2];
-    EXPECT_EQ(float(value.r), samples[k].x) << k;
-    EXPECT_EQ(float(value.g), samples[k].y) << k;
-    EXPECT_EQ(float(value.b), samples[k].z) << k;
-    EXPECT_EQ(float(value.a), samples[k].w) << k;  // the transparent background is kept
-  }
-  EXPECT_EQ(picture.Save(::testing::TempDir() + "no-such-folder/farm.exr"), 1);
-}
 }  // namespace

@@ -8,12 +8,12 @@
 #include <cstdlib>
 
 #include "AppTestFiles.h"
-#include "BrindlexViewMath.h"
 #include "CameraFraming.h"
 #include <assimp/scene.h>
 
 #include "ImportGuard.h"
 #include "ModelImport.h"
+#include "SceneFile.h"
 
 namespace {
 
@@ -56,11 +56,19 @@ struct Imported {
   ImportedModel model;
   std::string error;
   bool ok = false;
+  SCENE_VERTEX_XYZ min{}, max{};
   Imported(const std::filesystem::path& file, const ModelPlacement& placement = {},
            const ImportLimits& limits = {}) {
     ok = ImportModel(file, placement, host, model, error, limits);
+    if (ok) host.WorldBounds(min, max);
   }
   const TEXTURE_LINK& Paint() { return *host.FindMaterials("Paint").at(0)->GetTextureLink(); }
+  void ExpectSize(float x, float y, float z, const std::string& name) {
+    ASSERT_TRUE(ok) << name << ": " << error;
+    EXPECT_NEAR(max.x - min.x, x, 1e-2f) << name;
+    EXPECT_NEAR(max.y - min.y, y, 1e-2f) << name;
+    EXPECT_NEAR(max.z - min.z, z, 1e-2f) << name;
+  }
 };
 
 TEST(ModelRepair, ReflectivityIsWeighedByTheReflectiveColourAndTransparencyReadAsMeant) {
@@ -94,92 +102,84 @@ TEST(ModelRepair, ReflectivityIsWeighedByTheReflectiveColourAndTransparencyReadA
   }
 }
 
-TEST(ModelRepair, UnitsComeFromTheFileOrTheSceneFileAndEndInCentimetres) {
+TEST(ModelRepair, UpAxesAndUnitsFromTheFileOrTheSceneFileEndInZUpCentimetres) {
+  // Each file holds a triangle 1 long along the file's x whose third corner
+  // is 1 (or 0.5) along the file's y (or z). y-up files turn y into the
+  // world's z; SMD, DXF and X files are z-up already.
+  const struct {
+    std::string name, text;
+    float x, y, z;  // the size in the world, centimetres
+  } files[] = {
+      {"one.stl",
+       "solid one\nfacet normal 0 0 1\nouter loop\nvertex 0 0 0\nvertex 1 0 0\nvertex 0 1 0\n"
+       "endloop\nendfacet\nendsolid one\n",
+       100, 0, 100},
+      {"up.smd",
+       "version 1\nnodes\n0 \"root\" -1\nend\nskeleton\ntime 0\n0 0 0 0 0 0 0\nend\n"
+       "triangles\nmat\n0 0 0 0 0 0 1 0 0\n0 1 0 0 0 0 1 1 0\n0 0 0 0.5 0 0 1 0 1\nend\n",
+       100, 0, 50},
+      {"up.dxf",
+       "0\nSECTION\n2\nENTITIES\n0\n3DFACE\n8\n0\n10\n0\n20\n0\n30\n0\n11\n1\n21\n0\n31\n0\n"
+       "12\n0\n22\n0\n32\n0.5\n13\n0\n23\n0\n33\n0.5\n0\nENDSEC\n0\nEOF\n",
+       100, 0, 50},
+      {"up.x",
+       "xof 0302txt 0032\nMesh t {\n 3;\n 0.0;0.0;0.0;,\n 1.0;0.0;0.0;,\n 0.0;0.0;0.5;;\n 1;\n "
+       "3;0,1,2;;\n}\n",
+       100, 0, 50},
+      // Collada in centimetres and in inches, z-up: 100 x 100 units in the
+      // ground plane.
+      {"cm.dae", ColladaTriangle("A_ONE", "1 1 1 1", 1.0, "0 0 0 1", 0.0), 100, 100, 0},
+      {"in.dae",
+       ColladaTriangle("A_ONE", "1 1 1 1", 1.0, "0 0 0 1", 0.0,
+                       "<unit meter=\"0.0254\"/><up_axis>Z_UP</up_axis>"),
+       254, 254, 0},
+  };
   TestFolder folder;
-  SCENE_VERTEX_XYZ min, max;
-  // Collada in centimetres, z-up: 100 x 100 cm in the ground plane.
-  Imported collada(folder.Write("cm.dae", ColladaTriangle("A_ONE", "1 1 1 1", 1.0, "0 0 0 1", 0.0)));
-  ASSERT_TRUE(collada.ok) << collada.error;
-  ASSERT_TRUE(collada.host.WorldBounds(min, max));
-  EXPECT_NEAR(max.x - min.x, 100.0f, 1e-3f);
-  EXPECT_NEAR(max.y - min.y, 100.0f, 1e-3f);
-  EXPECT_NEAR(max.z - min.z, 0.0f, 1e-3f);
-  EXPECT_DOUBLE_EQ(collada.host.WorldPerFileUnit(), 100.0);  // Assimp hands Collada over in metres
-  // The same in inches: 254 cm.
-  Imported inches(folder.Write("in.dae", ColladaTriangle("A_ONE", "1 1 1 1", 1.0, "0 0 0 1", 0.0,
-                                                         "<unit meter=\"0.0254\"/><up_axis>Z_UP</up_axis>")));
-  ASSERT_TRUE(inches.ok) << inches.error;
-  ASSERT_TRUE(inches.host.WorldBounds(min, max));
-  EXPECT_NEAR(max.x - min.x, 254.0f, 1e-2f);
+  for (const auto& f : files) {
+    Imported model(folder.Write(f.name, f.text));
+    model.ExpectSize(f.x, f.y, f.z, f.name);
+    EXPECT_NEAR(model.min.z, 0.0f, 1e-3f) << f.name;
+    // Unit normals, from the file or made anew.
+    const SCENE_GRAPH_MESH_DATA_INTERFACE* mesh = nullptr;
+    for (SCENE_GRAPH_NODE_INTERFACE* node = model.model.root; node && !mesh; node = node->GetChildNode(0))
+      mesh = node->GetNodeMeshData();
+    ASSERT_NE(mesh, nullptr) << f.name;
+    for (unsigned i = 0; i < mesh->GetMeshVertexCount(); ++i) {
+      SCENE_VERTEX_XYZ normal = mesh->GetMeshVertices()[i].normal;
+      EXPECT_NEAR(std::hypot(normal.x, normal.y, normal.z), 1.0f, 1e-4f) << f.name;
+    }
+  }
   // An OBJ file has no unit: metres, unless the scene file says millimetres.
-  const auto obj = folder.Write("tri.obj", "v 0 0 0\nv 2000 0 0\nv 0 1000 0\nf 1 2 3\n");
-  ModelPlacement millimetres;
-  millimetres.metresPerUnit = 0.001;
-  Imported mm(obj, millimetres);
-  ASSERT_TRUE(mm.ok) << mm.error;
-  ASSERT_TRUE(mm.host.WorldBounds(min, max));
-  EXPECT_NEAR(max.x - min.x, 200.0f, 1e-3f);
-  EXPECT_NEAR(max.z - min.z, 100.0f, 1e-3f);  // y-up: file y is world z
+  SceneDescription scene;
+  std::string error;
+  ASSERT_TRUE(ParseScene(R"({"models": [{"file": "tri.obj", "unit": "mm"}]})", folder.path, scene, error));
+  folder.Write("tri.obj", "v 0 0 0\nv 2000 0 0\nv 0 1000 0\nf 1 2 3\n");
+  Imported mm(scene.models.at(0).file, scene.models[0].placement);
+  mm.ExpectSize(200, 0, 100, "mm");
   EXPECT_DOUBLE_EQ(mm.host.WorldPerFileUnit(), 0.1);
 }
 
 TEST(ModelRepair, AFileCameraIsKeptOnlyWhenItShowsTheModel) {
   // A 100-unit cube; the picture is 4:3.
-  const SCENE_VERTEX_XYZ min{0, 0, 0}, max{100, 100, 100}, centre{50, 50, 50};
+  const SCENE_VERTEX_XYZ min{0, 0, 0}, max{100, 100, 100}, centre{50, 50, 50}, left{-300, 50, 50};
   struct Case {
     SCENE_VERTEX_XYZ eye, target;
     float fieldOfView;
     const char* problem;
   } cases[] = {
-      {{-300, 50, 50}, centre, 45.0f, ""},
-      {{-300, 50, 50}, {-600, 50, 50}, 45.0f, "looks away from the model"},
+      {left, centre, 45.0f, ""},
+      {left, {-600, 50, 50}, 45.0f, "looks away from the model"},
       {centre, {200, 50, 50}, 45.0f, "stands inside the model or beside it"},
-      {{-300, 50, 50},
-       {-300, 400, 50},
-       45.0f,
-       "stands inside the model or beside it"},  // beside: half behind
-      {{-300, 50, 50}, centre, 0.78f, "has a field of view of under a degree"},
+      {left, {-300, 400, 50}, 45.0f, "stands inside the model or beside it"},  // beside: half behind
+      {left, centre, 0.78f, "has a field of view of under a degree"},
       // 200 from the centre through 10 degrees: about 26 of the 100 in view.
       {{-150, 50, 50}, centre, 10.0f, "cuts off part of the model"},
       {{-100000, 50, 50}, centre, 45.0f, "shows the model too small"},
-      {{-300, 50, 50}, {-300, 50, 50}, 45.0f, "has no direction"},
+      {left, left, 45.0f, "has no direction"},
   };
   for (const Case& c : cases)
     EXPECT_EQ(CameraFramingProblem(min, max, c.eye, c.target, c.fieldOfView, 4.0 / 3.0), c.problem)
         << c.eye.x << " " << c.target.x << " " << c.fieldOfView;
-}
-
-TEST(ModelRepair, ZUpFormatsStandUp) {
-  // In each file a triangle 1 long (x) whose third corner is 0.5 above the
-  // first along the file's z, which is up in these formats: the world's up
-  // is z, so the triangle spans 100 cm in x, 50 cm upwards from its first
-  // corner, and none in y.
-  struct ZUpFile {
-    const char* name;
-    const char* text;
-  };
-  const ZUpFile files[] = {
-      {"up.smd",
-       "version 1\nnodes\n0 \"root\" -1\nend\nskeleton\ntime 0\n0 0 0 0 0 0 0\nend\n"
-       "triangles\nmat\n0 0 0 0 0 0 1 0 0\n0 1 0 0 0 0 1 1 0\n0 0 0 0.5 0 0 1 0 1\nend\n"},
-      {"up.dxf",
-       "0\nSECTION\n2\nENTITIES\n0\n3DFACE\n8\n0\n10\n0\n20\n0\n30\n0\n11\n1\n21\n0\n31\n0\n"
-       "12\n0\n22\n0\n32\n0.5\n13\n0\n23\n0\n33\n0.5\n0\nENDSEC\n0\nEOF\n"},
-      {"up.x",
-       "xof 0302txt 0032\nMesh t {\n 3;\n 0.0;0.0;0.0;,\n 1.0;0.0;0.0;,\n 0.0;0.0;0.5;;\n 1;\n "
-       "3;0,1,2;;\n}\n"},
-  };
-  for (const ZUpFile& f : files) {
-    TestFolder folder;
-    Imported model(folder.Write(f.name, f.text));
-    ASSERT_TRUE(model.ok) << f.name << ": " << model.error;
-    SCENE_VERTEX_XYZ min, max;
-    ASSERT_TRUE(model.host.WorldBounds(min, max));
-    EXPECT_NEAR(max.x - min.x, 100.0f, 1e-3f) << f.name;
-    EXPECT_NEAR(max.y - min.y, 0.0f, 1e-3f) << f.name;
-    EXPECT_NEAR(max.z - min.z, 50.0f, 1e-3f) << f.name;
-    EXPECT_NEAR(min.z, 0.0f, 1e-3f) << f.name;
-  }
 }
 
 TEST(ModelRepair, BadVerticesGoWithTheirTrianglesAndZeroNormalsAreMadeAnew) {
@@ -191,17 +191,14 @@ TEST(ModelRepair, BadVerticesGoWithTheirTrianglesAndZeroNormalsAreMadeAnew) {
                             "element face 3\nproperty list uchar int vertex_indices\nend_header\n"
                             "nan 0 0 0 0 0\n0 0 0 0 0 0\n1 0 0 0 0 0\n0 1 0 0 0 0\n1 1 inf 0 0 0\n"
                             "3 0 1 2\n3 1 2 3\n3 2 3 4\n"));
-  ASSERT_TRUE(ply.ok) << ply.error;
+  ply.ExpectSize(100, 0, 100, "bad.ply");
   EXPECT_EQ(ply.model.triangles, 1u);
   ASSERT_EQ(ply.model.warnings.size(), 1u);
   EXPECT_EQ(ply.model.warnings[0],
             "2 vertices are not finite numbers; they and 2 triangles using them are left out");
-  SCENE_VERTEX_XYZ min, max;
-  ASSERT_TRUE(ply.host.WorldBounds(min, max));
-  EXPECT_NEAR(max.x - min.x, 100.0f, 1e-3f);
-  EXPECT_NEAR(max.z - min.z, 100.0f, 1e-3f);
   // The kept triangle (1, 2, 3) lies in the file's x-y plane: its normal
-  // is the file's z, the world's -y.
+  // is the file's z (the world's -y). No texture coordinates, so no
+  // tangents: the engine's sign for none.
   auto* mesh = ply.model.root->GetChildNode(0);
   while (mesh && !mesh->GetNodeMeshData()) mesh = mesh->GetChildNode(0);
   ASSERT_NE(mesh, nullptr);
@@ -211,16 +208,45 @@ TEST(ModelRepair, BadVerticesGoWithTheirTrianglesAndZeroNormalsAreMadeAnew) {
     const SCENE_VERTEX v = data->GetMeshVertices()[i];
     EXPECT_NEAR(std::abs(v.normal.z), 1.0f, 1e-4f);
     EXPECT_TRUE(std::isfinite(v.position.x));
+    EXPECT_TRUE(std::isnan(v.tangent.x));
   }
 }
 
-TEST(ModelRepair, AHangingOrGreedyReaderIsStoppedWithAReason) {
+TEST(ModelRepair, BadFilesAndReadersThatHangOrCrashEndInAReason) {
   TestFolder folder;
-  const auto cube = folder.Write("cube.off", "OFF\n3 1 0\n0 0 0\n1 0 0\n0 1 0\n3 0 1 2\n");
-  // The reader's own faults are played by the hook that configures it,
-  // which runs in the child: one that never returns, and one that crashes.
-  ImportLimits quick;
+  ImportLimits quick, small;
   quick.seconds = 0.5;
+  small.bytes = uint64_t{256} << 20;
+  const struct {
+    std::filesystem::path file;
+    ImportLimits limits;
+    const char* reason;  // a part of the one-line reason
+  } files[] = {
+      {folder.path / "missing.obj", {}, "no such file"},
+      {folder.Write("lines.obj", "v 0 0 0\nv 1 0 0\nv 0 1 0\nl 1 2 3\n"), {}, "only points or lines"},
+      {folder.Write("junk.obj", std::string("\x00\x01\x02garbage", 10)), {}, ""},
+      {folder.path, {}, ""},
+      // Cut after 60 bytes: the reader of some versions waits forever for
+      // the end of the header.
+      {folder.Write("cut.ply", "ply\nformat ascii 1.0          \nelement vertex 8          \npr"), quick, ""},
+      // A header that claims two thousand million vertices.
+      {folder.Write("huge.ply",
+                    "ply\nformat ascii 1.0\nelement vertex 2000000000\nproperty float x\n"
+                    "property float y\nproperty float z\nelement face 1\n"
+                    "property list uchar int vertex_indices\nend_header\n0 0 0\n1 0 0\n0 1 0\n3 0 1 2\n"),
+       small, "memory"},
+  };
+  for (const auto& f : files) {
+    Imported model(f.file, {}, f.limits);
+    EXPECT_FALSE(model.ok) << f.file;
+    EXPECT_NE(model.error.find(f.reason), std::string::npos) << model.error;
+    EXPECT_FALSE(model.error.empty()) << f.file;
+    EXPECT_EQ(model.error.find('\n'), std::string::npos) << model.error;
+    EXPECT_EQ(model.host.TriangleCount(), 0ul) << f.file;
+  }
+  // The reader's own faults are played by the hook that configures it,
+  // which runs in the child: one that never returns, one that crashes.
+  const auto cube = folder.Write("cube.off", "OFF\n3 1 0\n0 0 0\n1 0 0\n0 1 0\n3 0 1 2\n");
   ReadModel read;
   std::string error;
   const auto start = std::chrono::steady_clock::now();
@@ -246,31 +272,11 @@ TEST(ModelRepair, AHangingOrGreedyReaderIsStoppedWithAReason) {
   EXPECT_FALSE(ReadModelGuarded(
       cube, [](Assimp::Importer&) { abort(); }, 0, {}, read, error));
   EXPECT_EQ(error.rfind("the model reader stopped on an internal check", 0), 0u) << error;
-  EXPECT_TRUE(ReadModelGuarded(
+  ASSERT_TRUE(ReadModelGuarded(
       cube, [](Assimp::Importer&) {}, 0, {}, read, error))
       << error;
   ASSERT_NE(read.scene, nullptr);
   EXPECT_EQ(read.scene->mNumMeshes, 1u);
-  // A PLY file cut after 60 bytes, on which the reader of some versions
-  // waits forever for the end of the header: either way, no model and a
-  // reason.
-  Imported cut(folder.Write("cut.ply", "ply\nformat ascii 1.0          \nelement vertex 8          \npr"), {},
-               quick);
-  EXPECT_FALSE(cut.ok);
-  EXPECT_FALSE(cut.error.empty());
-  EXPECT_EQ(cut.error.find('\n'), std::string::npos);
-  // A header that claims two thousand million vertices.
-  ImportLimits small;
-  small.bytes = uint64_t{256} << 20;
-  Imported greedy(folder.Write("huge.ply",
-                               "ply\nformat ascii 1.0\nelement vertex 2000000000\nproperty float x\n"
-                               "property float y\nproperty float z\nelement face 1\n"
-                               "property list uchar int vertex_indices\nend_header\n"
-                               "0 0 0\n1 0 0\n0 1 0\n3 0 1 2\n"),
-                  {}, small);
-  EXPECT_FALSE(greedy.ok);
-  EXPECT_NE(greedy.error.find("memory"), std::string::npos) << greedy.error;
-  EXPECT_EQ(greedy.host.TriangleCount(), 0ul);
 }
 
 }  // namespace

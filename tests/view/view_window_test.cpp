@@ -87,19 +87,6 @@ TEST(PictureWindow, ResizeKeepsThePictureScaledAndTheFrameBufferFollows) {
   e.engine->ShutDownRendererWindow();
 }
 
-TEST(PictureWindow, PostedMessagesArriveOnceInOrder) {
-  platform::PictureWindow window(8, 8);
-  EXPECT_TRUE(PostMessageA(&window, PBM_STEPIT, 0, 0));
-  EXPECT_TRUE(PostMessageA(&window, 0x8000, 3, 7));
-  const auto messages = window.TakeMessages();
-  ASSERT_EQ(messages.size(), 2u);
-  EXPECT_EQ(messages[0].message, PBM_STEPIT);
-  EXPECT_EQ(messages[1].message, 0x8000u);
-  EXPECT_EQ(messages[1].wParam, 3u);
-  EXPECT_EQ(messages[1].lParam, 7);
-  EXPECT_TRUE(window.TakeMessages().empty());
-}
-
 // SDL's off-screen driver stands in for a display: the window is real to
 // SDL, its pixels are only not on a screen.
 TEST(SdlWindow, ShowsThePictureAtItsPixels) {
