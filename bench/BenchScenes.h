@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "AccelTestAccess.h"
-#include "BrindlexViewMath.h"
+#include "host/BrindlexViewMath.h"
 
 #ifdef BRINDLEX_BENCH_ASSIMP
 #include <assimp/postprocess.h>

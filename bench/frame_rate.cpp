@@ -28,10 +28,10 @@
 #include <string>
 #include <vector>
 
-#include "BrindlexViewRTRenderEngine.h"
+#include "engine/BrindlexViewRTRenderEngine.h"
 #include "PipelineTestAccess.h"
 #include "SceneAssembly.h"
-#include "Window.h"
+#include "platform/Window.h"
 
 namespace {
 

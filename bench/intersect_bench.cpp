@@ -7,7 +7,7 @@
 #include <memory>
 
 #include "BenchScenes.h"
-#include "brindlexutil.h"
+#include "host/brindlexutil.h"
 
 namespace {
 

@@ -24,11 +24,11 @@
 #include <string>
 #include <vector>
 
-#include "BrindlexViewRTRenderEngine.h"
+#include "engine/BrindlexViewRTRenderEngine.h"
 #include "RenderJob.h"
 #include "SceneAssembly.h"
-#include "Window.h"
-#include "brindlexutil.h"
+#include "platform/Window.h"
+#include "host/brindlexutil.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 #include <benchmark/benchmark.h>
 #include <sys/random.h>
 
-#include "RandomNumberGenerator.h"
+#include "pipeline/RandomNumberGenerator.h"
 
 namespace {
 

@@ -15,8 +15,8 @@
 #include <string>
 #include <vector>
 
-#include "BrindlexViewMath.h"
-#include "BrindlexViewRTRenderEngine.h"
+#include "host/BrindlexViewMath.h"
+#include "engine/BrindlexViewRTRenderEngine.h"
 #include "EngineTestAccess.h"
 #include "HostScene.h"
 #include "ModelImport.h"

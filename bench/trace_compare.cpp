@@ -19,7 +19,7 @@
 #include <vector>
 
 #include "BenchScenes.h"
-#include "brindlexutil.h"
+#include "host/brindlexutil.h"
 
 #ifdef BRINDLEX_BENCH_EMBREE
 #include <embree3/rtcore.h>

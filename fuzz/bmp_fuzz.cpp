@@ -3,7 +3,7 @@
 #include <cstring>
 
 #include "FuzzInput.h"
-#include "PictureCodecs.h"
+#include "host/texture/PictureCodecs.h"
 
 namespace {
 

@@ -2,7 +2,7 @@
 // to text which reads again to the same text, or leaves the node as it was.
 #include <sstream>
 
-#include "BrindlexViewModel.h"
+#include "host/BrindlexViewModel.h"
 #include "FuzzInput.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {

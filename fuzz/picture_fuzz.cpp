@@ -1,6 +1,6 @@
 // Picture files of any format, through the entry the texture loader uses:
 // the format is sniffed from the content, as for a texture a model names.
-#include "BrindlexTexture.h"
+#include "host/BrindlexTexture.h"
 #include "FuzzInput.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {

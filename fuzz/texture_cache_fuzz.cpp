@@ -5,7 +5,7 @@
 #include <cstring>
 #include <vector>
 
-#include "BrindlexTexture.h"
+#include "host/BrindlexTexture.h"
 #include "FuzzInput.h"
 
 namespace {

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "BrindlexViewMath.h"
+#include "host/BrindlexViewMath.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "SceneRecords.h"
+#include "host/SceneRecords.h"
 
 // Empty when a camera at `eye` looking at `target` with a vertical field of
 // view of `fieldOfView` degrees, in a picture of `aspect` (width / height),

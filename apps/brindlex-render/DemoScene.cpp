@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <vector>
 
-#include "BrindlexTexture.h"
-#include "BrindlexViewMath.h"
+#include "host/BrindlexTexture.h"
+#include "host/BrindlexViewMath.h"
 
 namespace {
 

@@ -3,11 +3,11 @@
 #include <cstring>
 #include <new>
 
-#include "BrindlexTexture.h"
-#include "GdiPlus.h"
-#include "HDRPictureFile.h"
-#include "PictureSave.h"
-#include "ToneMapping.h"
+#include "host/BrindlexTexture.h"
+#include "platform/GdiPlus.h"
+#include "pipeline/HDRPictureFile.h"
+#include "pipeline/PictureSave.h"
+#include "pipeline/ToneMapping.h"
 
 FarmPicture::FarmPicture(uint32_t width, uint32_t height, const MODE_RENDER_OPTIONS& options, bool keepAlpha)
     : width(width), height(height), options(options), keepAlpha(keepAlpha) {

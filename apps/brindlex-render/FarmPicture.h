@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "FarmTiles.h"
-#include "RenderOptions.h"
-#include "SceneRecords.h"
+#include "host/RenderOptions.h"
+#include "host/SceneRecords.h"
 
 namespace Gdiplus {
 class Bitmap;

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "BlockOrder.h"
+#include "pipeline/BlockOrder.h"
 
 std::vector<FarmTile> FarmTiles(uint32_t width, uint32_t height, uint32_t size) {
   std::vector<FarmTile> tiles;

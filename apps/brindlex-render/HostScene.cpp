@@ -4,7 +4,7 @@
 #include <cmath>
 #include <cstdlib>
 
-#include "BrindlexViewMath.h"
+#include "host/BrindlexViewMath.h"
 
 SCENE_MATRIX IdentityMatrix() {
   SCENE_MATRIX m;

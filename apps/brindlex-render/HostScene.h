@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "BrindlexViewModel.h"
+#include "host/BrindlexViewModel.h"
 
 // Positions in the files the program reads (models, scene files, --eye and
 // --target) are in the coordinates of the first model file, most often

@@ -14,8 +14,8 @@
 #include <memory>
 #include <vector>
 
-#include "BrindlexTexture.h"
-#include "BrindlexViewMath.h"
+#include "host/BrindlexTexture.h"
+#include "host/BrindlexViewMath.h"
 #include "TextureFiles.h"
 #include "Units.h"
 

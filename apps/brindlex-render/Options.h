@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "SceneRecords.h"
+#include "host/SceneRecords.h"
 
 struct RenderSettings {
   std::string model;      // empty: the built-in demo scene, unless a scene file names models

@@ -8,7 +8,7 @@
 #include <cstring>
 #include <filesystem>
 
-#include "Gdi.h"
+#include "platform/Gdi.h"
 
 namespace fs = std::filesystem;
 

@@ -4,7 +4,7 @@
 #include <cmath>
 #include <cstdio>
 
-#include "SWShadowMap.h"
+#include "shadows/SWShadowMap.h"
 
 namespace {
 // A terminal line is rewritten at most this often, in seconds: faster only

@@ -10,7 +10,7 @@
 #include <string>
 
 #include "Options.h"
-#include "Window.h"
+#include "platform/Window.h"
 
 class ProgressDisplay {
  public:

@@ -8,7 +8,7 @@
 #include <sys/stat.h>
 #include <vector>
 
-#include "BrindlexViewRTRenderEngine.h"
+#include "engine/BrindlexViewRTRenderEngine.h"
 
 namespace {
 

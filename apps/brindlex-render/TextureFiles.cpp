@@ -7,7 +7,7 @@
 #include <functional>
 #include <memory>
 
-#include "BrindlexTexture.h"
+#include "host/BrindlexTexture.h"
 #include "HostScene.h"
 
 namespace fs = std::filesystem;

@@ -3,7 +3,7 @@
 // are in the engine's world, which is z-up.
 #pragma once
 
-#include "SceneRecords.h"
+#include "host/SceneRecords.h"
 
 struct OrbitCamera {
   SCENE_VERTEX_XYZ eye, target;

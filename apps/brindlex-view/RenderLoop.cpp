@@ -2,9 +2,9 @@
 
 #include <chrono>
 
-#include "BrindlexViewRTRenderEngine.h"
+#include "engine/BrindlexViewRTRenderEngine.h"
 #include "Progress.h"
-#include "brindlexutil.h"
+#include "host/brindlexutil.h"
 
 namespace {
 

@@ -12,10 +12,10 @@
 #include <string>
 #include <thread>
 
-#include "CImage.h"
+#include "platform/CImage.h"
 #include "CameraControl.h"
 #include "HostScene.h"
-#include "PictureWindow.h"
+#include "platform/PictureWindow.h"
 
 struct RENDER_ENGINE_INTERFACE;
 

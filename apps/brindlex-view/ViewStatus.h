@@ -7,7 +7,7 @@
 #include <string>
 
 #include "RenderLoop.h"
-#include "Window.h"
+#include "platform/Window.h"
 
 class ViewStatus {
  public:

@@ -12,13 +12,13 @@
 #include <string>
 #include <vector>
 
-#include "BrindlexTexture.h"
+#include "host/BrindlexTexture.h"
 #include "RenderLoop.h"
 #include "SceneAssembly.h"
-#include "SdlWindow.h"
+#include "platform/SdlWindow.h"
 #include "ViewOptions.h"
 #include "ViewStatus.h"
-#include "brindlexutil.h"
+#include "host/brindlexutil.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "CompareRayHits.h"
+#include "accel/CompareRayHits.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 // The order in which the rays of one pixel are grouped for shading.
 #pragma once
 
-#include "PixelRays.h"
+#include "pipeline/PixelRays.h"
 
 // qsort comparator over two PixelRayHit records: misses first, then hits by
 // treeIndex, instanceIndex and triangleIndex, so that the rays of one pixel

@@ -1,5 +1,5 @@
-#include "BrindlexViewRTRenderEngine.h"
-#include "KDTree.h"
+#include "engine/BrindlexViewRTRenderEngine.h"
+#include "accel/KDTree.h"
 
 bool RT_RENDER_ENGINE::IntersectSWGeometry(const SCENE_VERTEX_XYZ_64& origin,
                                            const SCENE_VERTEX_XYZ_64& direction,

@@ -2,7 +2,7 @@
 // triangle clipped to a box.
 #include <algorithm>
 
-#include "KDTreeBuild.h"
+#include "accel/KDTreeBuild.h"
 
 namespace {
 // A comparison that the sort and merge templates can inline.

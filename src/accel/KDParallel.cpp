@@ -1,4 +1,4 @@
-#include "KDParallel.h"
+#include "accel/KDParallel.h"
 
 #include <system_error>
 #include <thread>

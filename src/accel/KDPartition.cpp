@@ -1,7 +1,7 @@
 // Partition of a split node: triangles and events go to the side they lie
 // on, in list order, so that neither child needs sorting; only triangles on
 // both sides are clipped again and their new events sorted and merged in.
-#include "KDTreeBuild.h"
+#include "accel/KDTreeBuild.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 #include <cfloat>
 #include <cmath>
 
-#include "KDTreeBuild.h"
+#include "accel/KDTreeBuild.h"
 
 uint32_t KDMaxDepth(size_t triangleCount) {
   // ln 0 has no integer part; an empty root is a leaf before the depth is

@@ -1,4 +1,4 @@
-#include "KDTree.h"
+#include "accel/KDTree.h"
 
 #include <limits>
 

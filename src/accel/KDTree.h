@@ -7,9 +7,9 @@
 #include <map>
 #include <vector>
 
-#include "KDWalkLayout.h"
-#include "SWTriangle.h"
-#include "SceneRecords.h"
+#include "accel/KDWalkLayout.h"
+#include "scene/SWTriangle.h"
+#include "host/SceneRecords.h"
 
 #pragma pack(push, 1)
 // Inner node: low two bits of childAndAxis the split axis, the rest the

@@ -7,10 +7,10 @@
 #include <atomic>
 #include <numeric>
 
-#include "BrindlexViewMath.h"
-#include "BrindlexViewRTRenderEngine.h"
-#include "KDParallel.h"
-#include "KDTreeBuild.h"
+#include "host/BrindlexViewMath.h"
+#include "engine/BrindlexViewRTRenderEngine.h"
+#include "accel/KDParallel.h"
+#include "accel/KDTreeBuild.h"
 
 namespace {
 

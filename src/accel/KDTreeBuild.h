@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "KDTree.h"
+#include "accel/KDTree.h"
 
 // The scratch of the thread running a step: two clip polygons and one side
 // mark per triangle, made once per build.

@@ -6,8 +6,8 @@
 #include <bit>
 #include <new>
 
-#include "BrindlexViewRTRenderEngine.h"
-#include "KDTreeBuild.h"
+#include "engine/BrindlexViewRTRenderEngine.h"
+#include "accel/KDTreeBuild.h"
 
 namespace {
 

@@ -5,9 +5,9 @@
 #include <limits>
 #include <vector>
 
-#include "KDTree.h"
-#include "RayIntersection.h"
-#include "brindlexutil.h"
+#include "accel/KDTree.h"
+#include "accel/RayIntersection.h"
+#include "host/brindlexutil.h"
 
 namespace {
 

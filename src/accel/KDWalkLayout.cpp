@@ -1,6 +1,6 @@
-#include "KDWalkLayout.h"
+#include "accel/KDWalkLayout.h"
 
-#include "KDTree.h"
+#include "accel/KDTree.h"
 
 namespace {
 

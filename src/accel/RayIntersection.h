@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <limits>
 
-#include "SceneRecords.h"
+#include "host/SceneRecords.h"
 
 #pragma pack(push, 1)
 struct SWRayIntersectionResult {

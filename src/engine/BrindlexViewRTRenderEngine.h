@@ -12,14 +12,14 @@
 #include <string>
 #include <vector>
 
-#include "CriticalSection.h"
-#include "PixelRays.h"
-#include "RayIntersection.h"
-#include "RenderEngineBase.h"
-#include "SWMaterialEntry.h"
-#include "SWPhotonMap.h"
-#include "Semaphore.h"
-#include "WorkQueue.h"
+#include "platform/CriticalSection.h"
+#include "pipeline/PixelRays.h"
+#include "accel/RayIntersection.h"
+#include "engine/RenderEngineBase.h"
+#include "scene/SWMaterialEntry.h"
+#include "photons/SWPhotonMap.h"
+#include "platform/Semaphore.h"
+#include "engine/WorkQueue.h"
 
 // Held by pointer only; the files that use them include their headers.
 class KDTree;

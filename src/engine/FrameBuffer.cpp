@@ -5,12 +5,12 @@
 #include <memory>
 #include <new>
 
-#include "CImage.h"
-#include "FrameBufferGuard.h"
-#include "Gdi.h"
-#include "GdiPlus.h"
-#include "RenderEngineBase.h"
-#include "Window.h"
+#include "platform/CImage.h"
+#include "pipeline/FrameBufferGuard.h"
+#include "platform/Gdi.h"
+#include "platform/GdiPlus.h"
+#include "engine/RenderEngineBase.h"
+#include "platform/Window.h"
 
 namespace {
 // Deletes both buffers; the caller holds the frame-buffer lock.

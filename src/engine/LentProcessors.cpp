@@ -9,7 +9,7 @@
 #include <memory>
 #include <new>
 
-#include "BrindlexViewRTRenderEngine.h"
+#include "engine/BrindlexViewRTRenderEngine.h"
 
 namespace {
 // Traces pixels taken from the shared counter until none is left.

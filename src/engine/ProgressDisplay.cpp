@@ -1,9 +1,9 @@
 // The engine's own progress drawing: the outline of a block while it is
 // traced, and the finished block blitted over it. Both are called with the
 // frame-buffer lock held.
-#include "BrindlexViewRTRenderEngine.h"
-#include "Gdi.h"
-#include "GdiPlus.h"
+#include "engine/BrindlexViewRTRenderEngine.h"
+#include "platform/Gdi.h"
+#include "platform/GdiPlus.h"
 
 void RT_RENDER_ENGINE::DisplayBeginProgress(unsigned long color, unsigned int, unsigned int,
                                             unsigned int frameX, unsigned int frameY, unsigned int width,

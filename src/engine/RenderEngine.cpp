@@ -2,14 +2,14 @@
 #include <algorithm>
 #include <new>
 
-#include "BrindlexViewModel.h"
-#include "BrindlexViewRTRenderEngine.h"
-#include "KDTree.h"
-#include "LightTable.h"
-#include "SWMeshTable.h"
-#include "SWTexture.h"
-#include "brindlexutil.h"
-#include "SWShadowMap.h"
+#include "host/BrindlexViewModel.h"
+#include "engine/BrindlexViewRTRenderEngine.h"
+#include "accel/KDTree.h"
+#include "scene/LightTable.h"
+#include "scene/SWMeshTable.h"
+#include "textures/SWTexture.h"
+#include "host/brindlexutil.h"
+#include "shadows/SWShadowMap.h"
 
 namespace {
 constexpr char DefaultMaterialTag = 58;

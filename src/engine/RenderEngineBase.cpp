@@ -1,9 +1,9 @@
-#include "RenderEngineBase.h"
+#include "engine/RenderEngineBase.h"
 
 #include <algorithm>
 
-#include "BrindlexViewModel.h"
-#include "brindlexutil.h"
+#include "host/BrindlexViewModel.h"
+#include "host/brindlexutil.h"
 
 RT_RENDER_ENGINE_BASE::RT_RENDER_ENGINE_BASE() = default;
 

@@ -7,9 +7,9 @@
 #include <set>
 #include <string>
 
-#include "CriticalSection.h"
-#include "EngineFlags.h"
-#include "RenderEngineInterfaces.h"
+#include "platform/CriticalSection.h"
+#include "engine/EngineFlags.h"
+#include "engine/RenderEngineInterfaces.h"
 
 class RT_RENDER_ENGINE_BASE : public RENDER_ENGINE_INTERFACE,
                               public RENDERER_SCENE_GRAPH_INTERFACE,

@@ -6,8 +6,8 @@
 #include <cstdint>
 #include <string>
 
-#include "SceneRecords.h"
-#include "WindowsTypes.h"
+#include "host/SceneRecords.h"
+#include "platform/WindowsTypes.h"
 
 namespace ATL {
 class CImage;

@@ -1,7 +1,7 @@
 // The settings of a render to file, stored for the file path of RenderFrame.
 #include <cstring>
 
-#include "RenderEngineBase.h"
+#include "engine/RenderEngineBase.h"
 
 void RT_RENDER_ENGINE_BASE::SetRenderToFile(bool on) {
   engineFlags.Assign(RenderToFile, on);

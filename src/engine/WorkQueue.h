@@ -7,9 +7,9 @@
 #include <cstdint>
 #include <memory>
 
-#include "RenderThreadData.h"
-#include "SceneRecords.h"
-#include "Thread.h"
+#include "pipeline/RenderThreadData.h"
+#include "host/SceneRecords.h"
+#include "platform/Thread.h"
 
 class RT_RENDER_ENGINE;
 

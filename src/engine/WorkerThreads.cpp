@@ -4,12 +4,12 @@
 // by exactly one post of `doneSemaphore` when the woken worker falls idle
 // again, whichever worker ran which entry: that is what lets a producer wait
 // for a batch by counting.
-#include "BrindlexViewModel.h"
-#include "BrindlexViewRTRenderEngine.h"
-#include "DistributedJob.h"
-#include "KDTree.h"
-#include "ShootPhotonsThreadData.h"
-#include "brindlexutil.h"
+#include "host/BrindlexViewModel.h"
+#include "engine/BrindlexViewRTRenderEngine.h"
+#include "pipeline/DistributedJob.h"
+#include "accel/KDTree.h"
+#include "photons/ShootPhotonsThreadData.h"
+#include "host/brindlexutil.h"
 
 namespace {
 constexpr long SemaphoreMaximum = 0x7FFFFFFF;

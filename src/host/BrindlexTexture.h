@@ -4,9 +4,9 @@
 
 #include <cstdint>
 
-#include "CImage.h"
-#include "DeviceContext.h"
-#include "WindowsTypes.h"
+#include "platform/CImage.h"
+#include "platform/DeviceContext.h"
+#include "platform/WindowsTypes.h"
 
 // The picture file formats read and written here. The values double as
 // texture file types and as encoder indices.

@@ -35,7 +35,7 @@
 // tolerated: a function then writes nothing and returns 0 or false.
 #pragma once
 
-#include "SceneRecords.h"
+#include "host/SceneRecords.h"
 
 // --- Vectors ---------------------------------------------------------------
 

@@ -2,11 +2,11 @@
 // options, views, lights and projects. The one header a host includes.
 #pragma once
 
-#include "DistributedServer.h"
-#include "MaterialTree.h"
-#include "ProjectModel.h"
-#include "RenderOptions.h"
-#include "SceneGraph.h"
-#include "SceneLights.h"
-#include "SceneTraversal.h"
-#include "TextureLink.h"
+#include "host/DistributedServer.h"
+#include "host/MaterialTree.h"
+#include "host/ProjectModel.h"
+#include "host/RenderOptions.h"
+#include "host/SceneGraph.h"
+#include "host/SceneLights.h"
+#include "host/SceneTraversal.h"
+#include "host/TextureLink.h"

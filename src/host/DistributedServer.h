@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "SceneRecords.h"
+#include "host/SceneRecords.h"
 
 // The renderer calls these by their place in the table, and the table has
 // no destructor. The destructor is therefore protected and not virtual: the

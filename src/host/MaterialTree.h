@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-#include "TextureLink.h"
+#include "host/TextureLink.h"
 
 // Type tags of the tree's node classes, for GetTagType and IsValidCast.
 enum STRING_TREE_TAG_TYPE : int {

@@ -10,10 +10,10 @@
 #include <string>
 #include <vector>
 
-#include "MaterialTree.h"
-#include "RenderOptions.h"
-#include "SceneGraph.h"
-#include "SceneLights.h"
+#include "host/MaterialTree.h"
+#include "host/RenderOptions.h"
+#include "host/SceneGraph.h"
+#include "host/SceneLights.h"
 
 // Only named by the renderer's interfaces; never used by this library.
 class ENVIRONMENT_3D;

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "SceneRecords.h"
+#include "host/SceneRecords.h"
 
 // Transform, material and switches of a node, inherited by its subtree.
 class SCENE_GRAPH_GROUP_DATA_INTERFACE {

@@ -5,7 +5,7 @@
 #include <memory>
 #include <vector>
 
-#include "SceneRecords.h"
+#include "host/SceneRecords.h"
 
 class SCENE_LIGHTS {
  public:

@@ -1,7 +1,7 @@
 // Walking a scene graph with a visitor.
 #pragma once
 
-#include "SceneGraph.h"
+#include "host/SceneGraph.h"
 
 // Base of every scene-graph visitor. TraverseSceneGraph brackets each node:
 // TraversalEnterNode comes first; only if it answers true do the node's mesh

@@ -4,9 +4,9 @@
 // that point passes through the rectangle.
 #include <cmath>
 
-#include "BrindlexViewRTRenderEngine.h"
-#include "LightTerms.h"
-#include "VectorOps.h"
+#include "engine/BrindlexViewRTRenderEngine.h"
+#include "lighting/LightTerms.h"
+#include "lighting/VectorOps.h"
 
 using namespace vector64;
 

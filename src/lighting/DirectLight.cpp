@@ -1,9 +1,9 @@
 // A direct light: parallel rays from target towards position, like the
 // sun, with no falloff. `position` only sets the distance the shadow test is
 // told.
-#include "BrindlexViewRTRenderEngine.h"
-#include "LightTerms.h"
-#include "VectorOps.h"
+#include "engine/BrindlexViewRTRenderEngine.h"
+#include "lighting/LightTerms.h"
+#include "lighting/VectorOps.h"
 
 using namespace vector64;
 

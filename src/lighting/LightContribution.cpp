@@ -1,8 +1,8 @@
 // One light at one surface point: dispatch on the light's type.
 #include <iterator>
 
-#include "BrindlexViewRTRenderEngine.h"
-#include "LightTable.h"
+#include "engine/BrindlexViewRTRenderEngine.h"
+#include "scene/LightTable.h"
 
 void RT_RENDER_ENGINE::AddLightContributionToPixel(
     const RTRendererLight* light, const MODE_RENDER_OPTIONS* options, RT_RANDOM_NUMBER_GENERATOR* generator,

@@ -1,9 +1,9 @@
-#include "LightTerms.h"
+#include "lighting/LightTerms.h"
 
 #include <cmath>
 
-#include "RenderOptions.h"
-#include "VectorOps.h"
+#include "host/RenderOptions.h"
+#include "lighting/VectorOps.h"
 
 using namespace vector64;
 

@@ -5,8 +5,8 @@
 
 #include <cstdint>
 
-#include "LightTable.h"
-#include "SceneRecords.h"
+#include "scene/LightTable.h"
+#include "host/SceneRecords.h"
 
 class MODE_RENDER_OPTIONS;
 

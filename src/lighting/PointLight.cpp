@@ -1,7 +1,7 @@
 // A point light: shines equally in all directions from its position.
-#include "BrindlexViewRTRenderEngine.h"
-#include "LightTerms.h"
-#include "VectorOps.h"
+#include "engine/BrindlexViewRTRenderEngine.h"
+#include "lighting/LightTerms.h"
+#include "lighting/VectorOps.h"
 
 using namespace vector64;
 

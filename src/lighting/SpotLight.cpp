@@ -2,9 +2,9 @@
 // fading over the outer part of its half-angle.
 #include <cmath>
 
-#include "BrindlexViewRTRenderEngine.h"
-#include "LightTerms.h"
-#include "VectorOps.h"
+#include "engine/BrindlexViewRTRenderEngine.h"
+#include "lighting/LightTerms.h"
+#include "lighting/VectorOps.h"
 
 using namespace vector64;
 

@@ -4,9 +4,9 @@
 
 #include <cmath>
 
-#include "BrindlexViewMath.h"
-#include "RayIntersection.h"
-#include "SceneRecords.h"
+#include "host/BrindlexViewMath.h"
+#include "accel/RayIntersection.h"
+#include "host/SceneRecords.h"
 
 // In a namespace of their own: the short names would clash with helpers
 // that other files keep to themselves.

@@ -6,12 +6,12 @@
 #include <new>
 #include <stdexcept>
 
-#include "BrindlexViewModel.h"
-#include "BrindlexViewRTRenderEngine.h"
-#include "LightTable.h"
-#include "PhotonProgress.h"
-#include "RandomNumberGenerator.h"
-#include "ShootPhotonsThreadData.h"
+#include "host/BrindlexViewModel.h"
+#include "engine/BrindlexViewRTRenderEngine.h"
+#include "scene/LightTable.h"
+#include "photons/PhotonProgress.h"
+#include "pipeline/RandomNumberGenerator.h"
+#include "photons/ShootPhotonsThreadData.h"
 
 namespace {
 // Photons per list with the default lights, and per photon level with the

@@ -1,11 +1,11 @@
 // Photon origins and directions by light type.
-#include "PhotonEmission.h"
+#include "photons/PhotonEmission.h"
 
 #include <cmath>
 
-#include "BrindlexViewMath.h"
-#include "RandomNumberGenerator.h"
-#include "VectorOps.h"
+#include "host/BrindlexViewMath.h"
+#include "pipeline/RandomNumberGenerator.h"
+#include "lighting/VectorOps.h"
 
 using namespace vector64;
 

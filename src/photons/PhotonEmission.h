@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "SceneRecords.h"
+#include "host/SceneRecords.h"
 
 class RT_RANDOM_NUMBER_GENERATOR;
 

@@ -1,7 +1,7 @@
 // When the project's lights shoot photon maps.
 #pragma once
 
-#include "RenderOptions.h"
+#include "host/RenderOptions.h"
 
 // Photon mapping is on under custom lighting, and either its indirect light
 // or a share of its direct light is asked for.

@@ -8,8 +8,8 @@
 #include <algorithm>
 #include <cstdint>
 
-#include "Gdi.h"
-#include "Window.h"
+#include "platform/Gdi.h"
+#include "platform/Window.h"
 
 inline uint64_t StoredPhotons(uint64_t direct, uint64_t indirect, uint32_t directLimit,
                               uint32_t indirectLimit) {

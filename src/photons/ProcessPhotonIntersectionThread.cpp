@@ -2,16 +2,16 @@
 // or ends it. The photon is followed from surface to surface in a loop, so
 // that a long chain of see-through surfaces costs no stack; every step
 // starts 0.001 beyond the last surface, so the chain ends with the scene.
-#include "BrindlexViewModel.h"
-#include "BrindlexViewRTRenderEngine.h"
-#include "SWMeshTable.h"
-#include "HitGeometry.h"
-#include "PhotonEmission.h"
-#include "RandomNumberGenerator.h"
-#include "ShadingLevels.h"
-#include "ShootPhotonsThreadData.h"
-#include "SurfaceMaterial.h"
-#include "VectorOps.h"
+#include "host/BrindlexViewModel.h"
+#include "engine/BrindlexViewRTRenderEngine.h"
+#include "scene/SWMeshTable.h"
+#include "shading/HitGeometry.h"
+#include "photons/PhotonEmission.h"
+#include "pipeline/RandomNumberGenerator.h"
+#include "shading/ShadingLevels.h"
+#include "photons/ShootPhotonsThreadData.h"
+#include "shading/SurfaceMaterial.h"
+#include "lighting/VectorOps.h"
 
 using namespace vector64;
 

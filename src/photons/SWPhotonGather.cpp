@@ -2,8 +2,8 @@
 #include <bit>
 #include <cmath>
 
-#include "BrindlexViewMath.h"
-#include "SWPhotonMap.h"
+#include "host/BrindlexViewMath.h"
+#include "photons/SWPhotonMap.h"
 
 namespace {
 

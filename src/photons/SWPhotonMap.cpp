@@ -1,4 +1,4 @@
-#include "SWPhotonMap.h"
+#include "photons/SWPhotonMap.h"
 
 #include <algorithm>
 #include <bit>

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "SceneRecords.h"
+#include "host/SceneRecords.h"
 
 #pragma pack(push, 1)
 // An all-zero record is an unused row.

@@ -1,13 +1,13 @@
 // One worker's share of photon shooting: pick a light, make a photon, trace
 // it, and hand the surface it meets to ProcessPhotonIntersectionThread,
 // until both lists are full.
-#include "BrindlexViewModel.h"
-#include "BrindlexViewRTRenderEngine.h"
-#include "LightTable.h"
-#include "PhotonEmission.h"
-#include "PhotonProgress.h"
-#include "RandomNumberGenerator.h"
-#include "ShootPhotonsThreadData.h"
+#include "host/BrindlexViewModel.h"
+#include "engine/BrindlexViewRTRenderEngine.h"
+#include "scene/LightTable.h"
+#include "photons/PhotonEmission.h"
+#include "photons/PhotonProgress.h"
+#include "pipeline/RandomNumberGenerator.h"
+#include "photons/ShootPhotonsThreadData.h"
 
 namespace {
 // Rounds after which a job gives up on a scene that gives back too few

@@ -1,4 +1,4 @@
-#include "BlockOrder.h"
+#include "pipeline/BlockOrder.h"
 
 #include <cstddef>
 #include <utility>

@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <cmath>
 
-#include "BrindlexViewMath.h"
-#include "BrindlexViewRTRenderEngine.h"
-#include "RandomNumberGenerator.h"
+#include "host/BrindlexViewMath.h"
+#include "engine/BrindlexViewRTRenderEngine.h"
+#include "pipeline/RandomNumberGenerator.h"
 
 namespace {
 constexpr int ParallelProjection = 1;

@@ -3,11 +3,11 @@
 #include <memory>
 #include <new>
 
-#include "DistributedJob.h"
+#include "pipeline/DistributedJob.h"
 
-#include "BrindlexViewRTRenderEngine.h"
-#include "DistributedServer.h"
-#include "RenderOptions.h"
+#include "engine/BrindlexViewRTRenderEngine.h"
+#include "host/DistributedServer.h"
+#include "host/RenderOptions.h"
 
 namespace {
 // One side of a tile: `size`, cut at the tile rectangle's far edge and at

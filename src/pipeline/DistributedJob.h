@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <functional>
 
-#include "RenderThreadData.h"
+#include "pipeline/RenderThreadData.h"
 
 class RT_RENDER_ENGINE;
 class RENDER_DISTRIBUTED_SERVER_INTERFACE;

@@ -1,12 +1,12 @@
 // A traced block's last step: into the running mean and the bitmap, then
 // onto the window.
-#include "FinishBlock.h"
+#include "pipeline/FinishBlock.h"
 
-#include "Gdi.h"
-#include "GdiPlus.h"
-#include "RenderEngineInterfaces.h"
-#include "RenderOptions.h"
-#include "ToneMapping.h"
+#include "platform/Gdi.h"
+#include "platform/GdiPlus.h"
+#include "engine/RenderEngineInterfaces.h"
+#include "host/RenderOptions.h"
+#include "pipeline/ToneMapping.h"
 
 bool FinishBlock(const SWRT_RENDER_THREAD_DATA& data, const SCENE_VERTEX_XYZW* samples,
                  Gdiplus::Bitmap* frameBitmap, SCENE_VERTEX_XYZW* frameHDRBuffer, uint32_t frameWidth,

@@ -3,9 +3,9 @@
 
 #include <cstdint>
 
-#include "RenderThreadData.h"
-#include "SceneRecords.h"
-#include "WindowsTypes.h"
+#include "pipeline/RenderThreadData.h"
+#include "host/SceneRecords.h"
+#include "platform/WindowsTypes.h"
 
 namespace Gdiplus {
 class Bitmap;

@@ -2,7 +2,7 @@
 // LockSWFrameBuffer and UnLockSWFrameBuffer, which a host may extend.
 #pragma once
 
-#include "RenderEngineBase.h"
+#include "engine/RenderEngineBase.h"
 
 class FrameBufferGuard {
  public:

@@ -1,12 +1,12 @@
 // From the view's camera to the blocks of a frame: the camera as the
 // workers need it, and the blocks of a picture, middle first.
-#include "FrameSetUp.h"
+#include "pipeline/FrameSetUp.h"
 
 #include <cmath>
 
-#include "BlockOrder.h"
-#include "BrindlexViewMath.h"
-#include "BrindlexViewModel.h"
+#include "pipeline/BlockOrder.h"
+#include "host/BrindlexViewMath.h"
+#include "host/BrindlexViewModel.h"
 
 namespace {
 constexpr uint32_t BlockSize = 32;

@@ -5,9 +5,9 @@
 #include <cstdint>
 #include <vector>
 
-#include "RenderThreadData.h"
-#include "SceneRecords.h"
-#include "WindowsTypes.h"
+#include "pipeline/RenderThreadData.h"
+#include "host/SceneRecords.h"
+#include "platform/WindowsTypes.h"
 
 class ENVIRONMENT_3D_VIEW;
 class MODE_RENDER_OPTIONS;

@@ -1,10 +1,10 @@
-#include "HDRPictureFile.h"
+#include "pipeline/HDRPictureFile.h"
 
 #include <memory>
 #include <new>
 
-#include "BrindlexTexture.h"
-#include "Gdi.h"
+#include "host/BrindlexTexture.h"
+#include "platform/Gdi.h"
 
 bool SaveHDRPicture(const char* name, const SCENE_VERTEX_XYZW* mean, uint32_t width, uint32_t height,
                     bool keepAlpha) {

@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "SceneRecords.h"
+#include "host/SceneRecords.h"
 
 // Writes `width` x `height` values of `mean` (top row first) as an OpenEXR
 // picture to a temporary file beside `name`, which then takes the name. The

@@ -6,8 +6,8 @@
 #include <atomic>
 #include <cstdlib>
 
-#include "CompareRayHits.h"
-#include "PixelRays.h"
+#include "accel/CompareRayHits.h"
+#include "pipeline/PixelRays.h"
 
 struct PixelRayGroup {
   bool hit = false;  // false: the group is the rays that hit nothing

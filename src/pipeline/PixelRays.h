@@ -5,8 +5,8 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "RayIntersection.h"
-#include "SceneRecords.h"
+#include "accel/RayIntersection.h"
+#include "host/SceneRecords.h"
 
 enum PIXEL_RAY_FLAGS : uint16_t {
   PixelRayDifferentialsValid = 0x1,  // xOrigin ... yDirection may be used

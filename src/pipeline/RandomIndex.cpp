@@ -1,5 +1,5 @@
 // Picking a row of a table at random, as photon shooting picks its light.
-#include "RandomNumberGenerator.h"
+#include "pipeline/RandomNumberGenerator.h"
 
 uint32_t RT_RANDOM_NUMBER_GENERATOR::RandomIndex(uint32_t n) {
   if (useSystemRandom) {

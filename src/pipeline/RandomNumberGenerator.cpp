@@ -1,4 +1,4 @@
-#include "RandomNumberGenerator.h"
+#include "pipeline/RandomNumberGenerator.h"
 
 #include <pthread.h>
 #include <sys/random.h>
@@ -7,7 +7,7 @@
 #include <cerrno>
 #include <cstddef>
 
-#include "BrindlexViewMath.h"
+#include "host/BrindlexViewMath.h"
 
 namespace {
 // One system call per draw made the kernel the renderer's main cost: a

@@ -6,7 +6,7 @@
 #include <optional>
 #include <random>
 
-#include "SceneRecords.h"
+#include "host/SceneRecords.h"
 
 // The operating system's secure random source: one unsigned 32-bit value in
 // `value`. 0 on success; otherwise an errno value, and `value` is 0. Safe

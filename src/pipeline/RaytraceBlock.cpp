@@ -5,10 +5,10 @@
 #include <memory>
 #include <new>
 
-#include "BrindlexViewRTRenderEngine.h"
-#include "FinishBlock.h"
-#include "FrameBufferGuard.h"
-#include "RenderOptions.h"
+#include "engine/BrindlexViewRTRenderEngine.h"
+#include "pipeline/FinishBlock.h"
+#include "pipeline/FrameBufferGuard.h"
+#include "host/RenderOptions.h"
 
 namespace {
 bool TraceOnePixel(RT_RENDER_ENGINE* engine, SWRT_RENDER_THREAD_DATA* data, unsigned int index,

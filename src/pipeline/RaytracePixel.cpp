@@ -1,10 +1,10 @@
 // One pixel: its rays are built and intersected, then shaded in groups
 // that hit the same triangle, or each along its own path, and averaged into
 // the pixel's colour.
-#include "BrindlexViewModel.h"
-#include "BrindlexViewRTRenderEngine.h"
-#include "PixelRayGroups.h"
-#include "RandomNumberGenerator.h"
+#include "host/BrindlexViewModel.h"
+#include "engine/BrindlexViewRTRenderEngine.h"
+#include "pipeline/PixelRayGroups.h"
+#include "pipeline/RandomNumberGenerator.h"
 
 namespace {
 // An unweighted box average; alpha is averaged with the colour, so a pixel

@@ -4,12 +4,12 @@
 #include <memory>
 #include <new>
 
-#include "BrindlexViewModel.h"
-#include "BrindlexViewRTRenderEngine.h"
-#include "FrameBufferGuard.h"
-#include "GdiPlus.h"
-#include "Thread.h"
-#include "brindlexutil.h"
+#include "host/BrindlexViewModel.h"
+#include "engine/BrindlexViewRTRenderEngine.h"
+#include "pipeline/FrameBufferGuard.h"
+#include "platform/GdiPlus.h"
+#include "platform/Thread.h"
+#include "host/brindlexutil.h"
 
 namespace {
 // Draws `source` scaled over the whole of `target`.

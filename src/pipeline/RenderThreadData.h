@@ -4,8 +4,8 @@
 
 #include <cstdint>
 
-#include "SceneRecords.h"
-#include "WindowsTypes.h"
+#include "host/SceneRecords.h"
+#include "platform/WindowsTypes.h"
 
 class ENVIRONMENT_3D_VIEW;
 class MODE_RENDER_OPTIONS;

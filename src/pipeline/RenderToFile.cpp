@@ -9,17 +9,17 @@
 #include <new>
 #include <string>
 
-#include "BrindlexTexture.h"
-#include "BrindlexViewModel.h"
-#include "BrindlexViewRTRenderEngine.h"
-#include "FrameBufferGuard.h"
-#include "Gdi.h"
-#include "GdiPlus.h"
-#include "HDRPictureFile.h"
-#include "PictureSave.h"
-#include "RenderOptions.h"
-#include "Window.h"
-#include "brindlexutil.h"
+#include "host/BrindlexTexture.h"
+#include "host/BrindlexViewModel.h"
+#include "engine/BrindlexViewRTRenderEngine.h"
+#include "pipeline/FrameBufferGuard.h"
+#include "platform/Gdi.h"
+#include "platform/GdiPlus.h"
+#include "pipeline/HDRPictureFile.h"
+#include "pipeline/PictureSave.h"
+#include "host/RenderOptions.h"
+#include "platform/Window.h"
+#include "host/brindlexutil.h"
 
 struct RT_RENDER_ENGINE::FileRenderTarget {
   ENVIRONMENT_3D_VIEW* view;

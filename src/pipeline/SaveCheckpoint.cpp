@@ -3,9 +3,9 @@
 #include <cstring>
 #include <string>
 
-#include "Gdi.h"
-#include "PictureSave.h"
-#include "brindlexutil.h"
+#include "platform/Gdi.h"
+#include "pipeline/PictureSave.h"
+#include "host/brindlexutil.h"
 
 void SaveCheckpoint(const char* name, uint64_t pass) {
   if (!FileExists(name)) return;

@@ -2,12 +2,12 @@
 #include <memory>
 #include <new>
 
-#include "BrindlexTexture.h"
-#include "BrindlexViewRTRenderEngine.h"
-#include "GdiPlus.h"
-#include "PictureSave.h"
-#include "TextConversion.h"
-#include "brindlexutil.h"
+#include "host/BrindlexTexture.h"
+#include "engine/BrindlexViewRTRenderEngine.h"
+#include "platform/GdiPlus.h"
+#include "pipeline/PictureSave.h"
+#include "platform/TextConversion.h"
+#include "host/brindlexutil.h"
 
 namespace {
 // The encoder for the name's extension; anything not BMP, PNG or TIFF is

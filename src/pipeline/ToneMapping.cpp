@@ -1,9 +1,9 @@
-#include "ToneMapping.h"
+#include "pipeline/ToneMapping.h"
 
 #include <cmath>
 
-#include "BrindlexViewMath.h"
-#include "RenderOptions.h"
+#include "host/BrindlexViewMath.h"
+#include "host/RenderOptions.h"
 
 namespace {
 constexpr double NearZero = 1e-7;

@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "SceneRecords.h"
+#include "host/SceneRecords.h"
 
 class MODE_RENDER_OPTIONS;
 

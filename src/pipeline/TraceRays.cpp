@@ -3,9 +3,9 @@
 #include <new>
 #include <vector>
 
-#include "BrindlexViewRTRenderEngine.h"
-#include "DistributedServer.h"
-#include "FrameSetUp.h"
+#include "engine/BrindlexViewRTRenderEngine.h"
+#include "host/DistributedServer.h"
+#include "pipeline/FrameSetUp.h"
 
 void RT_RENDER_ENGINE::TraceRays(ENVIRONMENT_3D_VIEW* view, SCENE_GRAPH* scene, const RECT& viewRect,
                                  const RECT& tileRect, const MODE_RENDER_OPTIONS* options, uint64_t pass,

@@ -1,4 +1,4 @@
-#include "CImage.h"
+#include "platform/CImage.h"
 
 #include <new>
 #include <utility>

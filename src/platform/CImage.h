@@ -6,8 +6,8 @@
 #include <cstdint>
 #include <memory>
 
-#include "DeviceContext.h"
-#include "WindowsTypes.h"
+#include "platform/DeviceContext.h"
+#include "platform/WindowsTypes.h"
 
 namespace ATL {
 

@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "WindowsTypes.h"
+#include "platform/WindowsTypes.h"
 
 namespace platform {
 

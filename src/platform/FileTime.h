@@ -2,7 +2,7 @@
 // cache needs of the file system.
 #pragma once
 
-#include "WindowsTypes.h"
+#include "platform/WindowsTypes.h"
 
 // Writes the temporary folder, ending in the path separator, into `buffer`.
 // On this platform that is $TMPDIR when it is set and not empty, else /tmp.

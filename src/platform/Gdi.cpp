@@ -1,4 +1,4 @@
-#include "Gdi.h"
+#include "platform/Gdi.h"
 
 #include <algorithm>
 #include <array>

@@ -7,9 +7,9 @@
 #include <cstdint>
 #include <functional>
 
-#include "DeviceContext.h"
-#include "Window.h"
-#include "WindowsTypes.h"
+#include "platform/DeviceContext.h"
+#include "platform/Window.h"
+#include "platform/WindowsTypes.h"
 
 namespace platform {
 

@@ -1,4 +1,4 @@
-#include "GdiPlus.h"
+#include "platform/GdiPlus.h"
 
 #include <array>
 #include <climits>
@@ -7,8 +7,8 @@
 #include <mutex>
 #include <optional>
 
-#include "Gdi.h"
-#include "TextConversion.h"
+#include "platform/Gdi.h"
+#include "platform/TextConversion.h"
 
 namespace Gdiplus {
 namespace {

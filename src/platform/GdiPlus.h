@@ -7,8 +7,8 @@
 #include <cstdlib>
 #include <memory>
 
-#include "DeviceContext.h"
-#include "WindowsTypes.h"
+#include "platform/DeviceContext.h"
+#include "platform/WindowsTypes.h"
 
 namespace Gdiplus {
 

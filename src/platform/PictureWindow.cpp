@@ -1,11 +1,11 @@
-#include "PictureWindow.h"
+#include "platform/PictureWindow.h"
 
 #include <algorithm>
 #include <new>
 #include <stdexcept>
 #include <utility>
 
-#include "Gdi.h"
+#include "platform/Gdi.h"
 
 namespace platform {
 

@@ -9,7 +9,7 @@
 #include <mutex>
 #include <vector>
 
-#include "Window.h"
+#include "platform/Window.h"
 
 namespace platform {
 

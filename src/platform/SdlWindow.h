@@ -8,8 +8,8 @@
 #include <memory>
 #include <string>
 
-#include "CImage.h"
-#include "PictureWindow.h"
+#include "platform/CImage.h"
+#include "platform/PictureWindow.h"
 
 struct SDL_Window;
 

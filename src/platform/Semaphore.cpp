@@ -1,4 +1,4 @@
-#include "Semaphore.h"
+#include "platform/Semaphore.h"
 
 namespace platform {
 

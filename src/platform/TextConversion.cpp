@@ -1,4 +1,4 @@
-#include "TextConversion.h"
+#include "platform/TextConversion.h"
 
 #include <algorithm>
 #include <climits>

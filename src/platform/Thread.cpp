@@ -1,4 +1,4 @@
-#include "Thread.h"
+#include "platform/Thread.h"
 
 #include <cerrno>
 #include <new>
@@ -7,7 +7,7 @@
 #include <time.h>
 #include <unistd.h>
 
-#include "Semaphore.h"
+#include "platform/Semaphore.h"
 
 namespace platform {
 

@@ -1,10 +1,10 @@
-#include "Window.h"
+#include "platform/Window.h"
 
 #include <algorithm>
 #include <new>
 #include <utility>
 
-#include "Gdi.h"
+#include "platform/Gdi.h"
 
 namespace platform {
 

@@ -10,8 +10,8 @@
 #include <variant>
 #include <vector>
 
-#include "DeviceContext.h"
-#include "WindowsTypes.h"
+#include "platform/DeviceContext.h"
+#include "platform/WindowsTypes.h"
 
 // Progress-bar control messages that the engine posts during a render.
 constexpr unsigned PBM_SETRANGE = 0x401;

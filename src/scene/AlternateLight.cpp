@@ -1,7 +1,7 @@
 // The alternate light, through which the host can replace one light for a
 // while without touching its own record of it.
-#include "BrindlexViewRTRenderEngine.h"
-#include "LightTable.h"
+#include "engine/BrindlexViewRTRenderEngine.h"
+#include "scene/LightTable.h"
 
 void RT_RENDER_ENGINE::SetAlternateLightInstance(SCENE_LIGHT_INSTANCE* instance) {
   // Whatever comes next, the light that was overridden must get the host's

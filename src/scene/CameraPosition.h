@@ -1,7 +1,7 @@
 // Where the host's camera stands in the engine's world.
 #pragma once
 
-#include "SceneRecords.h"
+#include "host/SceneRecords.h"
 
 // The camera record keeps y with the opposite sign to the engine's world;
 // every use of the eye as a world position goes through here.

@@ -3,11 +3,11 @@
 // camera when it is on.
 #include <cstring>
 
-#include "BrindlexViewModel.h"
-#include "BrindlexViewRTRenderEngine.h"
-#include "LightTable.h"
-#include "CameraPosition.h"
-#include "DefaultLights.h"
+#include "host/BrindlexViewModel.h"
+#include "engine/BrindlexViewRTRenderEngine.h"
+#include "scene/LightTable.h"
+#include "scene/CameraPosition.h"
+#include "scene/DefaultLights.h"
 
 namespace {
 constexpr uint32_t White = 0x00FFFFFF;

@@ -3,8 +3,8 @@
 // camera when it is on.
 #pragma once
 
-#include "LightTable.h"
-#include "SceneRecords.h"
+#include "scene/LightTable.h"
+#include "host/SceneRecords.h"
 
 class MODE_RENDER_OPTIONS;
 class RT_RENDER_ENGINE;

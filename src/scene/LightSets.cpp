@@ -1,8 +1,8 @@
 // Bringing the light table up to date from the sets of light numbers that
 // the host's notifications filled since the last update.
-#include "LightSets.h"
+#include "scene/LightSets.h"
 
-#include "BrindlexViewModel.h"
+#include "host/BrindlexViewModel.h"
 
 void NoteLostLights(const RTLightTable* table, SCENE_LIGHTS* lights, std::set<int32_t>& removedLights) {
   if (!table || !lights) return;

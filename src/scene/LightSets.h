@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <set>
 
-#include "LightTable.h"
+#include "scene/LightTable.h"
 
 class SCENE_LIGHTS;
 

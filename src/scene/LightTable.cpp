@@ -1,9 +1,9 @@
-#include "LightTable.h"
+#include "scene/LightTable.h"
 
 #include <cstring>
 #include <new>
 
-#include "BrindlexViewMath.h"
+#include "host/BrindlexViewMath.h"
 
 bool CopyLightInstance(const SCENE_LIGHT_INSTANCE* instance, RTRendererLight& light) {
   if (!instance) return false;

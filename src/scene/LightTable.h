@@ -7,7 +7,7 @@
 #include <map>
 #include <vector>
 
-#include "SceneRecords.h"
+#include "host/SceneRecords.h"
 
 #pragma pack(push, 1)
 struct RTRendererLight {

@@ -3,8 +3,8 @@
 // they are replaced only by a full rebuild.
 #include <new>
 
-#include "BrindlexViewModel.h"
-#include "MaterialTables.h"
+#include "host/BrindlexViewModel.h"
+#include "scene/MaterialTables.h"
 
 namespace {
 // The separator of material paths, as the host's material trees use it.

@@ -1,8 +1,8 @@
 // From a ray hit back to the triangle's vertices and material. Every check
 // guards a reader on a worker thread against an index that a damaged or
 // partly built table would let run out of range.
-#include "BrindlexViewMath.h"
-#include "SWMeshTable.h"
+#include "host/BrindlexViewMath.h"
+#include "scene/SWMeshTable.h"
 
 SWHitSurfaceStatus ResolveHitSurface(const SWMeshTable* meshTables,
                                      const std::vector<SWMaterialEntry>& materials,

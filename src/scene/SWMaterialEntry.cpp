@@ -1,4 +1,4 @@
-#include "SWMaterialEntry.h"
+#include "scene/SWMaterialEntry.h"
 
 uint32_t FindOrAddSWMaterial(std::vector<SWMaterialEntry>& materials, SWMaterialIndexMap& indexByNode,
                              const MATERIAL_3D_NODE* material) {

@@ -1,8 +1,8 @@
-#include "SWMeshTable.h"
+#include "scene/SWMeshTable.h"
 
 #include <limits>
 
-#include "BrindlexViewMath.h"
+#include "host/BrindlexViewMath.h"
 
 void SWMeshTable::Clear() {
   meshes.clear();

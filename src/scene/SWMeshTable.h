@@ -5,9 +5,9 @@
 #include <cstdint>
 #include <vector>
 
-#include "SceneRecords.h"
-#include "RayIntersection.h"
-#include "SWMaterialEntry.h"
+#include "host/SceneRecords.h"
+#include "accel/RayIntersection.h"
+#include "scene/SWMaterialEntry.h"
 
 struct SWMesh {
   std::vector<SCENE_VERTEX> vertices;  // world space, or local when the mesh is shared

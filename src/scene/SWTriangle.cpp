@@ -1,8 +1,8 @@
-#include "SWTriangle.h"
+#include "scene/SWTriangle.h"
 
 #include <cmath>
 
-#include "BrindlexViewMath.h"
+#include "host/BrindlexViewMath.h"
 
 namespace {
 

@@ -5,8 +5,8 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "SWMeshTable.h"
-#include "SceneRecords.h"
+#include "scene/SWMeshTable.h"
+#include "host/SceneRecords.h"
 
 #pragma pack(push, 1)
 // The plane is N . X = planeD * N[k] with N divided by its largest

@@ -1,9 +1,9 @@
-#include "SceneGraphTraversal.h"
+#include "scene/SceneGraphTraversal.h"
 
 #include <algorithm>
 #include <utility>
 
-#include "BrindlexViewMath.h"
+#include "host/BrindlexViewMath.h"
 
 namespace {
 // Host coordinates of the horizon have y of the opposite sign to the world.

@@ -8,9 +8,9 @@
 #include <map>
 #include <vector>
 
-#include "BrindlexViewModel.h"
-#include "SWMaterialEntry.h"
-#include "SWMeshTable.h"
+#include "host/BrindlexViewModel.h"
+#include "scene/SWMaterialEntry.h"
+#include "scene/SWMeshTable.h"
 
 using SceneNodeCountMap = std::map<const SCENE_GRAPH_NODE_INTERFACE*, uint32_t>;
 

@@ -2,18 +2,18 @@
 // notification or a new frame tag rebuilds everything in a fixed order:
 // lights, materials, geometry and both trees, textures, default lighting.
 // Otherwise only the lights and the camera-bound state follow the host.
-#include "BrindlexViewMath.h"
-#include "BrindlexViewModel.h"
-#include "BrindlexViewRTRenderEngine.h"
-#include "KDTree.h"
-#include "LightTable.h"
-#include "CameraPosition.h"
-#include "DefaultLights.h"
-#include "LightSets.h"
-#include "MaterialTables.h"
-#include "PhotonMapWanted.h"
-#include "SceneGraphTraversal.h"
-#include "brindlexutil.h"
+#include "host/BrindlexViewMath.h"
+#include "host/BrindlexViewModel.h"
+#include "engine/BrindlexViewRTRenderEngine.h"
+#include "accel/KDTree.h"
+#include "scene/LightTable.h"
+#include "scene/CameraPosition.h"
+#include "scene/DefaultLights.h"
+#include "scene/LightSets.h"
+#include "scene/MaterialTables.h"
+#include "photons/PhotonMapWanted.h"
+#include "scene/SceneGraphTraversal.h"
+#include "host/brindlexutil.h"
 
 void RT_RENDER_ENGINE::UpdateFrame(ENVIRONMENT_3D_PROJECT* project, ENVIRONMENT_3D_VIEW* view,
                                    SCENE_GRAPH* sceneGraph, SCENE_LIGHTS* lights,

@@ -6,11 +6,11 @@
 #include <map>
 #include <vector>
 
-#include "BrindlexViewMath.h"
-#include "BrindlexViewModel.h"
-#include "BrindlexViewRTRenderEngine.h"
-#include "LightTable.h"
-#include "SWShadowMap.h"
+#include "host/BrindlexViewMath.h"
+#include "host/BrindlexViewModel.h"
+#include "engine/BrindlexViewRTRenderEngine.h"
+#include "scene/LightTable.h"
+#include "shadows/SWShadowMap.h"
 
 namespace {
 constexpr size_t NearestLightCount = 8;

@@ -6,11 +6,11 @@
 #include <string>
 #include <vector>
 
-#include "BrindlexTexture.h"
-#include "BrindlexViewModel.h"
-#include "BrindlexViewRTRenderEngine.h"
-#include "SWTexture.h"
-#include "brindlexutil.h"
+#include "host/BrindlexTexture.h"
+#include "host/BrindlexViewModel.h"
+#include "engine/BrindlexViewRTRenderEngine.h"
+#include "textures/SWTexture.h"
+#include "host/brindlexutil.h"
 
 namespace {
 constexpr uint32_t NoRow = 0xFFFFFFFF;

@@ -1,11 +1,11 @@
 // Ambient occlusion: short rays over the hemisphere of the shading normal
 // tell how open the neighbourhood of a point is. Only the ambient term is
 // darkened by it.
-#include "BrindlexViewRTRenderEngine.h"
-#include "HitGeometry.h"
-#include "ShadowBlocker.h"
-#include "RandomNumberGenerator.h"
-#include "VectorOps.h"
+#include "engine/BrindlexViewRTRenderEngine.h"
+#include "shading/HitGeometry.h"
+#include "shadows/ShadowBlocker.h"
+#include "pipeline/RandomNumberGenerator.h"
+#include "lighting/VectorOps.h"
 
 using namespace vector64;
 

@@ -1,16 +1,16 @@
 // What a ray that hits nothing shows: a plain colour, a picture fixed to
 // the screen, or a panorama that turns with the camera; then fog and mist.
-#include "Background.h"
+#include "shading/Background.h"
 
 #include <cmath>
 
-#include "BrindlexViewMath.h"
-#include "BrindlexViewModel.h"
-#include "BrindlexViewRTRenderEngine.h"
-#include "FogAndMist.h"
-#include "HitGeometry.h"
-#include "SWTexture.h"
-#include "ShadingLevels.h"
+#include "host/BrindlexViewMath.h"
+#include "host/BrindlexViewModel.h"
+#include "engine/BrindlexViewRTRenderEngine.h"
+#include "shading/FogAndMist.h"
+#include "shading/HitGeometry.h"
+#include "textures/SWTexture.h"
+#include "shading/ShadingLevels.h"
 
 namespace {
 constexpr double Pi = 3.141592653589793;

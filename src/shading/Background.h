@@ -5,8 +5,8 @@
 #include <cstdint>
 #include <vector>
 
-#include "PixelRays.h"
-#include "SceneRecords.h"
+#include "pipeline/PixelRays.h"
+#include "host/SceneRecords.h"
 
 class ENVIRONMENT_3D_VIEW;
 class MODE_RENDER_OPTIONS;

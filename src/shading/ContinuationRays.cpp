@@ -3,12 +3,12 @@
 // and shaded as a group of one, one level deeper.
 #include <cmath>
 
-#include "BrindlexViewModel.h"
-#include "BrindlexViewRTRenderEngine.h"
-#include "ContinuationSample.h"
-#include "ShadingGroup.h"
-#include "ShadingLevels.h"
-#include "VectorOps.h"
+#include "host/BrindlexViewModel.h"
+#include "engine/BrindlexViewRTRenderEngine.h"
+#include "shading/ContinuationSample.h"
+#include "shading/ShadingGroup.h"
+#include "shading/ShadingLevels.h"
+#include "lighting/VectorOps.h"
 
 // Continuation rays are traced one after the other, so a level keeps one
 // sample and one hit record on its stack for them, not one per ray.

@@ -2,8 +2,8 @@
 // surface: the sample it belongs to and the mirror direction.
 #pragma once
 
-#include "PixelRays.h"
-#include "VectorOps.h"
+#include "pipeline/PixelRays.h"
+#include "lighting/VectorOps.h"
 
 // A mirror ray parallel to an axis gets the largest float, held in a
 // double, as the inverse of that component.

@@ -1,10 +1,10 @@
 // Fog and mist on finished colours.
-#include "FogAndMist.h"
+#include "shading/FogAndMist.h"
 
 #include <cmath>
 
-#include "BrindlexViewModel.h"
-#include "ShadingLevels.h"
+#include "host/BrindlexViewModel.h"
+#include "shading/ShadingLevels.h"
 
 namespace {
 // Each channel becomes (1 - share) * channel + share, in doubles.

@@ -3,7 +3,7 @@
 // or a pane of glass shows. Alpha is never touched.
 #pragma once
 
-#include "SceneRecords.h"
+#include "host/SceneRecords.h"
 
 class MODE_RENDER_OPTIONS;
 

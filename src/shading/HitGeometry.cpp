@@ -1,11 +1,11 @@
 // Geometry of a hit: point, plane normal, texture coordinates and the
 // texture footprint from ray differentials.
-#include "HitGeometry.h"
+#include "shading/HitGeometry.h"
 
 #include <cmath>
 
-#include "BrindlexViewMath.h"
-#include "VectorOps.h"
+#include "host/BrindlexViewMath.h"
+#include "lighting/VectorOps.h"
 
 namespace {
 double Axis(const SCENE_VERTEX_XYZ_64& v, int axis) {

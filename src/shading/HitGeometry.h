@@ -6,7 +6,7 @@
 // `weightC` vertex 2 and `hitWeight` = 1 - weightB - weightC vertex 0.
 #pragma once
 
-#include "SceneRecords.h"
+#include "host/SceneRecords.h"
 
 // origin + direction * t.
 SCENE_VERTEX_XYZ_64 GetPointOnRay(const SCENE_VERTEX_XYZ_64& origin, const SCENE_VERTEX_XYZ_64& direction,

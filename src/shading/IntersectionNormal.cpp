@@ -2,10 +2,10 @@
 // tilt in the tangent frame, and a turn toward the side the ray came from.
 #include <cmath>
 
-#include "BrindlexViewMath.h"
-#include "BrindlexViewRTRenderEngine.h"
-#include "SWTexture.h"
-#include "VectorOps.h"
+#include "host/BrindlexViewMath.h"
+#include "engine/BrindlexViewRTRenderEngine.h"
+#include "textures/SWTexture.h"
+#include "lighting/VectorOps.h"
 
 namespace {
 SCENE_VERTEX_XYZ_64 Interpolate(const SCENE_VERTEX_XYZ& a, const SCENE_VERTEX_XYZ& b,

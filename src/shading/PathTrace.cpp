@@ -4,17 +4,17 @@
 // diffuse bounce on. Passes average the choices into the blends.
 #include <cmath>
 
-#include "Background.h"
-#include "BrindlexViewModel.h"
-#include "BrindlexViewRTRenderEngine.h"
-#include "LightTable.h"
-#include "SWMeshTable.h"
-#include "ContinuationSample.h"
-#include "RandomNumberGenerator.h"
-#include "SampleCosineHemisphere.h"
-#include "ShadingGroup.h"
-#include "ShadingLevels.h"
-#include "SurfaceMaterial.h"
+#include "shading/Background.h"
+#include "host/BrindlexViewModel.h"
+#include "engine/BrindlexViewRTRenderEngine.h"
+#include "scene/LightTable.h"
+#include "scene/SWMeshTable.h"
+#include "shading/ContinuationSample.h"
+#include "pipeline/RandomNumberGenerator.h"
+#include "shading/SampleCosineHemisphere.h"
+#include "shading/ShadingGroup.h"
+#include "shading/ShadingLevels.h"
+#include "shading/SurfaceMaterial.h"
 
 namespace {
 using ShadingGroup = RT_RENDER_ENGINE::ShadingGroup;

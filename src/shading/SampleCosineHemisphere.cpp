@@ -1,9 +1,9 @@
-#include "SampleCosineHemisphere.h"
+#include "shading/SampleCosineHemisphere.h"
 
 #include <cmath>
 
-#include "RandomNumberGenerator.h"
-#include "VectorOps.h"
+#include "pipeline/RandomNumberGenerator.h"
+#include "lighting/VectorOps.h"
 
 using namespace vector64;
 

@@ -1,7 +1,7 @@
 // The direction of a diffuse bounce in path tracing.
 #pragma once
 
-#include "SceneRecords.h"
+#include "host/SceneRecords.h"
 
 class RT_RANDOM_NUMBER_GENERATOR;
 

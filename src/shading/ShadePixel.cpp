@@ -2,14 +2,14 @@
 // triangle is shaded once, for its first ray; only the transparency and
 // mirror rays that continue from the surface are traced per ray.
 #include <cstdio>
-#include "Background.h"
-#include "BrindlexViewModel.h"
-#include "BrindlexViewRTRenderEngine.h"
-#include "SWMeshTable.h"
-#include "FogAndMist.h"
-#include "ShadingCounters.h"
-#include "ShadingGroup.h"
-#include "SurfaceMaterial.h"
+#include "shading/Background.h"
+#include "host/BrindlexViewModel.h"
+#include "engine/BrindlexViewRTRenderEngine.h"
+#include "scene/SWMeshTable.h"
+#include "shading/FogAndMist.h"
+#include "shading/ShadingCounters.h"
+#include "shading/ShadingGroup.h"
+#include "shading/SurfaceMaterial.h"
 
 namespace {
 using ShadingGroup = RT_RENDER_ENGINE::ShadingGroup;

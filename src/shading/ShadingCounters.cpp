@@ -1,4 +1,4 @@
-#include "ShadingCounters.h"
+#include "shading/ShadingCounters.h"
 
 ShadingCounters& ThreadShadingCounters() {
   thread_local ShadingCounters counters;

@@ -1,9 +1,9 @@
 // The per-ray hit facts of a shading group, worked out on first use.
-#include "ShadingGroup.h"
+#include "shading/ShadingGroup.h"
 
-#include "BrindlexViewModel.h"
-#include "ShadingLevels.h"
-#include "SWMeshTable.h"
+#include "host/BrindlexViewModel.h"
+#include "shading/ShadingLevels.h"
+#include "scene/SWMeshTable.h"
 
 void RT_RENDER_ENGINE::ShadingGroup::TakeSurface(const SWHitSurface& surface,
                                                  const TEXTURE_LINK* surfaceLink) {

@@ -5,9 +5,9 @@
 
 #include <cstdint>
 
-#include "BrindlexViewRTRenderEngine.h"
-#include "HitGeometry.h"
-#include "PixelRays.h"
+#include "engine/BrindlexViewRTRenderEngine.h"
+#include "shading/HitGeometry.h"
+#include "pipeline/PixelRays.h"
 
 class TEXTURE_LINK;
 

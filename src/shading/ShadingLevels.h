@@ -3,7 +3,7 @@
 // held as 32-bit floats, so that their rounding is the same everywhere.
 #pragma once
 
-#include "SceneRecords.h"
+#include "host/SceneRecords.h"
 
 inline float PercentLevel(double percent) {
   return static_cast<float>(percent / 100.0);

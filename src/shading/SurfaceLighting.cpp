@@ -1,10 +1,10 @@
 // The light that reaches the first ray's point of a shading group: the
 // project's lights with the headlight, or the two default lights, and the
 // photon maps where the options ask for them.
-#include "BrindlexViewModel.h"
-#include "BrindlexViewRTRenderEngine.h"
-#include "LightTable.h"
-#include "ShadingGroup.h"
+#include "host/BrindlexViewModel.h"
+#include "engine/BrindlexViewRTRenderEngine.h"
+#include "scene/LightTable.h"
+#include "shading/ShadingGroup.h"
 
 namespace {
 // Photons gathered by the default lighting under cover, and how far.

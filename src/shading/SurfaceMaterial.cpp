@@ -1,9 +1,9 @@
 // Material classification and terms of a surface.
-#include "SurfaceMaterial.h"
+#include "shading/SurfaceMaterial.h"
 
-#include "BrindlexViewModel.h"
-#include "SWTexture.h"
-#include "ShadingLevels.h"
+#include "host/BrindlexViewModel.h"
+#include "textures/SWTexture.h"
+#include "shading/ShadingLevels.h"
 
 namespace {
 // Face display types of the view.

@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "SceneRecords.h"
+#include "host/SceneRecords.h"
 
 class MODE_RENDER_OPTIONS;
 class TEXTURE_LINK;

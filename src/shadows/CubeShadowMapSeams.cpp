@@ -1,8 +1,8 @@
-#include "CubeShadowMapSeams.h"
+#include "shadows/CubeShadowMapSeams.h"
 
 #include <algorithm>
 
-#include "ShadowMapSampling.h"
+#include "shadows/ShadowMapSampling.h"
 
 namespace {
 constexpr int SeamReach = 2;

@@ -4,7 +4,7 @@
 // across the edges.
 #pragma once
 
-#include "SWShadowMap.h"
+#include "shadows/SWShadowMap.h"
 
 // Where pixel (x, y) of `face`, which may lie beyond the face's edges,
 // lies on the cube. False for a pixel beyond two edges at once (a corner

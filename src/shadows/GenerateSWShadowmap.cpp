@@ -3,11 +3,11 @@
 // itself is the framing of the light's type.
 #include <new>
 
-#include "BrindlexViewModel.h"
-#include "BrindlexViewRTRenderEngine.h"
-#include "SWShadowMap.h"
-#include "RenderOptions.h"
-#include "ShadowMapGeometry.h"
+#include "host/BrindlexViewModel.h"
+#include "engine/BrindlexViewRTRenderEngine.h"
+#include "shadows/SWShadowMap.h"
+#include "host/RenderOptions.h"
+#include "shadows/ShadowMapGeometry.h"
 
 namespace {
 constexpr int32_t SmallMapSize = 256;  // point, spot and area lights

@@ -3,12 +3,12 @@
 // point on the light, whose noise the passes average away.
 #include <cmath>
 
-#include "BrindlexViewRTRenderEngine.h"
-#include "LightTable.h"
-#include "RandomNumberGenerator.h"
-#include "RenderOptions.h"
-#include "ShadowMapSampling.h"
-#include "VectorOps.h"
+#include "engine/BrindlexViewRTRenderEngine.h"
+#include "scene/LightTable.h"
+#include "pipeline/RandomNumberGenerator.h"
+#include "host/RenderOptions.h"
+#include "shadows/ShadowMapSampling.h"
+#include "lighting/VectorOps.h"
 
 using namespace vector64;
 

@@ -1,4 +1,4 @@
-#include "SWShadowMap.h"
+#include "shadows/SWShadowMap.h"
 
 #include <algorithm>
 #include <new>

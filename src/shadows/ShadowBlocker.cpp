@@ -1,12 +1,12 @@
 // Two fixed thresholds decide whether a surface stops a shadow ray: the material's opacity level, and for a
 // transparent texture the alpha of the texel that was hit.
-#include "BrindlexViewRTRenderEngine.h"
-#include "SWMeshTable.h"
-#include "HitGeometry.h"
-#include "ShadowBlocker.h"
-#include "MaterialTree.h"
-#include "SWTexture.h"
-#include "TextureLink.h"
+#include "engine/BrindlexViewRTRenderEngine.h"
+#include "scene/SWMeshTable.h"
+#include "shading/HitGeometry.h"
+#include "shadows/ShadowBlocker.h"
+#include "host/MaterialTree.h"
+#include "textures/SWTexture.h"
+#include "host/TextureLink.h"
 
 namespace {
 // A material below this opacity level (percent) lets light through.

@@ -5,10 +5,10 @@
 #include <cstdint>
 #include <vector>
 
-#include "RayIntersection.h"
-#include "SWMaterialEntry.h"
-#include "SWMeshTable.h"
-#include "SWTexture.h"
+#include "accel/RayIntersection.h"
+#include "scene/SWMaterialEntry.h"
+#include "scene/SWMeshTable.h"
+#include "textures/SWTexture.h"
 
 class RT_RENDER_ENGINE;
 

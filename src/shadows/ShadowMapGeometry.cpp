@@ -1,8 +1,8 @@
-#include "ShadowMapGeometry.h"
+#include "shadows/ShadowMapGeometry.h"
 
 #include <cmath>
 
-#include "VectorOps.h"
+#include "lighting/VectorOps.h"
 
 using namespace vector64;
 

@@ -2,8 +2,8 @@
 // point, and the apex behind an area light from which its map is drawn.
 #pragma once
 
-#include "LightTable.h"
-#include "SceneRecords.h"
+#include "scene/LightTable.h"
+#include "host/SceneRecords.h"
 
 // The depth of a world point in the light's map: for a point light its
 // distance from the light, otherwise 0.0 at the map's near plane and 1.0

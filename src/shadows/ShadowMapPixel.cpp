@@ -2,14 +2,14 @@
 // two surfaces that block the pixel's ray, and its square. Halfway behind
 // the first blocker, so that a lit surface never shadows itself and the
 // look-up needs no depth bias.
-#include "BrindlexViewRTRenderEngine.h"
-#include "SWMeshTable.h"
-#include "SWShadowMap.h"
-#include "HitGeometry.h"
-#include "MaterialTree.h"
-#include "ShadowMapGeometry.h"
-#include "TextureLink.h"
-#include "VectorOps.h"
+#include "engine/BrindlexViewRTRenderEngine.h"
+#include "scene/SWMeshTable.h"
+#include "shadows/SWShadowMap.h"
+#include "shading/HitGeometry.h"
+#include "host/MaterialTree.h"
+#include "shadows/ShadowMapGeometry.h"
+#include "host/TextureLink.h"
+#include "lighting/VectorOps.h"
 
 using namespace vector64;
 

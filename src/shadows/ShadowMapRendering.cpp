@@ -6,16 +6,16 @@
 #include <algorithm>
 #include <new>
 
-#include "BrindlexViewMath.h"
-#include "BrindlexViewModel.h"
-#include "BrindlexViewRTRenderEngine.h"
-#include "KDTree.h"
-#include "SWMeshTable.h"
-#include "CubeShadowMapSeams.h"
-#include "Gdi.h"
-#include "RenderOptions.h"
-#include "ShadowMapGeometry.h"
-#include "ShadowMapSampling.h"
+#include "host/BrindlexViewMath.h"
+#include "host/BrindlexViewModel.h"
+#include "engine/BrindlexViewRTRenderEngine.h"
+#include "accel/KDTree.h"
+#include "scene/SWMeshTable.h"
+#include "shadows/CubeShadowMapSeams.h"
+#include "platform/Gdi.h"
+#include "host/RenderOptions.h"
+#include "shadows/ShadowMapGeometry.h"
+#include "shadows/ShadowMapSampling.h"
 
 namespace {
 constexpr uint32_t TileSide = 32;

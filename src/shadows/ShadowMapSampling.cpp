@@ -1,4 +1,4 @@
-#include "ShadowMapSampling.h"
+#include "shadows/ShadowMapSampling.h"
 
 #include <algorithm>
 #include <cmath>

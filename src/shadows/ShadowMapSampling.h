@@ -8,8 +8,8 @@
 #include <map>
 #include <vector>
 
-#include "SWShadowMap.h"
-#include "SceneRecords.h"
+#include "shadows/SWShadowMap.h"
+#include "host/SceneRecords.h"
 
 // Bilinear look-up at texture coordinates (u, v) of a flat map. Pixels
 // beyond an edge wrap round to the opposite one. `pixel` is left alone for

@@ -5,11 +5,11 @@
 #include <algorithm>
 #include <vector>
 
-#include "BrindlexViewRTRenderEngine.h"
-#include "Gdi.h"
-#include "RenderOptions.h"
-#include "ShadowMapGeometry.h"
-#include "ShadowMapSampling.h"
+#include "engine/BrindlexViewRTRenderEngine.h"
+#include "platform/Gdi.h"
+#include "host/RenderOptions.h"
+#include "shadows/ShadowMapGeometry.h"
+#include "shadows/ShadowMapSampling.h"
 
 namespace {
 // One tile is at most 32 x 32 pixels.

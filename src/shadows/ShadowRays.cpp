@@ -1,10 +1,10 @@
 // Hard shadow rays: does a surface that casts a shadow lie between a point
 // and a light? Surfaces that let light through are stepped through, at most
 // maximumRayDepth deep.
-#include "BrindlexViewRTRenderEngine.h"
-#include "HitGeometry.h"
-#include "ShadowBlocker.h"
-#include "VectorOps.h"
+#include "engine/BrindlexViewRTRenderEngine.h"
+#include "shading/HitGeometry.h"
+#include "shadows/ShadowBlocker.h"
+#include "lighting/VectorOps.h"
 
 using namespace vector64;
 

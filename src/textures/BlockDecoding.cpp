@@ -3,7 +3,7 @@
 // whole palette.
 #include <array>
 
-#include "TextureSampling.h"
+#include "textures/TextureSampling.h"
 
 namespace {
 

@@ -4,11 +4,11 @@
 #include <string>
 #include <vector>
 
-#include "BrindlexTexture.h"
-#include "BrindlexViewRTRenderEngine.h"
-#include "FileTime.h"
-#include "SWTexture.h"
-#include "brindlexutil.h"
+#include "host/BrindlexTexture.h"
+#include "engine/BrindlexViewRTRenderEngine.h"
+#include "platform/FileTime.h"
+#include "textures/SWTexture.h"
+#include "host/brindlexutil.h"
 
 namespace {
 

@@ -4,11 +4,11 @@
 #include <algorithm>
 #include <new>
 
-#include "BrindlexTexture.h"
-#include "BrindlexViewRTRenderEngine.h"
-#include "SWTexture.h"
-#include "TexturePictures.h"
-#include "TexturePyramid.h"
+#include "host/BrindlexTexture.h"
+#include "engine/BrindlexViewRTRenderEngine.h"
+#include "textures/SWTexture.h"
+#include "textures/TexturePictures.h"
+#include "textures/TexturePyramid.h"
 
 namespace {
 

@@ -2,12 +2,12 @@
 // there is none, from the grey of the colour picture.
 #include <algorithm>
 
-#include "BrindlexTexture.h"
-#include "BrindlexViewMath.h"
-#include "BrindlexViewRTRenderEngine.h"
-#include "SWTexture.h"
-#include "TexturePictures.h"
-#include "TexturePyramid.h"
+#include "host/BrindlexTexture.h"
+#include "host/BrindlexViewMath.h"
+#include "engine/BrindlexViewRTRenderEngine.h"
+#include "textures/SWTexture.h"
+#include "textures/TexturePictures.h"
+#include "textures/TexturePyramid.h"
 
 namespace {
 

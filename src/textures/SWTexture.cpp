@@ -1,6 +1,6 @@
-#include "SWTexture.h"
+#include "textures/SWTexture.h"
 
-#include "BrindlexTexture.h"
+#include "host/BrindlexTexture.h"
 
 SWTexture::~SWTexture() {
   Clear();

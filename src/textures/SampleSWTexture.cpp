@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <cmath>
 
-#include "BrindlexTexture.h"
-#include "BrindlexViewRTRenderEngine.h"
-#include "TextureSampling.h"
+#include "host/BrindlexTexture.h"
+#include "engine/BrindlexViewRTRenderEngine.h"
+#include "textures/TextureSampling.h"
 
 namespace {
 

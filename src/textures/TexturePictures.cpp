@@ -1,8 +1,8 @@
-#include "TexturePictures.h"
+#include "textures/TexturePictures.h"
 
 #include <cstring>
 
-#include "Gdi.h"
+#include "platform/Gdi.h"
 
 bool FlipPicture(const ATL::CImage& source, ATL::CImage& target) {
   if (source.IsNull() || !IsTextureDepth(source.GetBPP())) return false;

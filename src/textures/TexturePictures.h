@@ -2,7 +2,7 @@
 // bits per pixel in the layout of ATL::CImage.
 #pragma once
 
-#include "CImage.h"
+#include "platform/CImage.h"
 
 // The largest side of a texture level that the engine asks for.
 constexpr int kTextureSideLimit = 8192;

@@ -1,12 +1,12 @@
-#include "TexturePyramid.h"
+#include "textures/TexturePyramid.h"
 
 #include <algorithm>
 #include <cmath>
 #include <new>
 
-#include "BrindlexTexture.h"
-#include "TexturePictures.h"
-#include "TextureSampling.h"
+#include "host/BrindlexTexture.h"
+#include "textures/TexturePictures.h"
+#include "textures/TextureSampling.h"
 
 namespace {
 

@@ -1,8 +1,8 @@
 // Mip pyramids of power-of-two levels made from a picture.
 #pragma once
 
-#include "CImage.h"
-#include "SWTexture.h"
+#include "platform/CImage.h"
+#include "textures/SWTexture.h"
 
 // Replaces the record's levels by a pyramid of `picture`, whose rows are
 // already in texture order (bottom row first). On failure the record holds

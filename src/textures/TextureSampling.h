@@ -4,8 +4,8 @@
 
 #include <cstdint>
 
-#include "SceneRecords.h"
-#include "SWTexture.h"
+#include "host/SceneRecords.h"
+#include "textures/SWTexture.h"
 
 // Texel (x, y) of `level`, wrapped into the level: red, green, blue and
 // alpha from 0 to 1. Leaves `color` alone for a level the record lacks.

@@ -12,7 +12,7 @@
 
 #include "AccelTestAccess.h"
 #include "EngineTestAccess.h"
-#include "KDTreeBuild.h"
+#include "accel/KDTreeBuild.h"
 
 namespace {
 

@@ -13,8 +13,8 @@
 #include <vector>
 
 #include "AccelTestAccess.h"
-#include "BrindlexViewMath.h"
-#include "BrindlexViewRTRenderEngine.h"
+#include "host/BrindlexViewMath.h"
+#include "engine/BrindlexViewRTRenderEngine.h"
 #include "TraversalTestHelpers.h"
 
 #ifdef BRINDLEX_TEST_ASSIMP

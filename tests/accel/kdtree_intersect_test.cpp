@@ -5,8 +5,8 @@
 #include <vector>
 
 #include "AccelTestAccess.h"
-#include "BrindlexViewRTRenderEngine.h"
-#include "CompareRayHits.h"
+#include "engine/BrindlexViewRTRenderEngine.h"
+#include "accel/CompareRayHits.h"
 #include "LogCapture.h"
 #include "TraversalTestHelpers.h"
 

@@ -6,8 +6,8 @@
 #include <random>
 
 #include "AccelTestAccess.h"
-#include "BrindlexViewRTRenderEngine.h"
-#include "KDWalkLayout.h"
+#include "engine/BrindlexViewRTRenderEngine.h"
+#include "accel/KDWalkLayout.h"
 #include "TraversalTestHelpers.h"
 
 namespace {

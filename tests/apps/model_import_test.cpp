@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "AppTestFiles.h"
-#include "BrindlexViewMath.h"
+#include "host/BrindlexViewMath.h"
 #include "ModelImport.h"
 
 namespace {

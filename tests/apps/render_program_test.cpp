@@ -13,8 +13,8 @@
 #include <filesystem>
 #include <vector>
 
-#include "BrindlexTexture.h"
-#include "CImage.h"
+#include "host/BrindlexTexture.h"
+#include "platform/CImage.h"
 
 #include "AppTestFiles.h"
 #include "HDRPictures.h"

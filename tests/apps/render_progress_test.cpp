@@ -4,7 +4,7 @@
 #include <sstream>
 
 #include "Progress.h"
-#include "SWShadowMap.h"
+#include "shadows/SWShadowMap.h"
 
 namespace {
 

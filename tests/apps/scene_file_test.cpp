@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "AppTestFiles.h"
-#include "BrindlexViewMath.h"
+#include "host/BrindlexViewMath.h"
 #include "SceneFile.h"
 
 namespace {

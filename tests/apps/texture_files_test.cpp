@@ -4,8 +4,8 @@
 #include <stdlib.h>
 
 #include "AppTestFiles.h"
-#include "BrindlexTexture.h"
-#include "CImage.h"
+#include "host/BrindlexTexture.h"
+#include "platform/CImage.h"
 #include "TextureFiles.h"
 
 namespace {

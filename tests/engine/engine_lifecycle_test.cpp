@@ -2,16 +2,16 @@
 
 #include <string>
 
-#include "BrindlexViewModel.h"
-#include "BrindlexViewRTRenderEngine.h"
+#include "host/BrindlexViewModel.h"
+#include "engine/BrindlexViewRTRenderEngine.h"
 #include "EngineTestAccess.h"
 #include "LogCapture.h"
 #include "TestDoubles.h"
-#include "brindlexutil.h"
-#include "KDTree.h"
-#include "LightTable.h"
-#include "SWMeshTable.h"
-#include "SWShadowMap.h"
+#include "host/brindlexutil.h"
+#include "accel/KDTree.h"
+#include "scene/LightTable.h"
+#include "scene/SWMeshTable.h"
+#include "shadows/SWShadowMap.h"
 
 namespace {
 

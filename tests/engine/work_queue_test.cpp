@@ -9,12 +9,12 @@
 #include <thread>
 #include <vector>
 
-#include "BrindlexViewRTRenderEngine.h"
+#include "engine/BrindlexViewRTRenderEngine.h"
 #include "EngineTestAccess.h"
-#include "KDTree.h"
-#include "LightTable.h"
-#include "SWMeshTable.h"
-#include "SWShadowMap.h"
+#include "accel/KDTree.h"
+#include "scene/LightTable.h"
+#include "scene/SWMeshTable.h"
+#include "shadows/SWShadowMap.h"
 
 namespace {
 

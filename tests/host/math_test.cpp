@@ -3,7 +3,7 @@
 #include <cmath>
 #include <random>
 
-#include "BrindlexViewMath.h"
+#include "host/BrindlexViewMath.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <thread>
 #include <vector>
 
-#include "BrindlexViewModel.h"
+#include "host/BrindlexViewModel.h"
 
 namespace {
 

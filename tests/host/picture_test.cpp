@@ -9,8 +9,8 @@
 #include <thread>
 #include <vector>
 
-#include "BrindlexTexture.h"
-#include "GdiPlus.h"
+#include "host/BrindlexTexture.h"
+#include "platform/GdiPlus.h"
 
 namespace {
 

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "BrindlexTexture.h"
-#include "FileTime.h"
+#include "host/BrindlexTexture.h"
+#include "platform/FileTime.h"
 
 namespace {
 

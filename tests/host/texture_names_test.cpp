@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 #include <string>
 
-#include "BrindlexTexture.h"
+#include "host/BrindlexTexture.h"
 
 namespace {
 

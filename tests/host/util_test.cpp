@@ -7,7 +7,7 @@
 #include <thread>
 #include <vector>
 
-#include "brindlexutil.h"
+#include "host/brindlexutil.h"
 
 TEST(DebugLog, LinesStayWholeWithEightWritersAtOnce) {
   std::ostringstream target;

@@ -2,13 +2,13 @@
 
 #include <cmath>
 
-#include "BrindlexViewModel.h"
-#include "BrindlexViewRTRenderEngine.h"
+#include "host/BrindlexViewModel.h"
+#include "engine/BrindlexViewRTRenderEngine.h"
 #include "LightingTestAccess.h"
-#include "KDTree.h"
-#include "LightTable.h"
-#include "SWMeshTable.h"
-#include "SWShadowMap.h"
+#include "accel/KDTree.h"
+#include "scene/LightTable.h"
+#include "scene/SWMeshTable.h"
+#include "shadows/SWShadowMap.h"
 
 using namespace lighting_test;
 

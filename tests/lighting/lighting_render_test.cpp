@@ -6,7 +6,7 @@
 #include "LightingTestAccess.h"
 #include "PipelineTestAccess.h"
 #include "SceneTestAccess.h"
-#include "Window.h"
+#include "platform/Window.h"
 
 using namespace lighting_test;
 using namespace scene_test;

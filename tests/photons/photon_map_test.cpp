@@ -6,8 +6,8 @@
 #include <random>
 #include <vector>
 
-#include "BrindlexViewMath.h"
-#include "SWPhotonMap.h"
+#include "host/BrindlexViewMath.h"
+#include "photons/SWPhotonMap.h"
 
 namespace {
 

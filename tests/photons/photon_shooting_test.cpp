@@ -7,9 +7,9 @@
 #include <unistd.h>
 
 #include "EngineTestAccess.h"
-#include "RandomNumberGenerator.h"
+#include "pipeline/RandomNumberGenerator.h"
 #include "RenderScene.h"
-#include "ShootPhotonsThreadData.h"
+#include "photons/ShootPhotonsThreadData.h"
 #include "TestDoubles.h"
 
 namespace {

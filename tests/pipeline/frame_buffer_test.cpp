@@ -6,11 +6,11 @@
 #include <utility>
 #include <variant>
 
-#include "BrindlexViewModel.h"
-#include "BrindlexViewRTRenderEngine.h"
-#include "CImage.h"
+#include "host/BrindlexViewModel.h"
+#include "engine/BrindlexViewRTRenderEngine.h"
+#include "platform/CImage.h"
 #include "PipelineTestAccess.h"
-#include "Window.h"
+#include "platform/Window.h"
 
 namespace {
 

@@ -4,10 +4,10 @@
 #include <set>
 #include <utility>
 
-#include "BlockOrder.h"
-#include "BrindlexViewModel.h"
-#include "BrindlexViewRTRenderEngine.h"
-#include "FrameSetUp.h"
+#include "pipeline/BlockOrder.h"
+#include "host/BrindlexViewModel.h"
+#include "engine/BrindlexViewRTRenderEngine.h"
+#include "pipeline/FrameSetUp.h"
 
 namespace {
 

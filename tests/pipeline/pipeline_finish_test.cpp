@@ -13,12 +13,12 @@
 #include <variant>
 #include <vector>
 
-#include "BrindlexViewModel.h"
-#include "BrindlexViewRTRenderEngine.h"
+#include "host/BrindlexViewModel.h"
+#include "engine/BrindlexViewRTRenderEngine.h"
 #include "PipelineTestAccess.h"
-#include "RandomNumberGenerator.h"
-#include "ToneMapping.h"
-#include "Window.h"
+#include "pipeline/RandomNumberGenerator.h"
+#include "pipeline/ToneMapping.h"
+#include "platform/Window.h"
 
 namespace {
 

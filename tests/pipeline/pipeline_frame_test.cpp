@@ -13,13 +13,13 @@
 #include <tuple>
 #include <variant>
 
-#include "BrindlexViewModel.h"
-#include "BrindlexViewRTRenderEngine.h"
+#include "host/BrindlexViewModel.h"
+#include "engine/BrindlexViewRTRenderEngine.h"
 #include "EngineTestAccess.h"
 #include "LogCapture.h"
 #include "PipelineTestAccess.h"
-#include "PixelRayGroups.h"
-#include "Window.h"
+#include "pipeline/PixelRayGroups.h"
+#include "platform/Window.h"
 
 namespace {
 

@@ -13,12 +13,12 @@
 #include <tuple>
 #include <vector>
 
-#include "BrindlexTexture.h"
-#include "BrindlexViewModel.h"
-#include "BrindlexViewRTRenderEngine.h"
+#include "host/BrindlexTexture.h"
+#include "host/BrindlexViewModel.h"
+#include "engine/BrindlexViewRTRenderEngine.h"
 #include "HDRPictures.h"
 #include "PipelineTestAccess.h"
-#include "Window.h"
+#include "platform/Window.h"
 
 namespace fs = std::filesystem;
 

@@ -6,9 +6,9 @@
 #include <iterator>
 #include <string>
 
-#include "Gdi.h"
-#include "GdiPlus.h"
-#include "TextConversion.h"
+#include "platform/Gdi.h"
+#include "platform/GdiPlus.h"
+#include "platform/TextConversion.h"
 
 using namespace Gdiplus;
 namespace fs = std::filesystem;

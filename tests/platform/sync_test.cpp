@@ -6,9 +6,9 @@
 #include <thread>
 #include <vector>
 
-#include "CriticalSection.h"
-#include "Semaphore.h"
-#include "Thread.h"
+#include "platform/CriticalSection.h"
+#include "platform/Semaphore.h"
+#include "platform/Thread.h"
 
 using platform::CriticalSection;
 using platform::Semaphore;

@@ -4,9 +4,9 @@
 #include <utility>
 #include <vector>
 
-#include "Gdi.h"
-#include "GdiPlus.h"
-#include "Window.h"
+#include "platform/Gdi.h"
+#include "platform/GdiPlus.h"
+#include "platform/Window.h"
 
 using platform::RecordingWindow;
 

@@ -2,9 +2,9 @@
 
 #include <vector>
 
-#include "BrindlexViewModel.h"
-#include "DefaultLights.h"
-#include "LightSets.h"
+#include "host/BrindlexViewModel.h"
+#include "scene/DefaultLights.h"
+#include "scene/LightSets.h"
 #include "RenderScene.h"
 
 using namespace scene_test;

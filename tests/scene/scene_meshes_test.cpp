@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
-#include "BrindlexViewMath.h"
-#include "MaterialTables.h"
+#include "host/BrindlexViewMath.h"
+#include "scene/MaterialTables.h"
 #include "SceneTestAccess.h"
 
 using namespace scene_test;

@@ -6,15 +6,15 @@
 
 #include <unistd.h>
 
-#include "BrindlexTexture.h"
+#include "host/BrindlexTexture.h"
 #include "EngineTestAccess.h"
 #include "LogCapture.h"
-#include "SWTexture.h"
+#include "textures/SWTexture.h"
 #include "SceneTestAccess.h"
-#include "KDTree.h"
-#include "LightTable.h"
-#include "SWMeshTable.h"
-#include "SWShadowMap.h"
+#include "accel/KDTree.h"
+#include "scene/LightTable.h"
+#include "scene/SWMeshTable.h"
+#include "shadows/SWShadowMap.h"
 
 using namespace scene_test;
 

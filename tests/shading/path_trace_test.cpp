@@ -4,9 +4,9 @@
 
 #include "TestDoubles.h"
 
-#include "RandomNumberGenerator.h"
+#include "pipeline/RandomNumberGenerator.h"
 #include "RenderScene.h"
-#include "SampleCosineHemisphere.h"
+#include "shading/SampleCosineHemisphere.h"
 #include "ShadingTestAccess.h"
 
 namespace {

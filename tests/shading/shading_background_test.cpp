@@ -2,8 +2,8 @@
 
 #include "TestDoubles.h"
 
-#include "BrindlexViewModel.h"
-#include "FogAndMist.h"
+#include "host/BrindlexViewModel.h"
+#include "shading/FogAndMist.h"
 #include "ShadingTestAccess.h"
 
 namespace {

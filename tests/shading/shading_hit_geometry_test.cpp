@@ -2,7 +2,7 @@
 #include <gtest/gtest.h>
 #include <limits>
 
-#include "HitGeometry.h"
+#include "shading/HitGeometry.h"
 #include "ShadingTestAccess.h"
 
 namespace {

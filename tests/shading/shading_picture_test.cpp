@@ -6,7 +6,7 @@
 #include <filesystem>
 #include <string>
 
-#include "BrindlexTexture.h"
+#include "host/BrindlexTexture.h"
 #include "RenderScene.h"
 
 namespace {

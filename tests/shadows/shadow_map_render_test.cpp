@@ -8,10 +8,10 @@
 
 #include "EngineTestAccess.h"
 #include "RenderScene.h"
-#include "KDTree.h"
-#include "LightTable.h"
-#include "SWMeshTable.h"
-#include "SWShadowMap.h"
+#include "accel/KDTree.h"
+#include "scene/LightTable.h"
+#include "scene/SWMeshTable.h"
+#include "shadows/SWShadowMap.h"
 
 namespace {
 

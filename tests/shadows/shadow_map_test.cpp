@@ -3,14 +3,14 @@
 #include <cmath>
 #include <vector>
 
-#include "CubeShadowMapSeams.h"
+#include "shadows/CubeShadowMapSeams.h"
 #include "EngineTestAccess.h"
 #include "RenderScene.h"
-#include "ShadowMapSampling.h"
-#include "KDTree.h"
-#include "LightTable.h"
-#include "SWMeshTable.h"
-#include "SWShadowMap.h"
+#include "shadows/ShadowMapSampling.h"
+#include "accel/KDTree.h"
+#include "scene/LightTable.h"
+#include "scene/SWMeshTable.h"
+#include "shadows/SWShadowMap.h"
 
 namespace {
 

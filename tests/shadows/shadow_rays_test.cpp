@@ -6,14 +6,14 @@
 #include <string>
 #include <vector>
 
-#include "BrindlexTexture.h"
+#include "host/BrindlexTexture.h"
 #include "LightingTestAccess.h"
-#include "RandomNumberGenerator.h"
+#include "pipeline/RandomNumberGenerator.h"
 #include "SceneTestAccess.h"
-#include "KDTree.h"
-#include "LightTable.h"
-#include "SWMeshTable.h"
-#include "SWShadowMap.h"
+#include "accel/KDTree.h"
+#include "scene/LightTable.h"
+#include "scene/SWMeshTable.h"
+#include "shadows/SWShadowMap.h"
 
 using namespace lighting_test;
 using namespace scene_test;

@@ -18,11 +18,11 @@
 #include <thread>
 #include <vector>
 
-#include "BrindlexTexture.h"
-#include "BrindlexViewRTRenderEngine.h"
+#include "host/BrindlexTexture.h"
+#include "engine/BrindlexViewRTRenderEngine.h"
 #include "EngineTestAccess.h"
 #include "HostScene.h"
-#include "Window.h"
+#include "platform/Window.h"
 
 class AbortStress {
  public:

@@ -2,11 +2,11 @@
 // protected members of the engine, which a derived class reaches.
 #pragma once
 
-#include "BrindlexViewRTRenderEngine.h"
-#include "KDTree.h"
-#include "LightTable.h"
-#include "SWMeshTable.h"
-#include "SWShadowMap.h"
+#include "engine/BrindlexViewRTRenderEngine.h"
+#include "accel/KDTree.h"
+#include "scene/LightTable.h"
+#include "scene/SWMeshTable.h"
+#include "shadows/SWShadowMap.h"
 
 class AccelTestEngine : public RT_RENDER_ENGINE {
  public:

@@ -1,11 +1,11 @@
 // Reaches the engine's internals that tests check but hosts never see.
 #pragma once
 
-#include "BrindlexViewRTRenderEngine.h"
-#include "KDTree.h"
-#include "LightTable.h"
-#include "SWMeshTable.h"
-#include "SWShadowMap.h"
+#include "engine/BrindlexViewRTRenderEngine.h"
+#include "accel/KDTree.h"
+#include "scene/LightTable.h"
+#include "scene/SWMeshTable.h"
+#include "shadows/SWShadowMap.h"
 
 class EngineTestAccess {
  public:

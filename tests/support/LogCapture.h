@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "brindlexutil.h"
+#include "host/brindlexutil.h"
 
 class LogCapture {
  public:

@@ -4,10 +4,10 @@
 
 #include <vector>
 
-#include "BrindlexViewRTRenderEngine.h"
-#include "FinishBlock.h"
-#include "FrameBufferGuard.h"
-#include "GdiPlus.h"
+#include "engine/BrindlexViewRTRenderEngine.h"
+#include "pipeline/FinishBlock.h"
+#include "pipeline/FrameBufferGuard.h"
+#include "platform/GdiPlus.h"
 
 class PipelineTestAccess {
  public:

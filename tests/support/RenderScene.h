@@ -11,13 +11,13 @@
 #include <string>
 #include <vector>
 
-#include "BrindlexTexture.h"
-#include "BrindlexViewMath.h"
-#include "BrindlexViewModel.h"
-#include "BrindlexViewRTRenderEngine.h"
+#include "host/BrindlexTexture.h"
+#include "host/BrindlexViewMath.h"
+#include "host/BrindlexViewModel.h"
+#include "engine/BrindlexViewRTRenderEngine.h"
 #include "PipelineTestAccess.h"
 #include "SceneTestAccess.h"
-#include "Window.h"
+#include "platform/Window.h"
 
 class RenderScene {
  public:

@@ -6,11 +6,11 @@
 #include <string>
 #include <vector>
 
-#include "BrindlexTexture.h"
-#include "BrindlexViewModel.h"
-#include "BrindlexViewRTRenderEngine.h"
-#include "SWTexture.h"
-#include "ShadingCounters.h"
+#include "host/BrindlexTexture.h"
+#include "host/BrindlexViewModel.h"
+#include "engine/BrindlexViewRTRenderEngine.h"
+#include "textures/SWTexture.h"
+#include "shading/ShadingCounters.h"
 
 class ShadingTestAccess {
  public:

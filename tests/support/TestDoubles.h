@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include "BrindlexViewModel.h"
+#include "host/BrindlexViewModel.h"
 
 // A distributed server that deals out no tiles and only answers how many
 // threads it allows.

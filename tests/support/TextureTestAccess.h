@@ -1,8 +1,8 @@
 // Reaches the engine's texture table and its private loaders for tests.
 #pragma once
 
-#include "BrindlexViewRTRenderEngine.h"
-#include "SWTexture.h"
+#include "engine/BrindlexViewRTRenderEngine.h"
+#include "textures/SWTexture.h"
 
 class TextureTestAccess {
  public:
@@ -29,7 +29,7 @@ class TextureTestAccess {
 #include <gtest/gtest.h>
 #include <string>
 
-#include "BrindlexTexture.h"
+#include "host/BrindlexTexture.h"
 
 // A folder of its own for each test, which is also the temporary folder
 // (and so holds the texture cache) for the length of the test.

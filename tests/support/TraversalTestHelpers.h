@@ -6,9 +6,9 @@
 #include <limits>
 #include <vector>
 
-#include "KDTree.h"
-#include "RayIntersection.h"
-#include "SWTriangle.h"
+#include "accel/KDTree.h"
+#include "accel/RayIntersection.h"
+#include "scene/SWTriangle.h"
 
 inline constexpr double kLargest = std::numeric_limits<double>::max();
 

@@ -3,8 +3,8 @@
 #include <gtest/gtest.h>
 #include <memory>
 
-#include "BrindlexTexture.h"
-#include "TextureSampling.h"
+#include "host/BrindlexTexture.h"
+#include "textures/TextureSampling.h"
 #include "TextureTestAccess.h"
 
 namespace {

@@ -3,8 +3,8 @@
 #include <memory>
 #include <vector>
 
-#include "BrindlexTexture.h"
-#include "TextureSampling.h"
+#include "host/BrindlexTexture.h"
+#include "textures/TextureSampling.h"
 #include "TextureTestAccess.h"
 
 namespace {

@@ -5,7 +5,7 @@
 #include <thread>
 #include <vector>
 
-#include "BrindlexTexture.h"
+#include "host/BrindlexTexture.h"
 #include "TextureTestAccess.h"
 
 namespace {

@@ -13,8 +13,8 @@
 #include <thread>
 
 #include "../apps/AppTestFiles.h"
-#include "BrindlexTexture.h"
-#include "CImage.h"
+#include "host/BrindlexTexture.h"
+#include "platform/CImage.h"
 
 namespace {
 

@@ -2,11 +2,11 @@
 
 #include <cstdlib>
 
-#include "BrindlexViewRTRenderEngine.h"
-#include "Gdi.h"
-#include "GdiPlus.h"
-#include "PictureWindow.h"
-#include "SdlWindow.h"
+#include "engine/BrindlexViewRTRenderEngine.h"
+#include "platform/Gdi.h"
+#include "platform/GdiPlus.h"
+#include "platform/PictureWindow.h"
+#include "platform/SdlWindow.h"
 
 namespace {
 

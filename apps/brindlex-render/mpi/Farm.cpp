@@ -11,7 +11,7 @@
 #include "FarmMessages.h"
 #include "FarmRoles.h"
 #include "SceneAssembly.h"
-#include "brindlexutil.h"
+#include "host/brindlexutil.h"
 
 namespace {
 

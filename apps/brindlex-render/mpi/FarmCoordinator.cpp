@@ -15,7 +15,7 @@
 #include "FarmPicture.h"
 #include "FarmRoles.h"
 #include "FarmTiles.h"
-#include "PictureSave.h"
+#include "pipeline/PictureSave.h"
 #include "Progress.h"
 
 namespace {

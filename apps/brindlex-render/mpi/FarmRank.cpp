@@ -7,7 +7,7 @@
 #include <optional>
 #include <thread>
 
-#include "BrindlexViewRTRenderEngine.h"
+#include "engine/BrindlexViewRTRenderEngine.h"
 #include "FarmLink.h"
 #include "FarmRoles.h"
 #include "SceneAssembly.h"

@@ -1,5 +1,5 @@
 // View matrices: world to eye for a camera and for the faces of a cube.
-#include "BrindlexViewMath.h"
+#include "host/BrindlexViewMath.h"
 
 #include <cmath>
 

@@ -1,5 +1,5 @@
 // 4 x 4 matrices of both precisions: identity, inverse, product, narrowing.
-#include "BrindlexViewMath.h"
+#include "host/BrindlexViewMath.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,5 +1,5 @@
 // Projections, clipping distances and the way back from the screen.
-#include "BrindlexViewMath.h"
+#include "host/BrindlexViewMath.h"
 
 #include <algorithm>
 #include <cmath>

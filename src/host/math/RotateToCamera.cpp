@@ -1,5 +1,5 @@
 // The turn that makes rotate-to-camera geometry (billboards) face the viewer.
-#include "BrindlexViewMath.h"
+#include "host/BrindlexViewMath.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
 // Points, directions and mesh vertices through matrices.
-#include "BrindlexViewMath.h"
+#include "host/BrindlexViewMath.h"
 
 #include <cmath>
 

@@ -1,6 +1,6 @@
 // Vector operations of both precisions. Each is one template over the record
 // type, so that float records are computed in float and double ones in double.
-#include "BrindlexViewMath.h"
+#include "host/BrindlexViewMath.h"
 
 #include <cmath>
 

@@ -1,4 +1,4 @@
-#include "MaterialTree.h"
+#include "host/MaterialTree.h"
 
 MATERIAL_3D_NODE::MATERIAL_3D_NODE(STRING_TREE_NODE_INTERFACE* parent, char separator)
     : STRING_TREE_NODE(parent, separator), useDefault(GetParentNode() != nullptr) {}

@@ -7,8 +7,8 @@
 //
 // Strings are quoted with backslash escapes, and floats carry enough digits
 // to read back bit for bit.
-#include "MaterialTree.h"
-#include "ProjectModel.h"
+#include "host/MaterialTree.h"
+#include "host/ProjectModel.h"
 
 #include <iomanip>
 #include <istream>

@@ -1,4 +1,4 @@
-#include "ProjectModel.h"
+#include "host/ProjectModel.h"
 
 #include <algorithm>
 

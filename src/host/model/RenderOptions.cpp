@@ -1,4 +1,4 @@
-#include "RenderOptions.h"
+#include "host/RenderOptions.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,4 +1,4 @@
-#include "SceneGraph.h"
+#include "host/SceneGraph.h"
 
 #include <algorithm>
 

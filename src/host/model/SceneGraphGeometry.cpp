@@ -1,12 +1,12 @@
 // Where nodes and meshes lie: world matrices, boxes and centres.
-#include "SceneGraph.h"
+#include "host/SceneGraph.h"
 
 #include <algorithm>
 #include <limits>
 #include <vector>
 
-#include "BrindlexViewMath.h"
-#include "SceneTraversal.h"
+#include "host/BrindlexViewMath.h"
+#include "host/SceneTraversal.h"
 
 namespace {
 

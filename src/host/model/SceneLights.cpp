@@ -1,8 +1,8 @@
-#include "SceneLights.h"
+#include "host/SceneLights.h"
 
 #include <algorithm>
 
-#include "BrindlexViewMath.h"
+#include "host/BrindlexViewMath.h"
 
 template <typename T>
 static T* Row(const std::vector<std::unique_ptr<T>>& rows, int index) {

@@ -1,4 +1,4 @@
-#include "SceneTraversal.h"
+#include "host/SceneTraversal.h"
 
 #include <algorithm>
 #include <vector>

@@ -1,4 +1,4 @@
-#include "MaterialTree.h"
+#include "host/MaterialTree.h"
 
 #include <algorithm>
 

@@ -1,4 +1,4 @@
-#include "TextureLink.h"
+#include "host/TextureLink.h"
 
 #include <algorithm>
 #include <cmath>

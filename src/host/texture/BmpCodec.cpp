@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <array>
 
-#include "PictureCodecs.h"
+#include "host/texture/PictureCodecs.h"
 
 namespace picture {
 

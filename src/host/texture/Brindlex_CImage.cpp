@@ -1,4 +1,4 @@
-#include "BrindlexTexture.h"
+#include "host/BrindlexTexture.h"
 
 Brindlex_CImage::Brindlex_CImage() = default;
 

@@ -5,7 +5,7 @@
 #include <cstring>
 #include <new>
 
-#include "BrindlexTexture.h"
+#include "host/BrindlexTexture.h"
 
 namespace {
 

@@ -22,9 +22,9 @@
 #include <new>
 #include <vector>
 
-#include "BrindlexTexture.h"
-#include "Gdi.h"
-#include "PictureCodecs.h"
+#include "host/BrindlexTexture.h"
+#include "platform/Gdi.h"
+#include "host/texture/PictureCodecs.h"
 
 namespace {
 

@@ -5,9 +5,9 @@
 #include <sys/stat.h>
 #include <vector>
 
-#include "BrindlexTexture.h"
-#include "FileTime.h"
-#include "Gdi.h"
+#include "host/BrindlexTexture.h"
+#include "platform/FileTime.h"
+#include "platform/Gdi.h"
 
 namespace {
 

@@ -4,8 +4,8 @@
 #include <iterator>
 #include <mutex>
 
-#include "BrindlexTexture.h"
-#include "GdiPlus.h"
+#include "host/BrindlexTexture.h"
+#include "platform/GdiPlus.h"
 
 namespace {
 

@@ -10,7 +10,7 @@
 #include <new>
 #include <vector>
 
-#include "BrindlexTexture.h"
+#include "host/BrindlexTexture.h"
 
 bool IsEXRFile(const char* name) {
   if (!name) return false;

@@ -7,7 +7,7 @@
 #include <jpeglib.h>
 #include <jerror.h>
 
-#include "PictureCodecs.h"
+#include "host/texture/PictureCodecs.h"
 
 namespace picture {
 

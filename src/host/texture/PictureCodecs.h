@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "BrindlexTexture.h"
+#include "host/BrindlexTexture.h"
 
 namespace picture {
 

@@ -5,8 +5,8 @@
 #include <optional>
 #include <sys/stat.h>
 
-#include "PictureCodecs.h"
-#include "brindlexutil.h"
+#include "host/texture/PictureCodecs.h"
+#include "host/brindlexutil.h"
 
 namespace picture {
 

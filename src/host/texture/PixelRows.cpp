@@ -1,4 +1,4 @@
-#include "PictureCodecs.h"
+#include "host/texture/PictureCodecs.h"
 
 namespace picture {
 

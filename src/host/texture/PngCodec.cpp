@@ -6,7 +6,7 @@
 #include <utility>
 #include <png.h>
 
-#include "PictureCodecs.h"
+#include "host/texture/PictureCodecs.h"
 
 namespace picture {
 

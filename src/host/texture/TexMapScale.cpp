@@ -1,6 +1,6 @@
 #include <cstdint>
 
-#include "BrindlexTexture.h"
+#include "host/BrindlexTexture.h"
 
 namespace {
 

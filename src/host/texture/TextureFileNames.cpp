@@ -6,8 +6,8 @@
 #include <cstring>
 #include <string>
 
-#include "PictureCodecs.h"
-#include "brindlexutil.h"
+#include "host/texture/PictureCodecs.h"
+#include "host/brindlexutil.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include <mutex>
 #include <tiffio.h>
 
-#include "PictureCodecs.h"
+#include "host/texture/PictureCodecs.h"
 
 namespace picture {
 

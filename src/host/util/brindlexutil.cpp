@@ -1,4 +1,4 @@
-#include "brindlexutil.h"
+#include "host/brindlexutil.h"
 
 #include <cctype>
 #include <cstring>
