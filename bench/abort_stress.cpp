@@ -62,7 +62,7 @@ int main(int argc, char** argv) {
   std::map<AbortStress::Work, std::vector<double>> times;
   int failures = 0;
   for (int run = 0; run < runs; ++run) {
-    const AbortStress::Work work = AbortStress::kAllWork[run % 4];
+    const AbortStress::Work work = AbortStress::AllWork[run % 4];
     double abortToIdle = -1.0;
     std::string failure;
     if (!stress.StopOnce(work, std::chrono::microseconds(delay(random)), abortToIdle, failure)) {

@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr size_t kHeaderBytes = 24, kHashBytes = 8;
+constexpr size_t HeaderBytes = 24, HashBytes = 8;
 
 uint64_t Fnv1a(const uint8_t* data, size_t size) {
   uint64_t hash = 0xcbf29ce484222325;
@@ -21,7 +21,7 @@ uint64_t Fnv1a(const uint8_t* data, size_t size) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  if (size < kHeaderBytes + kHashBytes) return 0;
+  if (size < HeaderBytes + HashBytes) return 0;
   std::vector<uint8_t> file(data, data + size);
   std::memcpy(file.data(), "BXCT", 4);
   const uint32_t version = 1;
@@ -29,8 +29,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const FILETIME time{0x01020304u, 0x05060708u};
   std::memcpy(file.data() + 12, &time.dwLowDateTime, 4);
   std::memcpy(file.data() + 16, &time.dwHighDateTime, 4);
-  const uint64_t hash = Fnv1a(file.data(), size - kHashBytes);
-  std::memcpy(file.data() + size - kHashBytes, &hash, kHashBytes);
+  const uint64_t hash = Fnv1a(file.data(), size - HashBytes);
+  std::memcpy(file.data() + size - HashBytes, &hash, HashBytes);
 
   const std::string& path = fuzz::ScratchFile(".ct1");
   if (!fuzz::WriteScratch(path, file.data(), file.size())) return 0;

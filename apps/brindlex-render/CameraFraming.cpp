@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numbers>
 
 #include "host/BrindlexViewMath.h"
 
@@ -40,7 +41,7 @@ std::string CameraFramingProblem(const SCENE_VERTEX_XYZ& min, const SCENE_VERTEX
   const double up[3] = {right[1] * forward[2] - right[2] * forward[1],
                         right[2] * forward[0] - right[0] * forward[2],
                         right[0] * forward[1] - right[1] * forward[0]};
-  const double tanHalf = std::tan(fieldOfView * 3.141592653589793 / 360.0);
+  const double tanHalf = std::tan(fieldOfView * std::numbers::pi / 360.0);
   SCENE_VERTEX_XYZ corners[8];
   InitializeCubePointArrayFromCubeMinMaxPts(corners, &min, &max);
   double left = HUGE_VAL, rightEdge = -HUGE_VAL, bottom = HUGE_VAL, top = -HUGE_VAL;

@@ -3,13 +3,12 @@
 #include <cmath>
 #include <cstdint>
 #include <vector>
+#include <numbers>
 
 #include "host/BrindlexTexture.h"
 #include "host/BrindlexViewMath.h"
 
 namespace {
-
-constexpr float Pi = 3.14159265358979f;
 
 // A small integer hash: repeatable "randomness" for the planks.
 uint32_t Hash(uint32_t x) {
@@ -100,9 +99,9 @@ void MeshBuilder::Sphere(SCENE_VERTEX_XYZ centre, float radius) {
   constexpr int Around = 32, Up = 16;
   const unsigned first = static_cast<unsigned>(vertices.size());
   for (int j = 0; j <= Up; ++j) {
-    const float theta = Pi * j / Up;
+    const float theta = std::numbers::pi_v<float> * j / Up;
     for (int i = 0; i <= Around; ++i) {
-      const float phi = 2 * Pi * i / Around;
+      const float phi = 2 * std::numbers::pi_v<float> * i / Around;
       SCENE_VERTEX v;
       v.normal = {std::sin(theta) * std::cos(phi), std::sin(theta) * std::sin(phi), -std::cos(theta)};
       v.position = {centre.x + radius * v.normal.x, centre.y + radius * v.normal.y,

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <numbers>
 
 #include "host/BrindlexViewMath.h"
 
@@ -161,7 +162,7 @@ bool HostScene::FrameAll(double aspect) {
   // both when it fits that one.
   // A tenth of each half is left free around the model.
   constexpr double Margin = 0.9;
-  const double halfHeight = std::atan(std::tan(fieldOfView * 3.141592653589793 / 360.0) * Margin);
+  const double halfHeight = std::atan(std::tan(fieldOfView * std::numbers::pi / 360.0) * Margin);
   const double halfWidth = std::atan(std::tan(halfHeight) * std::max(aspect, 1e-3));
   const double distance = radius / std::sin(std::min(halfHeight, halfWidth));
   // In front of the model (world -y, the front of a y-up file), to its

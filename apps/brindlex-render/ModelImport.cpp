@@ -13,6 +13,7 @@
 #include <map>
 #include <memory>
 #include <vector>
+#include <numbers>
 
 #include "host/BrindlexTexture.h"
 #include "host/BrindlexViewMath.h"
@@ -359,7 +360,7 @@ void SceneBuilder::AddLights(const SCENE_MATRIX& rootMatrix, ImportedModel& resu
                         light.mColorDiffuse.b * scale);
     d.intensity = static_cast<int16_t>(std::lround(std::min(brightest, 10.0f) * 10.0f));
     // Assimp gives the whole cone; the engine wants the half-angle.
-    const double outer = std::clamp(light.mAngleOuterCone * 90.0 / 3.141592653589793, 1.0, 89.0);
+    const double outer = std::clamp(light.mAngleOuterCone * 90.0 / std::numbers::pi, 1.0, 89.0);
     d.angle = light.mType == aiLightSource_AREA ? 89.0 : outer;
     d.flags = LightEnabled | LightCastsShadows | LightDiffuse | LightSpecular;
     if (light.mType == aiLightSource_SPOT && light.mAngleInnerCone < light.mAngleOuterCone)
@@ -395,7 +396,7 @@ void SceneBuilder::FindCamera(const SCENE_MATRIX& rootMatrix, ImportedModel& res
       gltf ? camera.mHorizontalFOV / aspect : 2.0 * std::atan(std::tan(camera.mHorizontalFOV / 2.0) / aspect);
   // An angle of under a degree stays as it is: the scene's assembly then
   // prefers a zoom to fit.
-  found.fieldOfView = static_cast<float>(std::clamp(vertical * 180.0 / 3.141592653589793, 0.0, 179.0));
+  found.fieldOfView = static_cast<float>(std::clamp(vertical * 180.0 / std::numbers::pi, 0.0, 179.0));
   result.camera = found;
 }
 

@@ -2,10 +2,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numbers>
 
 namespace {
-
-constexpr double Pi = 3.141592653589793;
 
 struct Vector {
   double x, y, z;
@@ -43,10 +42,11 @@ OrbitCamera Orbit(const OrbitCamera& camera, double azimuth, double elevation) {
   const Vector target = From(camera.target), offset = From(camera.eye) - target;
   const double distance = Length(offset);
   if (distance == 0.0) return camera;
-  const double limit = MaximumElevation * Pi / 180.0;
-  const double turned = std::atan2(offset.y, offset.x) + azimuth * Pi / 180.0;
-  const double raised = std::clamp(
-      std::asin(std::clamp(offset.z / distance, -1.0, 1.0)) + elevation * Pi / 180.0, -limit, limit);
+  const double limit = MaximumElevation * std::numbers::pi / 180.0;
+  const double turned = std::atan2(offset.y, offset.x) + azimuth * std::numbers::pi / 180.0;
+  const double raised =
+      std::clamp(std::asin(std::clamp(offset.z / distance, -1.0, 1.0)) + elevation * std::numbers::pi / 180.0,
+                 -limit, limit);
   const Vector direction = {std::cos(raised) * std::cos(turned), std::cos(raised) * std::sin(turned),
                             std::sin(raised)};
   return {To(target + direction * distance), camera.target};
@@ -60,7 +60,7 @@ OrbitCamera Pan(const OrbitCamera& camera, double right, double down, double fie
   const Vector rightAxis = Unit(Cross(forward, {0.0, 0.0, 1.0}));
   const Vector upAxis = Unit(Cross(rightAxis, forward));
   // World units that one pixel spans at the target's distance.
-  const double perPixel = 2.0 * distance * std::tan(fieldOfView * Pi / 360.0) / viewHeight;
+  const double perPixel = 2.0 * distance * std::tan(fieldOfView * std::numbers::pi / 360.0) / viewHeight;
   // The scene follows the mouse, so the camera moves the other way.
   const Vector shift = rightAxis * (-right * perPixel) + upAxis * (down * perPixel);
   return {To(eye + shift), To(target + shift)};

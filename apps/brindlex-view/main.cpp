@@ -42,7 +42,7 @@ double Now() {
 bool SavePicture(const std::filesystem::path& path, const ATL::CImage& image) {
   const int type = GetTextureFileType(path.string().c_str());
   const auto format =
-      type == kTextureFileTypeAny ? PictureFileFormat::Png : static_cast<PictureFileFormat>(type);
+      type == TextureFileTypeAny ? PictureFileFormat::Png : static_cast<PictureFileFormat>(type);
   return SavePictureFile(path.string().c_str(), image.Surface(), format);
 }
 

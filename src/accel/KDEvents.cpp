@@ -14,11 +14,11 @@ struct EventOrder {
 namespace {
 
 // Below this a comparison sort beats the passes over the buckets.
-constexpr size_t kRadixMinimum = 512;
-constexpr unsigned kDigitBits = 12;
-constexpr size_t kBuckets = size_t(1) << kDigitBits;
+constexpr size_t RadixMinimum = 512;
+constexpr unsigned DigitBits = 12;
+constexpr size_t Buckets = size_t(1) << DigitBits;
 // The key has 32 + 2 + 2 bits: three digits of 12.
-constexpr unsigned kDigits = 3;
+constexpr unsigned Digits = 3;
 
 // Least significant digit first, each pass stable, so events of equal key
 // keep their order exactly as the merge sort kept it. Keys are made once;
@@ -27,25 +27,24 @@ void RadixSortEvents(KDEventList& events) {
   const size_t n = events.size();
   std::vector<uint64_t> keys(n), keysOut(n);
   KDEventList out(n);
-  std::vector<uint32_t> counts(kDigits * kBuckets, 0);
+  std::vector<uint32_t> counts(Digits * Buckets, 0);
   for (size_t i = 0; i < n; ++i) {
     const uint64_t key = KDEventKey(events[i]);
     keys[i] = key;
-    for (unsigned d = 0; d < kDigits; ++d)
-      ++counts[d * kBuckets + ((key >> (d * kDigitBits)) & (kBuckets - 1))];
+    for (unsigned d = 0; d < Digits; ++d) ++counts[d * Buckets + ((key >> (d * DigitBits)) & (Buckets - 1))];
   }
-  for (unsigned d = 0; d < kDigits; ++d) {
-    uint32_t* count = counts.data() + d * kBuckets;
-    const unsigned shift = d * kDigitBits;
-    if (count[(keys[0] >> shift) & (kBuckets - 1)] == n) continue;
+  for (unsigned d = 0; d < Digits; ++d) {
+    uint32_t* count = counts.data() + d * Buckets;
+    const unsigned shift = d * DigitBits;
+    if (count[(keys[0] >> shift) & (Buckets - 1)] == n) continue;
     uint32_t offset = 0;
-    for (size_t b = 0; b < kBuckets; ++b) {
+    for (size_t b = 0; b < Buckets; ++b) {
       const uint32_t c = count[b];
       count[b] = offset;
       offset += c;
     }
     for (size_t i = 0; i < n; ++i) {
-      const uint32_t at = count[(keys[i] >> shift) & (kBuckets - 1)]++;
+      const uint32_t at = count[(keys[i] >> shift) & (Buckets - 1)]++;
       keysOut[at] = keys[i];
       out[at] = events[i];
     }
@@ -56,17 +55,17 @@ void RadixSortEvents(KDEventList& events) {
 
 // The 36-bit key above the event's place in the list: 64-bit numbers that
 // are all different and order exactly as the stable sort by key does.
-constexpr unsigned kPlaceBits = 28;
+constexpr unsigned PlaceBits = 28;
 
 void SmallSortEvents(KDEventList& events) {
   const size_t n = events.size();
   // Small lists are the common case; their scratch lives on the stack.
-  constexpr size_t kInline = kRadixMinimum;
-  uint64_t packed[kInline];
-  KDEvent sorted[kInline];
-  for (size_t i = 0; i < n; ++i) packed[i] = KDEventKey(events[i]) << kPlaceBits | i;
+  constexpr size_t Inline = RadixMinimum;
+  uint64_t packed[Inline];
+  KDEvent sorted[Inline];
+  for (size_t i = 0; i < n; ++i) packed[i] = KDEventKey(events[i]) << PlaceBits | i;
   std::sort(packed, packed + n);
-  for (size_t i = 0; i < n; ++i) sorted[i] = events[packed[i] & ((uint64_t(1) << kPlaceBits) - 1)];
+  for (size_t i = 0; i < n; ++i) sorted[i] = events[packed[i] & ((uint64_t(1) << PlaceBits) - 1)];
   std::copy(sorted, sorted + n, events.begin());
 }
 
@@ -74,7 +73,7 @@ void SmallSortEvents(KDEventList& events) {
 
 void SortEvents(KDEventList& events) {
   if (events.size() < 2) return;
-  if (events.size() < kRadixMinimum) {
+  if (events.size() < RadixMinimum) {
     SmallSortEvents(events);
   } else if (events.size() <= UINT32_MAX) {
     RadixSortEvents(events);

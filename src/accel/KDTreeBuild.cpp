@@ -84,7 +84,7 @@ void DiscardQueue(std::deque<WorkItem>& workQueue, platform::CriticalSection& qu
 }
 
 // Fewer triangles than this per helper are not worth a thread.
-constexpr size_t kTrianglesPerPart = 16384;
+constexpr size_t TrianglesPerPart = 16384;
 
 // The root's events in `parts` slices of its triangle list, each clipped
 // and sorted on a thread of its own with polygons of its own, then merged
@@ -133,7 +133,7 @@ void PrepareRoot(KDTree& tree, const SWMeshTable& table, size_t total, size_t th
     filled += count;
     if (abort.AskSticky()) break;
   }
-  const size_t parts = std::max<size_t>(1, std::min(threads, total / kTrianglesPerPart));
+  const size_t parts = std::max<size_t>(1, std::min(threads, total / TrianglesPerPart));
   MakeRootEvents(tree, table, root, parts, polygonA, polygonB, abort);
 }
 

@@ -8,14 +8,14 @@
 #include "accel/KDTree.h"
 #include "accel/RayIntersection.h"
 #include "host/brindlexutil.h"
+#include "host/Numbers.h"
 
 namespace {
 
 // The name under which the log reports this query's failures.
-constexpr const char* kSourceFile = ".\\BrindlexViewRTRenderEngine";
-constexpr double kLargest = std::numeric_limits<double>::max();
-constexpr double kParallel = 1e-7;
-constexpr double kNearest = 1e-6;
+constexpr const char* SourceFile = ".\\BrindlexViewRTRenderEngine";
+constexpr double Largest = std::numeric_limits<double>::max();
+constexpr double Nearest = 1e-6;
 
 struct Ray {
   double origin[3];
@@ -45,7 +45,7 @@ class TraversalStack {
   size_t Size() const { return count; }
   bool Empty() const { return count == 0; }
   void Push(const KDStackEntry& entry) {
-    if (count < kInline) {
+    if (count < Inline) {
       entries[count++] = entry;
     } else {
       Spill(entry);
@@ -53,7 +53,7 @@ class TraversalStack {
   }
   KDStackEntry Pop() {
     --count;
-    if (count < kInline) return entries[count];
+    if (count < Inline) return entries[count];
     const KDStackEntry entry = spill.back();
     spill.pop_back();
     return entry;
@@ -65,24 +65,24 @@ class TraversalStack {
     ++count;
   }
 
-  static constexpr size_t kInline = 64;
-  KDStackEntry entries[kInline];
+  static constexpr size_t Inline = 64;
+  KDStackEntry entries[Inline];
   std::vector<KDStackEntry> spill;
   size_t count = 0;
 };
 
 // Stands for a child index outside `nodes`, which only a tree that is not
 // sound can hold: it reads as an empty leaf.
-const KDNode kEmptyLeaf = {3, 0};
+const KDNode EmptyLeaf = {3, 0};
 
 const KDNode* Child(const std::vector<KDNode>& nodes, uint32_t index) {
-  return index < nodes.size() ? &nodes[index] : &kEmptyLeaf;
+  return index < nodes.size() ? &nodes[index] : &EmptyLeaf;
 }
 
 // One whole line, however many workers fail at once: debugOS hands each
 // thread's text to its target only in complete lines.
 [[noreturn, gnu::noinline, gnu::cold]] void ReportInfiniteRecursion(int line) {
-  debugOS << "Error: " << kSourceFile << " (" << line
+  debugOS << "Error: " << SourceFile << " (" << line
           << ") KDTree::Intersect - infinite recursion case detected" << std::endl;
   throw 0;
 }
@@ -105,7 +105,7 @@ inline bool TestTriangle(const Triangle& tri, uint32_t k, uint32_t instanceIndex
   // and a parallel ray (x / 0) are misses too.
   if (!((numerator > 0.0 && denominator > 0.0) || (numerator < 0.0 && denominator < 0.0))) return false;
   const double t = numerator * (1.0 / denominator);
-  if (!(t <= nearest && t >= kNearest)) return false;
+  if (!(t <= nearest && t >= Nearest)) return false;
   const double hu = o[u] + t * d[u] - tri.vertexU;
   const double hv = o[v] + t * d[v] - tri.vertexV;
   const double weightB = hv * tri.edge1U + hu * tri.edge1NegV;
@@ -204,9 +204,9 @@ bool Walk(const Fields& fields, const Ray& ray, double tNear, double tFar, SWRay
   TraversalStack<Node> stack;
   bool hit = false;
   const Node* node = fields.Root();
-  const bool parallel[3] = {!(std::fabs(ray.direction[0]) > kParallel),
-                            !(std::fabs(ray.direction[1]) > kParallel),
-                            !(std::fabs(ray.direction[2]) > kParallel)};
+  const bool parallel[3] = {!(std::fabs(ray.direction[0]) > NearZero),
+                            !(std::fabs(ray.direction[1]) > NearZero),
+                            !(std::fabs(ray.direction[2]) > NearZero)};
   for (;;) {
     uint32_t word;
     while (((word = node->childAndAxis) & 3) != 3) {
@@ -214,9 +214,9 @@ bool Walk(const Fields& fields, const Ray& ray, double tNear, double tFar, SWRay
       const double split = std::bit_cast<float>(uint32_t(node->splitOrCount));
       const double origin = ray.origin[axis];
       if (parallel[axis]) {
-        if (split - kParallel > origin) {
+        if (split - NearZero > origin) {
           node = fields.Lower(node, word);
-        } else if (origin > split + kParallel) {
+        } else if (origin > split + NearZero) {
           node = fields.Upper(node, word);
         } else {
           stack.Push({fields.Upper(node, word), tNear, tFar});
@@ -261,10 +261,10 @@ bool KDTree::IntersectBounds(const SCENE_VERTEX_XYZ_64& origin, const SCENE_VERT
   const double lo[3] = {boundsMin.x, boundsMin.y, boundsMin.z};
   const double hi[3] = {boundsMax.x, boundsMax.y, boundsMax.z};
   double nearT = startNear ? *startNear : 0.0;
-  double farT = startFar ? *startFar : kLargest;
+  double farT = startFar ? *startFar : Largest;
   int skipped = 0;
   for (int axis = 0; axis < 3; ++axis) {
-    if (!(std::fabs(ray.direction[axis]) > kParallel)) {
+    if (!(std::fabs(ray.direction[axis]) > NearZero)) {
       ++skipped;
       continue;
     }
@@ -295,7 +295,7 @@ bool KDTree::Intersect(const SCENE_VERTEX_XYZ_64& origin, const SCENE_VERTEX_XYZ
     double tNear = 0.0, tFar = 0.0;
     if (!IntersectBounds(origin, direction, inverseDirection, tNear, tFar, nullptr, reach)) return false;
     const Ray ray = MakeRay(origin, direction, inverseDirection);
-    result.distance = kLargest;
+    result.distance = Largest;
     result.triangleIndex = 0;
     if (walkLayout.Matches(*this)) return Walk(WalkFields(walkLayout, *this), ray, tNear, tFar, result);
     return Walk(TreeFields(*this), ray, tNear, tFar, result);
@@ -303,7 +303,7 @@ bool KDTree::Intersect(const SCENE_VERTEX_XYZ_64& origin, const SCENE_VERTEX_XYZ
     // A tree that is not sound, or a stack that cannot grow: the ray counts
     // as a miss and the worker goes on.
     const int line = __LINE__;
-    OutputCatchToLog(true, kSourceFile, line, "KDTree::Intersect", true);
+    OutputCatchToLog(true, SourceFile, line, "KDTree::Intersect", true);
     return false;
   }
 }

@@ -4,15 +4,15 @@
 
 namespace {
 
-constexpr uint32_t kLeafTag = 3;
+constexpr uint32_t LeafTag = 3;
 // The largest index that fits beside the two tag bits.
-constexpr uint64_t kMaxPacked = (uint64_t(1) << 30) - 1;
+constexpr uint64_t MaxPacked = (uint64_t(1) << 30) - 1;
 
 struct Pending {
   uint32_t source;  // index in the tree's nodes
-  uint32_t parent;  // walk node whose upper child this is, or kNoParent
+  uint32_t parent;  // walk node whose upper child this is, or NoParent
 };
-constexpr uint32_t kNoParent = UINT32_MAX;
+constexpr uint32_t NoParent = UINT32_MAX;
 }  // namespace
 
 void KDWalkLayout::Clear() {
@@ -26,7 +26,7 @@ void KDWalkLayout::Clear() {
 
 void KDWalkLayout::Make(const KDTree& tree) {
   Clear();
-  if (tree.nodes.empty() || tree.nodes.size() > kMaxPacked) return;
+  if (tree.nodes.empty() || tree.nodes.size() > MaxPacked) return;
   if (!Lay(tree)) {
     Clear();
     return;
@@ -59,7 +59,7 @@ bool KDWalkLayout::Lay(const KDTree& tree) {
   const size_t count = tree.nodes.size();
   nodes.reserve(count);
   leafEntries.reserve(tree.leafTriangles.size());
-  std::vector<Pending> stack{{0, kNoParent}};
+  std::vector<Pending> stack{{0, NoParent}};
   while (!stack.empty()) {
     const Pending next = stack.back();
     stack.pop_back();
@@ -67,11 +67,11 @@ bool KDWalkLayout::Lay(const KDTree& tree) {
     // through a cycle; a node shared by two parents would still come twice.
     if (nodes.size() >= count) return false;
     const uint32_t here = uint32_t(nodes.size());
-    if (next.parent != kNoParent) nodes[next.parent].childAndAxis |= here << 2;
+    if (next.parent != NoParent) nodes[next.parent].childAndAxis |= here << 2;
     const KDNode source = tree.nodes[next.source];
     const uint32_t word = source.childAndAxis;
     KDWalkNode node;
-    if ((word & 3) == kLeafTag) {
+    if ((word & 3) == LeafTag) {
       if (!CopyLeaf(tree, word >> 2, source.splitOrCount, node)) return false;
       nodes.push_back(node);
       continue;
@@ -82,7 +82,7 @@ bool KDWalkLayout::Lay(const KDTree& tree) {
     node.splitOrCount = source.splitOrCount;
     nodes.push_back(node);
     stack.push_back({uint32_t(first + 1), here});
-    stack.push_back({uint32_t(first), kNoParent});
+    stack.push_back({uint32_t(first), NoParent});
   }
   return true;
 }
@@ -91,8 +91,8 @@ bool KDWalkLayout::Lay(const KDTree& tree) {
 // without the ones it would skip. A run that reaches past leafTriangles
 // holds nothing, as there.
 bool KDWalkLayout::CopyLeaf(const KDTree& tree, uint32_t first, uint32_t count, KDWalkNode& leaf) {
-  if (leafEntries.size() > kMaxPacked) return false;
-  leaf.childAndAxis = uint32_t(leafEntries.size()) << 2 | kLeafTag;
+  if (leafEntries.size() > MaxPacked) return false;
+  leaf.childAndAxis = uint32_t(leafEntries.size()) << 2 | LeafTag;
   const uint64_t end = uint64_t(first) + count;
   if (count == 0 || end - 1 >= tree.leafTriangles.size()) {
     leaf.splitOrCount = 0;

@@ -6,6 +6,7 @@
 #include <limits>
 
 #include "host/SceneRecords.h"
+#include "host/Numbers.h"
 
 #pragma pack(push, 1)
 struct SWRayIntersectionResult {
@@ -23,7 +24,7 @@ struct SWRayIntersectionResult {
 // traversal can tell the ray runs parallel to that axis. `parallel` is the
 // largest double unless a caller's rule names another value.
 inline double InverseDirectionComponent(double d, double parallel = std::numeric_limits<double>::max()) {
-  return std::fabs(d) > 1e-7 ? 1.0 / d : parallel;
+  return std::fabs(d) > NearZero ? 1.0 / d : parallel;
 }
 
 inline SCENE_VERTEX_XYZ_64 InverseDirection(const SCENE_VERTEX_XYZ_64& direction,

@@ -16,11 +16,11 @@ enum class PictureFileFormat : int { Bmp = 0, Jpeg = 1, Png = 2, Tiff = 3 };
 // PictureFileFormat, plus "any", which stands for a name of no accepted
 // format and which callers use as the starting value of a search. 8 leaves
 // room for more formats below it.
-constexpr int kTextureFileTypeBmp = 0;
-constexpr int kTextureFileTypeJpeg = 1;
-constexpr int kTextureFileTypePng = 2;
-constexpr int kTextureFileTypeTiff = 3;
-constexpr int kTextureFileTypeAny = 8;
+constexpr int TextureFileTypeBmp = 0;
+constexpr int TextureFileTypeJpeg = 1;
+constexpr int TextureFileTypePng = 2;
+constexpr int TextureFileTypeTiff = 3;
+constexpr int TextureFileTypeAny = 8;
 
 // One level of a texture pyramid: an image that a fresh Create replaces.
 class Brindlex_CImage : public ATL::CImage {
@@ -73,13 +73,13 @@ bool SaveHDRPictureFile(const char* path, const float* rgba, int width, int heig
 int GetEncoderClsid(const wchar_t* mime, GUID* clsid);
 
 // The type of a file name by its extension (any case): .bmp, .jpg or .jpeg,
-// .png, .tif or .tiff; kTextureFileTypeAny for anything else.
+// .png, .tif or .tiff; TextureFileTypeAny for anything else.
 int GetTextureFileType(const char* name);
 
 // True when `name` (relative to `folder` unless null or `name` is absolute)
 // has a picture extension and a picture file of it exists: either `name`
 // itself or the same name with another picture extension. `type`, if given,
-// holds kTextureFileTypeAny or a type to insist on; on success it receives
+// holds TextureFileTypeAny or a type to insist on; on success it receives
 // the type of the file found.
 bool IsValidTextureFileName(const char* name, const char* folder, int* type);
 
@@ -122,7 +122,7 @@ struct SW_BC_TEXTURE {
 };
 #pragma pack(pop)
 
-constexpr const char* kCompressedTextureCacheFolder = "BrindlexCT";
+constexpr const char* CompressedTextureCacheFolder = "BrindlexCT";
 
 // Reads a cache file written by WriteCompressedTextureArrayFile. Only when
 // the file is whole and undamaged and its stored time equals `sourceTime`

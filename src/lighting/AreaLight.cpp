@@ -3,6 +3,7 @@
 // axis from target to position. A surface point is lit when its line to
 // that point passes through the rectangle.
 #include <cmath>
+#include <numbers>
 
 #include "engine/BrindlexViewRTRenderEngine.h"
 #include "lighting/LightTerms.h"
@@ -11,7 +12,6 @@
 using namespace vector64;
 
 namespace {
-constexpr double Pi = 3.141592653589793;
 // The soft rim is this share of the shorter half-extent, on both axes.
 constexpr double SoftEdgeShare = 0.45;
 
@@ -38,7 +38,7 @@ void RT_RENDER_ENGINE::AddAreaLightContributionToPixel(
   const SCENE_VERTEX_XYZ_64 axisV = Widen(definition.axisV);
   const double diagonal = Length(Add(axisU, axisV));
   const double halfU = Length(axisU);
-  const double halfAngle = definition.angle * Pi / 180.0;
+  const double halfAngle = definition.angle * std::numbers::pi / 180.0;
   const float tangent = std::tan(static_cast<float>(halfAngle));
   // A zero angle puts the virtual point infinitely far behind the opening
   // and a zero width puts it on the opening, where the angle it sees is a

@@ -1,6 +1,7 @@
 // A spot light: a cone from its position towards its target, optionally
 // fading over the outer part of its half-angle.
 #include <cmath>
+#include <numbers>
 
 #include "engine/BrindlexViewRTRenderEngine.h"
 #include "lighting/LightTerms.h"
@@ -9,7 +10,6 @@
 using namespace vector64;
 
 namespace {
-constexpr double Pi = 3.141592653589793;
 // The soft rim covers this share of the half-angle, at its outer side.
 constexpr double SoftEdgeShare = 0.55;
 }  // namespace
@@ -34,7 +34,7 @@ void RT_RENDER_ENGINE::AddSpotLightContributionToPixel(
   term.lambert = Dot(normal, direction);
   if (!(term.lambert > 0.0)) return;
   const double cone = Dot(direction, axis);
-  const double halfAngle = definition.angle * Pi / 180.0;
+  const double halfAngle = definition.angle * std::numbers::pi / 180.0;
   const double cosOuter = std::cos(halfAngle);
   if (!(cone > cosOuter)) return;
   term.visibility =

@@ -2,6 +2,7 @@
 #include "photons/PhotonEmission.h"
 
 #include <cmath>
+#include <numbers>
 
 #include "host/BrindlexViewMath.h"
 #include "pipeline/RandomNumberGenerator.h"
@@ -10,7 +11,6 @@
 using namespace vector64;
 
 namespace {
-constexpr double Pi = 3.141592653589793;
 // The soft rim of a spot covers this share of its half-angle, at its outer
 // side, as in its direct light.
 constexpr double SoftEdgeShare = 0.55;
@@ -32,7 +32,7 @@ SCENE_VERTEX_XYZ_64 DirectionInNarrowCone(RT_RANDOM_NUMBER_GENERATOR& generator,
                                           const SCENE_VERTEX_XYZ_64& axis, double limit) {
   const double cosine = 1.0 - generator.RandomUnit() * (1.0 - limit);
   const double sine = std::sqrt(std::fmax(0.0, 1.0 - cosine * cosine));
-  const double turn = 2.0 * Pi * generator.RandomUnit();
+  const double turn = 2.0 * std::numbers::pi * generator.RandomUnit();
   // Any unit vector across the axis, and the one across both.
   const SCENE_VERTEX_XYZ_64 helper =
       std::fabs(axis.x) < 0.9 ? SCENE_VERTEX_XYZ_64{1.0, 0.0, 0.0} : SCENE_VERTEX_XYZ_64{0.0, 1.0, 0.0};
@@ -48,7 +48,7 @@ void EmitFromSpot(const SCENE_LIGHT_DEFINITION& light, RT_RANDOM_NUMBER_GENERATO
                   PhotonRay& photon) {
   photon.origin = Widen(light.position);
   const SCENE_VERTEX_XYZ_64 axis = LightAxis(light);
-  const double halfAngle = light.angle * Pi / 180.0;
+  const double halfAngle = light.angle * std::numbers::pi / 180.0;
   const double limit = std::cos(static_cast<float>(halfAngle));
   if (!DrawDirectionAround(generator, axis, limit, true, photon.direction)) {
     if (Length(axis) == 0.0) return;  // no axis: the photon stays without a direction

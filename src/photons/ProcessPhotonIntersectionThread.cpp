@@ -12,20 +12,16 @@
 #include "photons/ShootPhotonsThreadData.h"
 #include "shading/SurfaceMaterial.h"
 #include "lighting/VectorOps.h"
+#include "host/Numbers.h"
 
 using namespace vector64;
 
 namespace {
-// Continuation rays leave a surface this far along their direction.
-constexpr double SurfaceOffset = 0.001;
-// Below this in every channel a photon carries nothing worth following,
-// and a normal below it in every axis has no direction.
-constexpr double Negligible = 1e-7;
 // A scattering photon goes on with this share of the diffuse level.
 constexpr double ScatterShare = 0.9;
 
 bool IsNegligible(const SCENE_VERTEX_XYZ_64& v) {
-  return std::fabs(v.x) <= Negligible && std::fabs(v.y) <= Negligible && std::fabs(v.z) <= Negligible;
+  return std::fabs(v.x) <= NearZero && std::fabs(v.y) <= NearZero && std::fabs(v.z) <= NearZero;
 }
 
 // Takes a row of the list by the atomic counter. A row at or past the limit

@@ -4,9 +4,9 @@
 
 #include "host/BrindlexViewMath.h"
 #include "host/RenderOptions.h"
+#include "host/Numbers.h"
 
 namespace {
-constexpr double NearZero = 1e-7;
 
 // Colour of the bitmap before the byte conversion: the HDR tone map keeps
 // hue by scaling red, green and blue by one ratio taken from luminance.

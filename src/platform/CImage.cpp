@@ -37,7 +37,7 @@ int CImage::Create(int newWidth, int newHeight, int newBitsPerPixel) {
   if (newWidth <= 0 || newWidth > 65535 || rows == 0 || rows > 65535) return 0;
   const int64_t rowBytes = (int64_t{newWidth} * newBitsPerPixel + 31) / 32 * 4;
   const int64_t bytes = rowBytes * rows;
-  if (static_cast<uint64_t>(bytes) > kMaxPixelBytes) return 0;
+  if (static_cast<uint64_t>(bytes) > MaxPixelBytes) return 0;
 
   pixels.reset(new (std::nothrow) uint8_t[static_cast<size_t>(bytes)]());
   if (!pixels) return 0;

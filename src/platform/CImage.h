@@ -15,7 +15,7 @@ class CImage {
  public:
   // Above this many bytes of pixels an image is refused, so that a wrong
   // or hostile size fails cleanly instead of exhausting memory.
-  static constexpr size_t kMaxPixelBytes = size_t{1} << 30;
+  static constexpr size_t MaxPixelBytes = size_t{1} << 30;
 
   CImage() = default;
   ~CImage();

@@ -9,11 +9,11 @@
 namespace {
 
 // 100-nanosecond steps between 1601-01-01 and 1970-01-01.
-constexpr int64_t kFileTimeOfUnixEpoch = 116444736000000000;
+constexpr int64_t FileTimeOfUnixEpoch = 116444736000000000;
 
 FILETIME ToFileTime(const timespec& time) {
   const uint64_t steps =
-      static_cast<uint64_t>(kFileTimeOfUnixEpoch + int64_t{time.tv_sec} * 10000000 + time.tv_nsec / 100);
+      static_cast<uint64_t>(FileTimeOfUnixEpoch + int64_t{time.tv_sec} * 10000000 + time.tv_nsec / 100);
   return {static_cast<uint32_t>(steps), static_cast<uint32_t>(steps >> 32)};
 }
 

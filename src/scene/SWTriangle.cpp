@@ -3,10 +3,9 @@
 #include <cmath>
 
 #include "host/BrindlexViewMath.h"
+#include "host/Numbers.h"
 
 namespace {
-
-constexpr double ParallelLimit = 1e-7;
 
 double Component(const SCENE_VERTEX_XYZ_64& v, uint32_t axis) {
   return axis == 0 ? v.x : axis == 1 ? v.y : v.z;
@@ -34,7 +33,7 @@ void ComputeSWTriangle(const SCENE_VERTEX_XYZ_64& a, const SCENE_VERTEX_XYZ_64& 
   const uint32_t k = DominantAxis(n);
   const uint32_t u = (k + 1) % 3, v = (k + 2) % 3;
   const double nk = Component(n, k);
-  if (std::fabs(nk) <= ParallelLimit) {
+  if (std::fabs(nk) <= NearZero) {
     triangle.degenerate = 1;
     return;
   }
@@ -44,7 +43,7 @@ void ComputeSWTriangle(const SCENE_VERTEX_XYZ_64& a, const SCENE_VERTEX_XYZ_64& 
   triangle.dominantAxis = k;
 
   const double det = Component(e1, u) * Component(e2, v) - Component(e1, v) * Component(e2, u);
-  if (std::fabs(det) <= ParallelLimit) {
+  if (std::fabs(det) <= NearZero) {
     triangle.degenerate = 1;
     return;
   }

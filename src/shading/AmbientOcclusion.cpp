@@ -6,6 +6,7 @@
 #include "shadows/ShadowBlocker.h"
 #include "pipeline/RandomNumberGenerator.h"
 #include "lighting/VectorOps.h"
+#include "host/Numbers.h"
 
 using namespace vector64;
 
@@ -13,8 +14,6 @@ namespace {
 constexpr int OcclusionRayCount = 10;
 // A blocker farther than this along a ray no longer counts.
 constexpr double OcclusionReach = 1.0;
-// Start of a ray off the surface, and the step past a see-through blocker.
-constexpr double RayOffset = 0.001;
 // Far above the rounding of a sum of distances near 1.
 constexpr double ReachMargin = 1e-9;
 // A direction below the surface is drawn again; after this many draws in a
@@ -53,8 +52,8 @@ double RT_RENDER_ENGINE::GetAmbientOcclusionFactor(const SCENE_VERTEX_XYZ_64& po
   double sum = 0.0;
   for (int ray = 0; ray < OcclusionRayCount; ++ray) {
     const SCENE_VERTEX_XYZ_64 direction = RandomDirectionAbove(normal);
-    const SCENE_VERTEX_XYZ_64 origin = GetPointOnRay(point, direction, RayOffset);
-    sum += GetAmbientOcclusionFactorForRay(origin, direction, InverseDirection(direction), RayOffset);
+    const SCENE_VERTEX_XYZ_64 origin = GetPointOnRay(point, direction, SurfaceOffset);
+    sum += GetAmbientOcclusionFactorForRay(origin, direction, InverseDirection(direction), SurfaceOffset);
   }
   return sum / 10.0;
 }
@@ -79,7 +78,7 @@ double RT_RENDER_ENGINE::GetAmbientOcclusionFactorForRay(const SCENE_VERTEX_XYZ_
     // A hit that does not lead back to its material blocks.
     if (ClassifyBlocker(*this, {meshTables, swMaterials, textures}, result) != BlockerKind::SeeThrough)
       return total / OcclusionReach;
-    from = GetPointOnRay(GetPointOnRay(from, direction, distance), direction, RayOffset);
-    travelled = distance + travelled + RayOffset;
+    from = GetPointOnRay(GetPointOnRay(from, direction, distance), direction, SurfaceOffset);
+    travelled = distance + travelled + SurfaceOffset;
   }
 }

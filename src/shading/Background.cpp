@@ -3,6 +3,7 @@
 #include "shading/Background.h"
 
 #include <cmath>
+#include <numbers>
 
 #include "host/BrindlexViewMath.h"
 #include "host/BrindlexViewModel.h"
@@ -13,7 +14,6 @@
 #include "shading/ShadingLevels.h"
 
 namespace {
-constexpr double Pi = 3.141592653589793;
 // The screen shows one sixth of a panorama's width.
 constexpr float PanoramaScaleU = 0.16666667f;
 
@@ -26,7 +26,7 @@ double PanoramaTurn(const SCENE_CAMERA_INFO& camera) {
   // A camera whose target is its own position has no heading; it keeps the
   // panorama where a camera looking along +x would.
   if (!(length > 0.0f)) return 0.0;
-  float angle = static_cast<float>(acosf(view.x / length) * 180.0f / Pi);
+  float angle = static_cast<float>(acosf(view.x / length) * 180.0f / std::numbers::pi);
   if (view.y > 0) angle = -angle;
   return angle / 3.6;
 }

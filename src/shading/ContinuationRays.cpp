@@ -9,6 +9,7 @@
 #include "shading/ShadingGroup.h"
 #include "shading/ShadingLevels.h"
 #include "lighting/VectorOps.h"
+#include "host/Numbers.h"
 
 // Continuation rays are traced one after the other, so a level keeps one
 // sample and one hit record on its stack for them, not one per ray.
@@ -32,7 +33,7 @@ void RT_RENDER_ENGINE::TraceTransparency(ShadingGroup& group, bool& abort) {
     next.direction = sample.direction;
     next.inverseDirection = sample.inverseDirection;
     const SCENE_VERTEX_XYZ_64 point = group.HitPoint(i);
-    next.origin = GetPointOnRay(point, next.direction, 0.001);
+    next.origin = GetPointOnRay(point, next.direction, SurfaceOffset);
     if (group.HasDifferentials(i)) {
       const ShadingRay& ray = group.Differentials(i);
       next.xOrigin = vector64::Add(point, ray.dPdx);
@@ -63,7 +64,7 @@ void RT_RENDER_ENGINE::TraceReflections(ShadingGroup& group, bool& abort) {
     const SCENE_VERTEX_XYZ_64 normal = group.ShadingNormal(*this, i, 1.0);
     PixelRaySample next = ContinuationOf(sample);
     next.direction = MirrorDirection(sample.direction, normal);
-    next.origin = GetPointOnRay(group.HitPoint(i), next.direction, 0.001);
+    next.origin = GetPointOnRay(group.HitPoint(i), next.direction, SurfaceOffset);
     next.inverseDirection = InverseDirection(next.direction, ContinuationLargestInverse);
     ShadeContinuation(group, next, group.reflectionDepth + 1, abort);
     const SCENE_VERTEX_XYZW surface = sample.color, mirrored = next.color;

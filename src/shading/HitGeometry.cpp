@@ -6,6 +6,7 @@
 
 #include "host/BrindlexViewMath.h"
 #include "lighting/VectorOps.h"
+#include "host/Numbers.h"
 
 namespace {
 double Axis(const SCENE_VERTEX_XYZ_64& v, int axis) {
@@ -68,7 +69,7 @@ bool SurfaceDerivatives(const SCENE_VERTEX& v0, const SCENE_VERTEX& v1, const SC
   const double t0 = TextureCoordinate(v0.v), t1 = TextureCoordinate(v1.v), t2 = TextureCoordinate(v2.v);
   const double du1 = u0 - u2, du2 = u1 - u2, dv1 = t0 - t2, dv2 = t1 - t2;
   const double determinant = du1 * dv2 - dv1 * du2;
-  if (std::fabs(determinant) <= 1e-7) return false;
+  if (std::fabs(determinant) <= NearZero) return false;
   const SCENE_VERTEX_XYZ_64 dp1 = PositionDifference(v0, v2), dp2 = PositionDifference(v1, v2);
   dPdu = {(dv2 * dp1.x - dv1 * dp2.x) / determinant, (dv2 * dp1.y - dv1 * dp2.y) / determinant,
           (dv2 * dp1.z - dv1 * dp2.z) / determinant};

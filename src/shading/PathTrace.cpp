@@ -15,11 +15,11 @@
 #include "shading/ShadingGroup.h"
 #include "shading/ShadingLevels.h"
 #include "shading/SurfaceMaterial.h"
+#include "host/Numbers.h"
 
 namespace {
 using ShadingGroup = RT_RENDER_ENGINE::ShadingGroup;
 
-constexpr double RayOffset = 0.001;
 // From this reflectivity on, in percent, a mirror always mirrors and no
 // number is drawn for it.
 constexpr double CertainMirrorLevel = 99.1;
@@ -28,7 +28,7 @@ constexpr double CertainMirrorLevel = 99.1;
 // frequency of its opacity. An opaque surface draws no number.
 bool PassesThrough(float alpha, RT_RANDOM_NUMBER_GENERATOR& generator) {
   if (!(alpha < 1.0f)) return false;
-  if (std::fabs(alpha) <= 1e-7f) return true;
+  if (std::fabs(alpha) <= static_cast<float>(NearZero)) return true;
   return generator.RandomUnit() > alpha;
 }
 
@@ -96,7 +96,7 @@ SCENE_VERTEX_XYZW RT_RENDER_ENGINE::PathTrace(ENVIRONMENT_3D_VIEW* view, const M
     PixelRaySample next = ContinuationOf(sample);
     next.direction = sample.direction;
     next.inverseDirection = sample.inverseDirection;
-    next.origin = GetPointOnRay(hitPoint, next.direction, RayOffset);
+    next.origin = GetPointOnRay(hitPoint, next.direction, SurfaceOffset);
     if (group.HasDifferentials(0)) {
       const ShadingRay& footprint = group.Differentials(0);
       next.xOrigin = vector64::Add(hitPoint, footprint.dPdx);
@@ -131,7 +131,7 @@ SCENE_VERTEX_XYZW RT_RENDER_ENGINE::PathTrace(ENVIRONMENT_3D_VIEW* view, const M
   if (mayMirror && MirrorsThisTime(level, generator)) {
     PixelRaySample next = ContinuationOf(sample);
     next.direction = MirrorDirection(sample.direction, normal);
-    next.origin = GetPointOnRay(hitPoint, next.direction, RayOffset);
+    next.origin = GetPointOnRay(hitPoint, next.direction, SurfaceOffset);
     next.inverseDirection = InverseDirection(next.direction, ContinuationLargestInverse);
     // Untinted: neither the surface colour nor the level weighs the mirror.
     return follow(next, bounceCount + 1);
@@ -165,7 +165,7 @@ SCENE_VERTEX_XYZW RT_RENDER_ENGINE::PathTrace(ENVIRONMENT_3D_VIEW* view, const M
     const SCENE_VERTEX_XYZ_64 bounce = SampleCosineHemisphere(generator, normal);
     PixelRaySample next = ContinuationOf(sample);
     next.direction = bounce;
-    next.origin = GetPointOnRay(hitPoint, bounce, RayOffset);
+    next.origin = GetPointOnRay(hitPoint, bounce, SurfaceOffset);
     next.inverseDirection = InverseDirection(bounce, ContinuationLargestInverse);
     const SCENE_VERTEX_XYZW seen = follow(next, bounceCount + 1);
     const float cosine = static_cast<float>(vector64::Dot(normal, bounce));

@@ -2,6 +2,7 @@
 // in the light's shadow map, or in path tracing one shadow ray to a random
 // point on the light, whose noise the passes average away.
 #include <cmath>
+#include <numbers>
 
 #include "engine/BrindlexViewRTRenderEngine.h"
 #include "scene/LightTable.h"
@@ -9,19 +10,17 @@
 #include "host/RenderOptions.h"
 #include "shadows/ShadowMapSampling.h"
 #include "lighting/VectorOps.h"
+#include "host/Numbers.h"
 
 using namespace vector64;
 
 namespace {
-constexpr double Pi = 3.141592653589793;
 // A point light is sampled as a sphere of this radius.
 constexpr double PointLightSampleRadius = 6.0;
 // A spot light is sampled on a disc this far in front of it.
 constexpr double SpotLightSampleDistance = 6.0;
 // Half-angle of the cone a direct light is sampled in: a sun of 3 degrees.
 constexpr double DirectLightCone = 0.05235987755982988;
-// An axis within this of the z axis takes y as its helper axis.
-constexpr double VerticalAxisLimit = 1e-7;
 
 bool CastsShadows(const RTRendererLight* light) {
   return light && (light->definition.flags & LightCastsShadows);
@@ -42,8 +41,7 @@ SCENE_VERTEX_XYZ_64 SampleDisc(RT_RANDOM_NUMBER_GENERATOR& generator, double rad
   const SCENE_VERTEX_XYZ_64 onDisc{r * std::cos(theta), r * std::sin(theta), 0.0};
 
   SCENE_VERTEX_XYZ up{0.0f, 0.0f, 1.0f};
-  if (std::fabs(axis.x) <= VerticalAxisLimit && std::fabs(axis.y) <= VerticalAxisLimit)
-    up = {0.0f, 1.0f, 0.0f};
+  if (std::fabs(axis.x) <= NearZero && std::fabs(axis.y) <= NearZero) up = {0.0f, 1.0f, 0.0f};
   SCENE_VERTEX_XYZ side;
   CrossProduct(&up, &axis, &side);
   GetUnitVector(&side, &side);
@@ -92,7 +90,7 @@ bool SampleLight(RT_RANDOM_NUMBER_GENERATOR& generator, const SCENE_LIGHT_DEFINI
       const SCENE_VERTEX_XYZ position = light.position, target = light.target;
       SCENE_VERTEX_XYZ axis{target.x - position.x, target.y - position.y, target.z - position.z};
       GetUnitVector(&axis, &axis);
-      const double radius = SpotLightSampleDistance * std::tan(light.angle * Pi / 180.0);
+      const double radius = SpotLightSampleDistance * std::tan(light.angle * std::numbers::pi / 180.0);
       const SCENE_VERTEX_XYZ_64 centre = Add(Widen(position), Scale(Widen(axis), SpotLightSampleDistance));
       sample = SampleDisc(generator, radius, centre, axis);
       return true;

@@ -1,14 +1,11 @@
 #include "shadows/ShadowMapGeometry.h"
 
 #include <cmath>
+#include <numbers>
 
 #include "lighting/VectorOps.h"
 
 using namespace vector64;
-
-namespace {
-constexpr double Pi = 3.141592653589793;
-}
 
 double ShadowMapDepth(const RTRendererLight& light, const SCENE_VERTEX_XYZ_64& point) {
   if (light.definition.type == 0) {
@@ -23,7 +20,7 @@ double ShadowMapDepth(const RTRendererLight& light, const SCENE_VERTEX_XYZ_64& p
 float AreaLightReach(const SCENE_LIGHT_DEFINITION& light) {
   const SCENE_VERTEX_XYZ u = light.axisU, v = light.axisV;
   const SCENE_VERTEX_XYZ diagonal{u.x + v.x, u.y + v.y, u.z + v.z};
-  return Magnitude(&diagonal) / std::tan(static_cast<float>(light.angle * Pi / 180.0));
+  return Magnitude(&diagonal) / std::tan(static_cast<float>(light.angle * std::numbers::pi / 180.0));
 }
 
 SCENE_VERTEX_XYZ_64 AreaLightBack(const SCENE_LIGHT_DEFINITION& light) {

@@ -10,14 +10,13 @@
 #include "shadows/ShadowMapGeometry.h"
 #include "host/TextureLink.h"
 #include "lighting/VectorOps.h"
+#include "host/Numbers.h"
 
 using namespace vector64;
 
 namespace {
 // A surface blocks when its opacity times its texel alpha reaches this.
 constexpr double BlockingAlpha = 0.69;
-// A ray that goes on starts this far beyond the surface it passed.
-constexpr double ContinuationStep = 0.001;
 // What a pixel holds that met no blocker at all.
 constexpr double EmptyDepth = 1.7976931348623157e308;
 
@@ -89,7 +88,7 @@ void RT_RENDER_ENGINE::ProcessShadowmapPixel(bool hit, const SWRayIntersectionRe
         haveFirstDepth = true;
         firstDepth = depth;
       }
-      ray.origin = Add(hitPoint, Scale(ray.direction, ContinuationStep));
+      ray.origin = Add(hitPoint, Scale(ray.direction, SurfaceOffset));
       current = SWRayIntersectionResult{};
       hit = IntersectSWGeometry(ray.origin, ray.direction, ray.inverseDirection, current);
     }

@@ -5,6 +5,7 @@
 // and mends the seams between them.
 #include <algorithm>
 #include <new>
+#include <numbers>
 
 #include "host/BrindlexViewMath.h"
 #include "host/BrindlexViewModel.h"
@@ -20,7 +21,6 @@
 namespace {
 constexpr uint32_t TileSide = 32;
 constexpr double QuarterTurn = 1.5707963267948966;
-constexpr double Pi = 3.141592653589793;
 // A point light's far plane lies this far beyond the farthest corner of
 // the scene, so that it is never below this for a scene of size zero.
 constexpr float PointLightFarMargin = 100.0f;
@@ -221,7 +221,8 @@ void RT_RENDER_ENGINE::RenderSWFlatShadowmap(int lightNumber, ENVIRONMENT_3D_VIE
                               false);
   } else {
     // The cone's width at the distance of the target.
-    const double size = std::tan(2.0 * definition.angle * Pi / 180.0 / 2.0) * Distance(&lookedAt, &eye) * 2.0;
+    const double size =
+        std::tan(2.0 * definition.angle * std::numbers::pi / 180.0 / 2.0) * Distance(&lookedAt, &eye) * 2.0;
     CalculateProjectionMatrix(&lightProjection, viewport, &camera, PerspectiveProjection, size, rootMin,
                               rootMax, false);
   }

@@ -5,14 +5,9 @@
 #include "shading/HitGeometry.h"
 #include "shadows/ShadowBlocker.h"
 #include "lighting/VectorOps.h"
+#include "host/Numbers.h"
 
 using namespace vector64;
-
-namespace {
-// The ray starts this far from the point: the only bias against a surface
-// shadowing itself.
-constexpr double StartOffset = 0.001;
-}  // namespace
 
 bool RT_RENDER_ENGINE::IsPointInShadow(const SCENE_VERTEX_XYZ_64& target, const SCENE_VERTEX_XYZ_64& point,
                                        uint32_t depth) const {
@@ -36,7 +31,7 @@ bool WalkShadowRay(const RT_RENDER_ENGINE& engine, const BlockerTables& tables, 
   for (;; ++depth) {
     if (target) direction = UnitOf(Subtract(*target, point));
     const SCENE_VERTEX_XYZ_64 inverseDirection = InverseDirection(direction);
-    const SCENE_VERTEX_XYZ_64 origin = GetPointOnRay(point, direction, StartOffset);
+    const SCENE_VERTEX_XYZ_64 origin = GetPointOnRay(point, direction, SurfaceOffset);
     SWRayIntersectionResult result{};
     if (!engine.IntersectSWGeometry(origin, direction, inverseDirection, result)) return false;
     const double hitDistance = result.distance;

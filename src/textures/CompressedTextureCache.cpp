@@ -13,7 +13,7 @@
 namespace {
 
 // A temporary folder longer than this (the host's MAX_PATH) is not used.
-constexpr unsigned long kTempPathLimit = 260;
+constexpr unsigned long TempPathLimit = 260;
 
 void AppendSeparator(std::string& folder) {
   // AppendBackSlash may add one character to the text.
@@ -24,12 +24,12 @@ void AppendSeparator(std::string& folder) {
 
 // "<temporary folder>/BrindlexCT"; empty when there is no temporary folder.
 std::string CacheFolder() {
-  char temporary[kTempPathLimit + 1];
+  char temporary[TempPathLimit + 1];
   const unsigned long length = GetTempPathA(sizeof temporary, temporary);
-  if (length == 0 || length > kTempPathLimit) return {};
+  if (length == 0 || length > TempPathLimit) return {};
   std::string folder = temporary;
   AppendSeparator(folder);
-  return folder + kCompressedTextureCacheFolder;
+  return folder + CompressedTextureCacheFolder;
 }
 
 }  // namespace
@@ -43,7 +43,7 @@ bool RT_RENDER_ENGINE::ReadCompressedTextureCache(SWTexture& record, const char*
   std::vector<char> source(std::strlen(path) + 8, '\0');
   std::memcpy(source.data(), path, std::strlen(path));
   // 8 is the file type of "any picture": the file found on disk decides.
-  int fileType = kTextureFileTypeAny;
+  int fileType = TextureFileTypeAny;
   if (IsValidTextureFileName(source.data(), nullptr, &fileType) &&
       GetTextureFileType(source.data()) != fileType)
     ConvertStringToMatchTextureFileType(source.data(), fileType);

@@ -59,7 +59,7 @@ bool BuildNormalMapPyramid(SWTexture& texture, const char* path, bool fromColour
   ATL::CImage picture, scaled, flipped, grey, normals;
   if (!LoadCImageTextureFromFile(path, picture)) return false;
   int width = 0, height = 0;
-  TexMapScalePow2(picture.GetWidth(), picture.GetHeight(), kTextureSideLimit, width, height);
+  TexMapScalePow2(picture.GetWidth(), picture.GetHeight(), TextureSideLimit, width, height);
   if (!StretchPicture(picture, scaled, width, height)) return false;
   picture.Destroy();
   if (!FlipPicture(scaled, flipped)) return false;

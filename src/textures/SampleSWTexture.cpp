@@ -58,10 +58,10 @@ void LevelSize(const SWTexture& texture, unsigned int level, int& width, int& he
 // are held there, so that a wild coordinate gives a wild colour, not an
 // undefined conversion.
 int TruncateToInt(float value) {
-  constexpr float kLargest = 1073741824.0f;
+  constexpr float Largest = 1073741824.0f;
   if (std::isnan(value)) return 0;
-  if (value <= -kLargest) return -static_cast<int>(kLargest);
-  if (value >= kLargest) return static_cast<int>(kLargest);
+  if (value <= -Largest) return -static_cast<int>(Largest);
+  if (value >= Largest) return static_cast<int>(Largest);
   return static_cast<int>(value);
 }
 

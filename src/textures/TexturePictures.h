@@ -5,7 +5,7 @@
 #include "platform/CImage.h"
 
 // The largest side of a texture level that the engine asks for.
-constexpr int kTextureSideLimit = 8192;
+constexpr int TextureSideLimit = 8192;
 
 inline bool IsTextureDepth(int bitsPerPixel) {
   return bitsPerPixel == 8 || bitsPerPixel == 24 || bitsPerPixel == 32;

@@ -63,7 +63,7 @@ bool BuildTexturePyramid(SWTexture& texture, const ATL::CImage& picture) {
   texture.Clear();
   if (picture.IsNull() || !IsTextureDepth(picture.GetBPP())) return false;
   int width = 0, height = 0;
-  TexMapScalePow2(picture.GetWidth(), picture.GetHeight(), kTextureSideLimit, width, height);
+  TexMapScalePow2(picture.GetWidth(), picture.GetHeight(), TextureSideLimit, width, height);
   const uint32_t count = LevelCountFor(std::max(width, height));
   texture.levels = new (std::nothrow) Brindlex_CImage[count];
   if (!texture.levels) return false;

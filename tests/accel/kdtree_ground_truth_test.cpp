@@ -29,9 +29,9 @@ namespace {
 // Sanitizer builds check the same kinds of ray at a tenth of the count, so
 // that their runs stay within minutes; the Release run compares them all.
 #ifdef BRINDLEX_SANITIZED_BUILD
-constexpr int kComparedRays = 10000;
+constexpr int ComparedRays = 10000;
 #else
-constexpr int kComparedRays = 100000;
+constexpr int ComparedRays = 100000;
 #endif
 
 struct Random {
@@ -170,7 +170,7 @@ class GroundTruth {
     Prepare();
     ASSERT_FALSE(targets.empty());
     int compared = 0, onPlanes = 0, ties = 0, hits = 0, failures = 0;
-    while (compared < kComparedRays) {
+    while (compared < ComparedRays) {
       const int kind = (compared + onPlanes) % 6;
       const TestRay ray = MakeRay(random, kind);
       Answer tree, every;
@@ -201,7 +201,7 @@ class GroundTruth {
       }
     }
     EXPECT_EQ(failures, 0);
-    EXPECT_GT(hits, kComparedRays / 5);
+    EXPECT_GT(hits, ComparedRays / 5);
     std::printf("%d rays compared, %d hits, %d exact ties; %d rays in split planes\n", compared, hits, ties,
                 onPlanes);
   }
@@ -310,7 +310,7 @@ class GroundTruth {
     bool hit = false;
     for (uint32_t row = 0; row < 2; ++row) {
       SWRayIntersectionResult r{};
-      r.distance = kLargest;
+      r.distance = Largest;
       if (!everything[row].IntersectLeaf(everything[row].nodes[0], ray.origin, ray.direction, r)) continue;
       if (hit && !(double(result.distance) > double(r.distance))) continue;
       result = r;
@@ -325,7 +325,7 @@ class GroundTruth {
     const auto found = numbers[answer.Tree()].find(uint64_t(answer.Instance()) << 32 | answer.Triangle());
     if (found == numbers[answer.Tree()].end()) return false;
     SWRayIntersectionResult r{};
-    r.distance = kLargest;
+    r.distance = Largest;
     const KDTree& all = everything[answer.Tree()];
     return all.IntersectLeaf(Leaf(found->second, 1), ray.origin, ray.direction, r) &&
            double(r.distance) == answer.Distance();
@@ -349,8 +349,8 @@ class GroundTruth {
   std::map<uint64_t, uint32_t> numbers[2];
   std::vector<double> splits[3];
   std::vector<WorldTriangle> targets;
-  double lo[3] = {kLargest, kLargest, kLargest};
-  double hi[3] = {-kLargest, -kLargest, -kLargest};
+  double lo[3] = {Largest, Largest, Largest};
+  double hi[3] = {-Largest, -Largest, -Largest};
 };
 
 }  // namespace

@@ -111,7 +111,7 @@ TEST(KDTreeLeaf, DegenerateNeverHitsAndEqualDistancesGoToTheLaterTriangle) {
   EXPECT_FALSE(twins.IntersectLeaf(twins.nodes[0], ray.origin, ray.direction, r));
   // A leaf whose run reaches past leafTriangles holds nothing.
   const KDNode broken = Leaf(1, 3);
-  r.distance = kLargest;
+  r.distance = Largest;
   EXPECT_FALSE(twins.IntersectLeaf(broken, ray.origin, ray.direction, r));
 }
 
@@ -165,7 +165,7 @@ TEST(KDTreeWalk, MissesBeforeTheWalkLeaveTheResultAndAnUnsoundTreeIsLogged) {
   ExpectMarked(r);
   // A walk that misses sets the distance and triangle, nothing else.
   EXPECT_FALSE(tree.Intersect(away.origin, away.direction, away.inverse, r));
-  EXPECT_EQ(double(r.distance), kLargest);
+  EXPECT_EQ(double(r.distance), Largest);
   EXPECT_EQ(uint32_t(r.triangleIndex), 0u);
   EXPECT_EQ(uint32_t(r.instanceIndex), 8u);
   EXPECT_TRUE(log.Lines().empty());

@@ -17,7 +17,7 @@ TEST(AbortStress, EveryStopOfTheDemoHouseComesBackToTheSamePicture) {
   std::uniform_int_distribution<int> delay(0, 40000);  // microseconds, across a whole small frame
   int stopped = 0;
   for (int run = 0; run < 32; ++run) {
-    const AbortStress::Work work = AbortStress::kAllWork[run % 4];
+    const AbortStress::Work work = AbortStress::AllWork[run % 4];
     const auto wait = std::chrono::microseconds(delay(random));
     double abortToIdle = -1.0;
     std::string failure;

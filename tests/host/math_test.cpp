@@ -7,7 +7,7 @@
 
 namespace {
 
-constexpr double kPi = 3.141592653589793;
+constexpr double Pi = 3.141592653589793;
 using V3 = SCENE_VERTEX_XYZ_64;
 
 void ExpectNear(const V3& actual, const V3& expected, double tolerance = 1e-9) {
@@ -225,7 +225,7 @@ TEST(Camera, NearAndFarEncloseTheBox) {
 
 namespace {
 
-const SCENE_VERTEX_XYZ kBoxMin{-1, -1, -1}, kBoxMax{1, 1, 1};
+const SCENE_VERTEX_XYZ BoxMin{-1, -1, -1}, kBoxMax{1, 1, 1};
 
 // Where a world point lands on the screen: x right from the viewport's left,
 // y down from its top, z 0 on the near plane and 1 on the far one.
@@ -250,22 +250,22 @@ TEST(Camera, UnprojectingViewportCornersGivesNearPlaneCorners) {
   const SCENE_CAMERA_INFO camera = Camera({0, 10, 0}, {0, 0, 0}, 60, 10);
   const SCENE_VERTEX_XYZ eye{0, -10, 0}, look{0, 0, 0};  // the camera in world coordinates
   float near = 0, far = 0;
-  GetNearAndFarClippingPlaneDistance(&kBoxMin, &kBoxMax, &eye, &look, near, far);
+  GetNearAndFarClippingPlaneDistance(&BoxMin, &kBoxMax, &eye, &look, near, far);
   SCENE_MATRIX_64 identity, projection;
   GetIdentityMatrix(&identity);
 
-  CalculateProjectionMatrix(&projection, viewport, &camera, 0, kBoxMin, kBoxMax, false);
-  const double halfHeight = near * std::tan(30.0 * kPi / 180.0), halfWidth = halfHeight * 4.0 / 3.0;
+  CalculateProjectionMatrix(&projection, viewport, &camera, 0, BoxMin, kBoxMax, false);
+  const double halfHeight = near * std::tan(30.0 * Pi / 180.0), halfWidth = halfHeight * 4.0 / 3.0;
   ExpectNear(Unproject({10, 20, 0}, identity, projection, viewport), {-halfWidth, halfHeight, -near}, 1e-5);
   ExpectNear(Unproject({650, 500, 0}, identity, projection, viewport), {halfWidth, -halfHeight, -near}, 1e-5);
   ExpectNear(Unproject({330, 260, 1}, identity, projection, viewport), {0, 0, -far}, 1e-4);
 
-  CalculateProjectionMatrix(&projection, viewport, &camera, 1, kBoxMin, kBoxMax, false);
+  CalculateProjectionMatrix(&projection, viewport, &camera, 1, BoxMin, kBoxMax, false);
   ExpectNear(Unproject({10, 20, 0}, identity, projection, viewport), {-5.0 * 4 / 3, 5, -near}, 1e-5);
   ExpectNear(Unproject({650, 500, 0}, identity, projection, viewport), {5.0 * 4 / 3, -5, -near}, 1e-5);
 
   // With the horizon on, the view starts one unit from the eye.
-  CalculateProjectionMatrix(&projection, viewport, &camera, 0, kBoxMin, kBoxMax, true);
+  CalculateProjectionMatrix(&projection, viewport, &camera, 0, BoxMin, kBoxMax, true);
   EXPECT_NEAR(Unproject({10, 20, 0}, identity, projection, viewport).z, -1.0, 1e-9);
 }
 
@@ -277,7 +277,7 @@ TEST(Camera, ProjectThenUnprojectReturnsThePoint) {
   const V3 points[] = {{0, 0, 0}, {1, -1, 1}, {-1, 1, -1}, {0.5, 0.25, -0.75}};
   const V3 screens[] = {{10, 20, 0}, {650, 500, 1}, {650, 20, 0.5}, {10, 500, 0.25}};
   for (int type : {0, 1}) {
-    CalculateProjectionMatrix(&projection, viewport, &camera, type, kBoxMin, kBoxMax, false);
+    CalculateProjectionMatrix(&projection, viewport, &camera, type, BoxMin, kBoxMax, false);
     for (const V3& p : points)
       ExpectNear(Unproject(ToScreen(view, projection, viewport, p), view, projection, viewport), p, 1e-6);
     for (const V3& s : screens)
@@ -289,19 +289,19 @@ TEST(Camera, LightProjectionsFrameTheLight) {
   // A spot light with a half-angle of 30 degrees: the map spans exactly its cone.
   const int viewport[4] = {0, 0, 256, 256};
   const SCENE_CAMERA_INFO spot = Camera({0, 0, 10}, {0, 0, 0}, 0, 0);
-  const double width = std::tan(30.0 * kPi / 180.0) * 10.0 * 2.0;
+  const double width = std::tan(30.0 * Pi / 180.0) * 10.0 * 2.0;
   SCENE_MATRIX_64 projection, view;
-  CalculateProjectionMatrix(&projection, viewport, &spot, 0, width, kBoxMin, kBoxMax, false);
-  EXPECT_NEAR(projection.m[5], 1.0 / std::tan(30.0 * kPi / 180.0), 1e-9);
+  CalculateProjectionMatrix(&projection, viewport, &spot, 0, width, BoxMin, kBoxMax, false);
+  EXPECT_NEAR(projection.m[5], 1.0 / std::tan(30.0 * Pi / 180.0), 1e-9);
   EXPECT_NEAR(projection.m[0], projection.m[5], 1e-9);
 
   // A direct light's camera knows no size of view: the parallel view takes in
   // the whole box, touching it on at least one side.
   const SCENE_CAMERA_INFO sun = Camera({-5, 5, 10}, {0, 0, 0}, 0, 0);
   CalculateModelViewMatrix(&view, &sun);
-  CalculateProjectionMatrix(&projection, viewport, &sun, 1, kBoxMin, kBoxMax, false);
+  CalculateProjectionMatrix(&projection, viewport, &sun, 1, BoxMin, kBoxMax, false);
   SCENE_VERTEX_XYZ corners[8];
-  InitializeCubePointArrayFromCubeMinMaxPts(corners, &kBoxMin, &kBoxMax);
+  InitializeCubePointArrayFromCubeMinMaxPts(corners, &BoxMin, &kBoxMax);
   double widest = 0;
   for (const SCENE_VERTEX_XYZ& c : corners) {
     const V3 s = ToScreen(view, projection, viewport, {c.x, c.y, c.z});
@@ -362,7 +362,7 @@ TEST(Camera, ShadowCubePixelsAgreeWithTheCubeLookUp) {
   const int viewport[4] = {0, 0, 256, 256};
   SCENE_MATRIX_64 identity, projection, view, eyeToWorld;
   GetIdentityMatrix(&identity);
-  ASSERT_TRUE(CalculatePerspectiveProjectionMatrixFOVRH(&projection, kPi / 2, 1.0, 1.0, 100.0));
+  ASSERT_TRUE(CalculatePerspectiveProjectionMatrixFOVRH(&projection, Pi / 2, 1.0, 1.0, 100.0));
   const V3 origin = Unproject({0, 0, 0}, identity, projection, viewport);
   const V3 end = Unproject({256, 256, 0}, identity, projection, viewport);
   const double stepX = (end.x - origin.x) / 256, stepY = (end.y - origin.y) / 256;
@@ -408,7 +408,7 @@ TEST(RotateToCamera, FrontTurnsTowardTheViewer) {
   SCENE_MATRIX view, parent;
   CalculateModelViewMatrix(&view, &camera);
   GetIdentityMatrix(&parent);
-  const float c = std::cos(40.0f * kPi / 180.0f), s = std::sin(40.0f * kPi / 180.0f);
+  const float c = std::cos(40.0f * Pi / 180.0f), s = std::sin(40.0f * Pi / 180.0f);
   parent.m[0] = c, parent.m[1] = s, parent.m[4] = -s, parent.m[5] = c, parent.m[12] = 6;
 
   // Perspective, and the light pass's type 0: towards the eye, upright or not.

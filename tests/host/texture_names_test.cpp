@@ -30,14 +30,14 @@ TEST(TexMapScalePow2, NearestPowerOnALogScaleWithinTheLimit) {
 }
 
 TEST(TextureFileNames, TypeByExtension) {
-  EXPECT_EQ(GetTextureFileType("a/b.BMP"), kTextureFileTypeBmp);
-  EXPECT_EQ(GetTextureFileType("b.jpeg"), kTextureFileTypeJpeg);
-  EXPECT_EQ(GetTextureFileType("c.JPG"), kTextureFileTypeJpeg);
-  EXPECT_EQ(GetTextureFileType("d.png"), kTextureFileTypePng);
-  EXPECT_EQ(GetTextureFileType("e.Tiff"), kTextureFileTypeTiff);
+  EXPECT_EQ(GetTextureFileType("a/b.BMP"), TextureFileTypeBmp);
+  EXPECT_EQ(GetTextureFileType("b.jpeg"), TextureFileTypeJpeg);
+  EXPECT_EQ(GetTextureFileType("c.JPG"), TextureFileTypeJpeg);
+  EXPECT_EQ(GetTextureFileType("d.png"), TextureFileTypePng);
+  EXPECT_EQ(GetTextureFileType("e.Tiff"), TextureFileTypeTiff);
   for (const char* other : {"f.gif", "noextension", "folder.png/file", "g.png.txt", ""})
-    EXPECT_EQ(GetTextureFileType(other), kTextureFileTypeAny) << other;
-  EXPECT_EQ(GetTextureFileType(nullptr), kTextureFileTypeAny);
+    EXPECT_EQ(GetTextureFileType(other), TextureFileTypeAny) << other;
+  EXPECT_EQ(GetTextureFileType(nullptr), TextureFileTypeAny);
 }
 
 TEST(TextureFileNames, FindsThePictureThatIsReallyThere) {
@@ -48,16 +48,16 @@ TEST(TextureFileNames, FindsThePictureThatIsReallyThere) {
   ASSERT_NE(picture.Create(2, 2, 24), 0);
   ASSERT_TRUE(SavePictureFile((folder + "wood.png").c_str(), picture.Surface(), PictureFileFormat::Png));
 
-  int type = kTextureFileTypeAny;
+  int type = TextureFileTypeAny;
   EXPECT_TRUE(IsValidTextureFileName("wood.png", folder.c_str(), &type));
-  EXPECT_EQ(type, kTextureFileTypePng);
-  type = kTextureFileTypeAny;
+  EXPECT_EQ(type, TextureFileTypePng);
+  type = TextureFileTypeAny;
   EXPECT_TRUE(IsValidTextureFileName("wood.bmp", pattern.c_str(), &type));  // folder without separator
-  EXPECT_EQ(type, kTextureFileTypePng);
+  EXPECT_EQ(type, TextureFileTypePng);
   EXPECT_TRUE(IsValidTextureFileName((folder + "wood.JPG").c_str(), nullptr, nullptr));
-  type = kTextureFileTypeBmp;  // insisting on a type that is not there
+  type = TextureFileTypeBmp;  // insisting on a type that is not there
   EXPECT_FALSE(IsValidTextureFileName("wood.png", folder.c_str(), &type));
-  EXPECT_EQ(type, kTextureFileTypeBmp);
+  EXPECT_EQ(type, TextureFileTypeBmp);
   EXPECT_FALSE(IsValidTextureFileName("wood.gif", folder.c_str(), nullptr));
   EXPECT_FALSE(IsValidTextureFileName("stone.png", folder.c_str(), nullptr));
   EXPECT_FALSE(IsValidTextureFileName(nullptr, folder.c_str(), nullptr));
@@ -65,7 +65,7 @@ TEST(TextureFileNames, FindsThePictureThatIsReallyThere) {
   // The steps by which a cached texture's true file is found.
   char source[300];
   std::snprintf(source, sizeof(source), "%swood.tif", folder.c_str());
-  type = kTextureFileTypeAny;
+  type = TextureFileTypeAny;
   ASSERT_TRUE(IsValidTextureFileName(source, nullptr, &type));
   ASSERT_NE(GetTextureFileType(source), type);
   ConvertStringToMatchTextureFileType(source, type);
@@ -73,10 +73,10 @@ TEST(TextureFileNames, FindsThePictureThatIsReallyThere) {
 
   // Without a file on disk the short spelling is written, in the old case.
   char upper[] = "x/WOOD.BMP\0....";
-  ConvertStringToMatchTextureFileType(upper, kTextureFileTypeTiff);
+  ConvertStringToMatchTextureFileType(upper, TextureFileTypeTiff);
   EXPECT_STREQ(upper, "x/WOOD.TIF");
   char lower[] = "x/wood.tiff";
-  ConvertStringToMatchTextureFileType(lower, kTextureFileTypeAny);
+  ConvertStringToMatchTextureFileType(lower, TextureFileTypeAny);
   EXPECT_STREQ(lower, "x/wood.tiff");
   std::filesystem::remove_all(folder);
 }

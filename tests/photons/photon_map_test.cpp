@@ -11,8 +11,8 @@
 
 namespace {
 
-const SCENE_VERTEX_XYZ_64 kUp = {0.0, 0.0, 1.0};
-const SCENE_VERTEX_XYZ kWhite = {1.0f, 1.0f, 1.0f};
+const SCENE_VERTEX_XYZ_64 Up = {0.0, 0.0, 1.0};
+const SCENE_VERTEX_XYZ White = {1.0f, 1.0f, 1.0f};
 
 // A photon that came straight down onto a surface facing up.
 SWPhoton Downward(double x, double y, double z, double energy = 1.0) {
@@ -80,7 +80,7 @@ TEST(PhotonMapBuild, EmptyAndSmallListsAndTheTreeShape) {
   map.Build({});
   EXPECT_TRUE(map.nodes.empty());
   EXPECT_TRUE(map.entries.empty());
-  ExpectSameLight({0, 0, 0}, map.GatherPhotons({0, 0, 0}, 10.0, {}, kUp, kWhite, 100));
+  ExpectSameLight({0, 0, 0}, map.GatherPhotons({0, 0, 0}, 10.0, {}, Up, White, 100));
 
   // Sixteen photons: the root is one leaf, in row order.
   std::vector<SWPhoton> photons;
@@ -143,7 +143,7 @@ TEST(PhotonMapBuild, PhotonsAtOnePointSplitByCountAndNoneIsLost) {
   }
   EXPECT_EQ(inLeaves, 100u);
   // All 100 at distance 0 with cosine 1: 100 * 0.5.
-  const SCENE_VERTEX_XYZ_64 light = map.GatherPhotons({2.0, 3.0, 4.0}, 1.0, photons, kUp, kWhite, 1000);
+  const SCENE_VERTEX_XYZ_64 light = map.GatherPhotons({2.0, 3.0, 4.0}, 1.0, photons, Up, White, 1000);
   EXPECT_EQ(light.x, 50.0);
 }
 
@@ -155,38 +155,38 @@ TEST(PhotonMapGather, KernelCosineNearestRuleAndBounds) {
   const SCENE_VERTEX_XYZ diffuse = {1.0f, 0.5f, 0.25f};
 
   // On the split plane x = 20: 20 at distance 0 on the right, 19 and 21 at 1.
-  SCENE_VERTEX_XYZ_64 light = map.GatherPhotons({20.0, 0.0, 0.0}, 1.5, photons, kUp, diffuse, 100);
+  SCENE_VERTEX_XYZ_64 light = map.GatherPhotons({20.0, 0.0, 0.0}, 1.5, photons, Up, diffuse, 100);
   const double expected = 1.0 + 2.0 * (0.5 / 1.5);
   EXPECT_DOUBLE_EQ(light.x, expected);
   EXPECT_DOUBLE_EQ(light.y, expected * 0.5);
   EXPECT_DOUBLE_EQ(light.z, expected * 0.25);
 
   // The rim counts nothing; the nearest two of 19, 20, 21 are 20 and one at 1.
-  EXPECT_EQ(map.GatherPhotons({20.0, 0.0, 0.0}, 1.0, photons, kUp, kWhite, 100).x, 1.0);
-  EXPECT_DOUBLE_EQ(map.GatherPhotons({20.0, 0.0, 0.0}, 1.5, photons, kUp, kWhite, 2).x, 1.0 + 0.5 / 1.5);
-  EXPECT_EQ(map.GatherPhotons({20.0, 0.0, 0.0}, 1.5, photons, kUp, kWhite, 0).x, 0.0);
+  EXPECT_EQ(map.GatherPhotons({20.0, 0.0, 0.0}, 1.0, photons, Up, White, 100).x, 1.0);
+  EXPECT_DOUBLE_EQ(map.GatherPhotons({20.0, 0.0, 0.0}, 1.5, photons, Up, White, 2).x, 1.0 + 0.5 / 1.5);
+  EXPECT_EQ(map.GatherPhotons({20.0, 0.0, 0.0}, 1.5, photons, Up, White, 0).x, 0.0);
 
   // From behind the normal nothing counts, not even at distance 0.
   photons[20].direction = {0.0, 0.0, 1.0};
-  EXPECT_DOUBLE_EQ(map.GatherPhotons({20.0, 0.0, 0.0}, 1.5, photons, kUp, kWhite, 100).x, 2.0 * (0.5 / 1.5));
+  EXPECT_DOUBLE_EQ(map.GatherPhotons({20.0, 0.0, 0.0}, 1.5, photons, Up, White, 100).x, 2.0 * (0.5 / 1.5));
   // A tie keeps the photon met first: 19 on the near side, before 21.
   photons[19].energy = {2.0, 2.0, 2.0};
-  EXPECT_DOUBLE_EQ(map.GatherPhotons({20.0, 0.0, 0.0}, 1.5, photons, kUp, kWhite, 1).x, 2.0 * (0.5 / 1.5));
+  EXPECT_DOUBLE_EQ(map.GatherPhotons({20.0, 0.0, 0.0}, 1.5, photons, Up, White, 1).x, 2.0 * (0.5 / 1.5));
   photons[19].energy = {1.0, 1.0, 1.0};
   photons[20].direction = {0.0, 0.0, -1.0};
   // Radius 0 on the split plane still reaches the far side, where 20 lies.
-  EXPECT_TRUE(std::isnan(map.GatherPhotons({20.0, 0.0, 0.0}, 0.0, photons, kUp, kWhite, 100).x));
+  EXPECT_TRUE(std::isnan(map.GatherPhotons({20.0, 0.0, 0.0}, 0.0, photons, Up, White, 100).x));
 
   // The cube test includes its ends: radius 0 at the corner photon finds it,
   // and its weight is 0 / 0. Beyond the box nothing is found.
-  EXPECT_TRUE(std::isnan(map.GatherPhotons({39.0, 0.0, 0.0}, 0.0, photons, kUp, kWhite, 100).x));
-  EXPECT_EQ(map.GatherPhotons({41.0, 0.0, 0.0}, 0.5, photons, kUp, kWhite, 100).x, 0.0);
+  EXPECT_TRUE(std::isnan(map.GatherPhotons({39.0, 0.0, 0.0}, 0.0, photons, Up, White, 100).x));
+  EXPECT_EQ(map.GatherPhotons({41.0, 0.0, 0.0}, 0.5, photons, Up, White, 100).x, 0.0);
 
   // A list shorter than the tree: rows beyond it are skipped.
   photons.resize(20);
-  EXPECT_DOUBLE_EQ(map.GatherPhotons({20.0, 0.0, 0.0}, 1.5, photons, kUp, kWhite, 100).x, 0.5 / 1.5);
+  EXPECT_DOUBLE_EQ(map.GatherPhotons({20.0, 0.0, 0.0}, 1.5, photons, Up, White, 100).x, 0.5 / 1.5);
   photons.clear();
-  EXPECT_EQ(map.GatherPhotons({20.0, 0.0, 0.0}, 1.5, photons, kUp, kWhite, 100).x, 0.0);
+  EXPECT_EQ(map.GatherPhotons({20.0, 0.0, 0.0}, 1.5, photons, Up, White, 100).x, 0.0);
 }
 
 TEST(PhotonMapGather, TiesOnTheSplitCoordinateAreFoundOnBothSides) {
@@ -200,8 +200,8 @@ TEST(PhotonMapGather, TiesOnTheSplitCoordinateAreFoundOnBothSides) {
   for (double x : {1.0, 1.0 + 1e-9, 1.0 - 1e-9, 0.5}) {
     for (double y : {0.0, 0.2, 0.45}) {
       const SCENE_VERTEX_XYZ_64 point = {x, y, 0.0};
-      ExpectSameLight(SumNearest(PhotonsInReach(photons, point, 0.6, kUp), photons, 0.6, kWhite, 1000),
-                      map.GatherPhotons(point, 0.6, photons, kUp, kWhite, 1000));
+      ExpectSameLight(SumNearest(PhotonsInReach(photons, point, 0.6, Up), photons, 0.6, White, 1000),
+                      map.GatherPhotons(point, 0.6, photons, Up, White, 1000));
     }
   }
 }

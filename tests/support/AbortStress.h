@@ -28,8 +28,8 @@ class AbortStress {
  public:
   // What is running when the abort comes.
   enum class Work { RayTracing, PathTracing, RenderToFile, SceneUpdate };
-  static constexpr Work kAllWork[] = {Work::RayTracing, Work::PathTracing, Work::RenderToFile,
-                                      Work::SceneUpdate};
+  static constexpr Work AllWork[] = {Work::RayTracing, Work::PathTracing, Work::RenderToFile,
+                                     Work::SceneUpdate};
 
   AbortStress(HostScene& host, int width, int height, const std::filesystem::path& folder)
       : host(host),

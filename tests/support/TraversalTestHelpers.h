@@ -10,7 +10,7 @@
 #include "accel/RayIntersection.h"
 #include "scene/SWTriangle.h"
 
-inline constexpr double kLargest = std::numeric_limits<double>::max();
+inline constexpr double Largest = std::numeric_limits<double>::max();
 
 // A ray with its inverse direction as callers make it: 1 / d where |d| is
 // above 1e-7, the largest double elsewhere.
@@ -20,7 +20,7 @@ struct TestRay {
 };
 
 inline TestRay Ray(SCENE_VERTEX_XYZ_64 o, SCENE_VERTEX_XYZ_64 d) {
-  const auto inv = [](double c) { return std::fabs(c) > 1e-7 ? 1.0 / c : kLargest; };
+  const auto inv = [](double c) { return std::fabs(c) > 1e-7 ? 1.0 / c : Largest; };
   return {o, d, {inv(d.x), inv(d.y), inv(d.z)}};
 }
 

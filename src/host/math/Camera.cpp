@@ -2,12 +2,10 @@
 #include "host/BrindlexViewMath.h"
 
 #include <cmath>
+#include <numbers>
+#include "host/Numbers.h"
 
 namespace {
-
-constexpr double kPi = 3.141592653589793;
-// Below this length a cross product counts as zero: the vectors are parallel.
-constexpr double kParallel = 1e-7;
 
 // The view whose eye-space axes are `right`, `up` and -`forward` (unit and
 // perpendicular, in world coordinates), with the eye at `eye`. Its rows are
@@ -35,7 +33,7 @@ void UprightAxes(const SCENE_VERTEX_XYZ_64& forward, SCENE_VERTEX_XYZ_64* right,
   CrossProduct(&forward, &worldUp, right);
   // Looking straight up or down there is no horizon to keep level; +y then
   // plays the part of up, as on a plan.
-  if (Magnitude(right) <= kParallel) CrossProduct(&forward, &fallbackUp, right);
+  if (Magnitude(right) <= NearZero) CrossProduct(&forward, &fallbackUp, right);
   GetUnitVector(right, right);
   CrossProduct(right, &forward, up);
 }
@@ -48,14 +46,14 @@ void CalculateModelViewMatrix(SCENE_MATRIX_64* out, const SCENE_CAMERA_INFO* cam
   SCENE_VERTEX_XYZ_64 forward{lookAt.x - eye.x, lookAt.y - eye.y, lookAt.z - eye.z};
   // A camera that looks at its own eye has no direction; it looks along world
   // +y, level, which is the host's default front view.
-  if (Magnitude(&forward) <= kParallel) forward = SCENE_VERTEX_XYZ_64{0, 1, 0};
+  if (Magnitude(&forward) <= NearZero) forward = SCENE_VERTEX_XYZ_64{0, 1, 0};
   GetUnitVector(&forward, &forward);
 
   SCENE_VERTEX_XYZ_64 right, up;
   UprightAxes(forward, &right, &up);
   // Roll turns right and up about the view direction by the right-hand rule
   // around `forward`: positive roll lowers the right side of the camera.
-  const double angle = camera->roll * kPi / 180.0, c = std::cos(angle), s = std::sin(angle);
+  const double angle = camera->roll * std::numbers::pi / 180.0, c = std::cos(angle), s = std::sin(angle);
   const SCENE_VERTEX_XYZ_64 rolledRight{right.x * c - up.x * s, right.y * c - up.y * s,
                                         right.z * c - up.z * s};
   const SCENE_VERTEX_XYZ_64 rolledUp{up.x * c + right.x * s, up.y * c + right.y * s, up.z * c + right.z * s};
@@ -77,7 +75,7 @@ void CalculateModelViewMatrixForEnvironmentalMap(unsigned int face, const SCENE_
   };
   // A picture's faces: side faces stand upright under world +z; the faces
   // above and below are the views of a viewer who tilts the head from face 0.
-  static constexpr FaceAxes kPictureFaces[6] = {
+  static constexpr FaceAxes PictureFaces[6] = {
       {{1, 0, 0}, {0, -1, 0}, {0, 0, 1}},  {{-1, 0, 0}, {0, 1, 0}, {0, 0, 1}},
       {{0, 0, 1}, {0, -1, 0}, {-1, 0, 0}}, {{0, 0, -1}, {0, -1, 0}, {1, 0, 0}},
       {{0, 1, 0}, {1, 0, 0}, {0, 0, 1}},   {{0, -1, 0}, {-1, 0, 0}, {0, 0, 1}},
@@ -87,12 +85,12 @@ void CalculateModelViewMatrixForEnvironmentalMap(unsigned int face, const SCENE_
   // direction that the look-up sends to face f at u, v. The ray through pixel
   // (x, y) of a 90-degree square face is that one, u growing with x and v
   // with y as the screen convention of this library has them.
-  static constexpr FaceAxes kShadowFaces[6] = {
+  static constexpr FaceAxes ShadowFaces[6] = {
       {{1, 0, 0}, {0, 0, -1}, {0, -1, 0}}, {{-1, 0, 0}, {0, 0, 1}, {0, -1, 0}},
       {{0, -1, 0}, {1, 0, 0}, {0, 0, -1}}, {{0, 1, 0}, {1, 0, 0}, {0, 0, 1}},
       {{0, 0, 1}, {1, 0, 0}, {0, -1, 0}},  {{0, 0, -1}, {-1, 0, 0}, {0, -1, 0}},
   };
   // Faces above 5 are face 0, as the callers' table of face directions has it.
-  const FaceAxes& axes = (cubeMapPicture ? kPictureFaces : kShadowFaces)[face > 5 ? 0 : face];
+  const FaceAxes& axes = (cubeMapPicture ? PictureFaces : ShadowFaces)[face > 5 ? 0 : face];
   ViewFromAxes(position, axes.right, axes.up, axes.forward, out);
 }

@@ -12,7 +12,7 @@ namespace {
 // columns can be. The ratio does not change when the matrix is scaled, nor
 // with the size of a translation, so a camera far from the origin is judged
 // like one near it.
-constexpr double kSingularRatio = 1e-12;
+constexpr double SingularRatio = 1e-12;
 
 template <typename M>
 void Identity(M* out) {
@@ -44,7 +44,7 @@ bool Invert(const M& in, M* out) {
   const double c3 = e(2, 1) * e(3, 2) - e(3, 1) * e(2, 2), c2 = e(2, 0) * e(3, 3) - e(3, 0) * e(2, 3);
   const double c1 = e(2, 0) * e(3, 2) - e(3, 0) * e(2, 2), c0 = e(2, 0) * e(3, 1) - e(3, 0) * e(2, 1);
   const double det = s0 * c5 - s1 * c4 + s2 * c3 + s3 * c2 - s4 * c1 + s5 * c0;
-  if (!(std::fabs(det) > kSingularRatio * columnLengths)) return false;  // also catches not-a-number
+  if (!(std::fabs(det) > SingularRatio * columnLengths)) return false;  // also catches not-a-number
 
   const double r = 1.0 / det;
   double inv[16];

@@ -4,21 +4,21 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <numbers>
 
 namespace {
 
-constexpr double kPi = 3.141592653589793;
 // Near never comes closer than this fraction of far, so that a view from
 // inside the scene keeps a usable depth range.
-constexpr float kNearFractionOfFar = 1e-4f;
+constexpr float NearFractionOfFar = 1e-4f;
 // Clipping distances are pushed out by this share of the box's depth plus a
 // fixed amount, so that the box's nearest and farthest surfaces stay inside.
-constexpr double kDepthMargin = 0.005;
-constexpr double kFixedMargin = 0.001;
+constexpr double DepthMargin = 0.005;
+constexpr double FixedMargin = 0.001;
 // A perspective view that frames a box from close by opens no wider than
 // this (89 degrees each side of the axis).
-const double kWidestHalfAngleTangent = std::tan(89.0 * kPi / 180.0);
-constexpr int kParallelProjection = 1;
+const double WidestHalfAngleTangent = std::tan(89.0 * std::numbers::pi / 180.0);
+constexpr int ParallelProjection = 1;
 
 SCENE_VERTEX_XYZ WorldFromHost(const SCENE_VERTEX_XYZ& host) {
   return {host.x, -host.y, host.z};
@@ -45,7 +45,7 @@ double FramingOfBox(const SCENE_CAMERA_INFO& camera, const SCENE_VERTEX_XYZ& min
       needed = std::max(needed, extent / -p.z);
     }
   }
-  return perspective ? std::min(needed, kWidestHalfAngleTangent) : needed;
+  return perspective ? std::min(needed, WidestHalfAngleTangent) : needed;
 }
 
 void Orthographic(SCENE_MATRIX_64* out, double halfHeight, double aspect, double near, double far) {
@@ -75,7 +75,7 @@ void ProjectView(SCENE_MATRIX_64* out, const int* viewport, const SCENE_CAMERA_I
   if (autoHorizon) near = 1.0f;
   if (far <= near) far = near + 1.0f;
 
-  if (projectionType == kParallelProjection) {
+  if (projectionType == ParallelProjection) {
     double halfHeight = viewWidth > 0.0                 ? viewWidth / 2.0 / aspect
                         : camera->parallelHeight > 0.0f ? camera->parallelHeight / 2.0
                                                         : FramingOfBox(*camera, min, max, aspect, false);
@@ -89,7 +89,7 @@ void ProjectView(SCENE_MATRIX_64* out, const int* viewport, const SCENE_CAMERA_I
   if (viewWidth > 0.0 && distance > 0.0) {
     tangent = viewWidth / 2.0 / distance / aspect;
   } else if (camera->fieldOfView > 0.0f && camera->fieldOfView < 180.0f) {
-    tangent = std::tan(camera->fieldOfView * kPi / 360.0);
+    tangent = std::tan(camera->fieldOfView * std::numbers::pi / 360.0);
   } else {
     tangent = FramingOfBox(*camera, min, max, aspect, true);
   }
@@ -104,7 +104,7 @@ bool CalculatePerspectiveProjectionMatrixFOVRH(SCENE_MATRIX_64* out, double fov,
                                                double far) {
   if (!out) return false;
   GetIdentityMatrix(out);
-  if (!(fov > 0.0 && fov < kPi && aspect > 0.0 && near > 0.0 && far > near)) return false;
+  if (!(fov > 0.0 && fov < std::numbers::pi && aspect > 0.0 && near > 0.0 && far > near)) return false;
   const double yScale = 1.0 / std::tan(fov / 2.0);
   out->m[0] = yScale / aspect;
   out->m[5] = yScale;
@@ -154,9 +154,9 @@ void GetNearAndFarClippingPlaneDistance(const SCENE_VERTEX_XYZ* min, const SCENE
     nearest = 0.0;
     farthest = farthestCorner;
   }
-  const double margin = kDepthMargin * (farthest - nearest) + kFixedMargin;
+  const double margin = DepthMargin * (farthest - nearest) + FixedMargin;
   far = static_cast<float>(farthest + margin);
-  near = std::max(static_cast<float>(nearest - margin), far * kNearFractionOfFar);
+  near = std::max(static_cast<float>(nearest - margin), far * NearFractionOfFar);
 }
 
 bool UnprojectFromScreen(const SCENE_VERTEX_XYZ_64* screen, const SCENE_MATRIX_64* modelView,

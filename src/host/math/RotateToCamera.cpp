@@ -1,17 +1,16 @@
 // The turn that makes rotate-to-camera geometry (billboards) face the viewer.
 #include "host/BrindlexViewMath.h"
+#include "host/Numbers.h"
 
 namespace {
 
-constexpr int kParallelProjection = 1;
-// Below this length the direction to the viewer has no usable part.
-constexpr double kNoDirection = 1e-7;
+constexpr int ParallelProjection = 1;
 
 // The direction from the local origin to the viewer, in eye space.
 SCENE_VERTEX_XYZ_64 TowardViewer(const SCENE_MATRIX& toEye, int projectionType) {
   // A parallel view has its viewer infinitely far along eye-space +z; a
   // perspective one has the eye at the origin of eye space.
-  if (projectionType == kParallelProjection) return {0, 0, 1};
+  if (projectionType == ParallelProjection) return {0, 0, 1};
   return {-static_cast<double>(toEye.m[12]), -static_cast<double>(toEye.m[13]),
           -static_cast<double>(toEye.m[14])};
 }
@@ -48,14 +47,14 @@ void CalculateRotateToCameraMatrix(const SCENE_MATRIX* toEye, SCENE_MATRIX* out,
   if (upright) front.z = 0.0;  // turn about local z only
   // Seen from straight above or below, an upright billboard has no side to
   // turn to; and a viewer at the origin itself has no direction.
-  if (Magnitude(&front) <= kNoDirection) return;
+  if (Magnitude(&front) <= NearZero) return;
   GetUnitVector(&front, &front);
 
   // Local -y goes to `front`, local z stays as near to up as it can, and x
   // completes a right-handed frame.
   const SCENE_VERTEX_XYZ_64 y{-front.x, -front.y, -front.z};
   SCENE_VERTEX_XYZ_64 z{-front.z * front.x, -front.z * front.y, 1.0 - front.z * front.z};
-  if (Magnitude(&z) <= kNoDirection) {
+  if (Magnitude(&z) <= NearZero) {
     // Facing straight up or down: the geometry tips over about local x.
     z = SCENE_VERTEX_XYZ_64{0, front.z > 0 ? 1.0 : -1.0, 0};
   }

@@ -18,7 +18,7 @@
 
 // A saved tree deeper than this is taken as damaged: it bounds the
 // recursion of the reader on hostile input.
-static constexpr unsigned int kMaxTreeDepth = 1000;
+static constexpr unsigned int MaxTreeDepth = 1000;
 
 static bool ExpectWord(std::istream& in, const char* word) {
   std::string token;
@@ -56,7 +56,7 @@ bool STRING_TREE_NODE::ReadFromFile(std::istream* in) {
 bool STRING_TREE_NODE::ReadSubtree(std::istream& in, unsigned int depth) {
   int tag = 0, separatorCode = -1;
   std::string id;
-  if (depth > kMaxTreeDepth || !ExpectWord(in, "node")) return false;
+  if (depth > MaxTreeDepth || !ExpectWord(in, "node")) return false;
   if (!(in >> tag >> std::quoted(id) >> separatorCode)) return false;
   if (tag != GetTagType() || separatorCode < 0 || separatorCode > 255) return false;
   nodeID = id;

@@ -9,14 +9,14 @@ namespace picture {
 
 namespace {
 
-constexpr size_t kFileHeaderBytes = 14;
-constexpr uint32_t kInfoHeaderBytes = 40;
-constexpr uint32_t kV4HeaderBytes = 108;
-constexpr uint32_t kRgb = 0, kBitFields = 3;
-constexpr uint32_t kRedMask = 0x00FF0000, kGreenMask = 0x0000FF00, kBlueMask = 0x000000FF,
+constexpr size_t FileHeaderBytes = 14;
+constexpr uint32_t InfoHeaderBytes = 40;
+constexpr uint32_t V4HeaderBytes = 108;
+constexpr uint32_t Rgb = 0, kBitFields = 3;
+constexpr uint32_t RedMask = 0x00FF0000, kGreenMask = 0x0000FF00, kBlueMask = 0x000000FF,
                    kAlphaMask = 0xFF000000;
 // 72 dots per inch, the customary default of picture files.
-constexpr uint32_t kPixelsPerMeter = 2835;
+constexpr uint32_t PixelsPerMeter = 2835;
 
 uint32_t U32(Bytes file, size_t at) {
   return file[at] | file[at + 1] << 8 | file[at + 2] << 16 | uint32_t{file[at + 3]} << 24;
@@ -38,10 +38,10 @@ struct BmpLayout {
 // Bit-field masks, where present, must be the plain byte layout of blue,
 // green, red and, optionally, alpha: that is what every writer uses.
 bool ReadMasks(Bytes file, uint32_t headerBytes, BmpLayout& layout) {
-  const size_t at = kFileHeaderBytes + kInfoHeaderBytes;
+  const size_t at = FileHeaderBytes + InfoHeaderBytes;
   const size_t maskBytes = headerBytes >= 56 ? 16 : 12;
   if (at + maskBytes > file.size()) return false;
-  if (U32(file, at) != kRedMask || U32(file, at + 4) != kGreenMask || U32(file, at + 8) != kBlueMask)
+  if (U32(file, at) != RedMask || U32(file, at + 4) != kGreenMask || U32(file, at + 8) != kBlueMask)
     return false;
   const uint32_t alpha = maskBytes == 16 ? U32(file, at + 12) : 0;
   layout.alphaMask = alpha == kAlphaMask;
@@ -50,7 +50,7 @@ bool ReadMasks(Bytes file, uint32_t headerBytes, BmpLayout& layout) {
 
 bool ReadPalette(Bytes file, uint32_t headerBytes, uint32_t colorsUsed, BmpLayout& layout) {
   const size_t entries = colorsUsed == 0 ? 256 : colorsUsed;
-  const size_t at = kFileHeaderBytes + headerBytes;
+  const size_t at = FileHeaderBytes + headerBytes;
   if (entries > 256 || at + entries * 4 > file.size()) return false;
   // Indices past the palette read as black, as they show on Windows.
   for (size_t i = 0; i < entries; ++i) {
@@ -62,9 +62,9 @@ bool ReadPalette(Bytes file, uint32_t headerBytes, uint32_t colorsUsed, BmpLayou
 }
 
 bool ReadLayout(Bytes file, BmpLayout& layout) {
-  if (file.size() < kFileHeaderBytes + kInfoHeaderBytes || file[0] != 'B' || file[1] != 'M') return false;
+  if (file.size() < FileHeaderBytes + InfoHeaderBytes || file[0] != 'B' || file[1] != 'M') return false;
   const uint32_t headerBytes = U32(file, 14);
-  if (headerBytes < kInfoHeaderBytes || kFileHeaderBytes + headerBytes > file.size()) return false;
+  if (headerBytes < InfoHeaderBytes || FileHeaderBytes + headerBytes > file.size()) return false;
   const int32_t width = static_cast<int32_t>(U32(file, 18)), height = static_cast<int32_t>(U32(file, 22));
   layout.width = width;
   layout.topDown = height < 0;
@@ -72,11 +72,11 @@ bool ReadLayout(Bytes file, BmpLayout& layout) {
   layout.bits = U16(file, 28);
   const uint32_t compression = U32(file, 30);
   if (U16(file, 26) != 1 || !SizeAllowed(layout.width, layout.rows, 4)) return false;
-  if (layout.bits == 8 && compression == kRgb) {
+  if (layout.bits == 8 && compression == Rgb) {
     if (!ReadPalette(file, headerBytes, U32(file, 46), layout)) return false;
   } else if (layout.bits == 32 && compression == kBitFields) {
     if (!ReadMasks(file, headerBytes, layout)) return false;
-  } else if (!(layout.bits == 24 || layout.bits == 32) || compression != kRgb) {
+  } else if (!(layout.bits == 24 || layout.bits == 32) || compression != Rgb) {
     return false;
   }
   layout.pixelsAt = U32(file, 10);
@@ -115,9 +115,9 @@ void PutU32(std::vector<uint8_t>& out, uint32_t value) {
 // declare the fourth byte alpha; the other depths the plain one.
 void PutHeaders(std::vector<uint8_t>& out, const platform::PixelSurface& pixels, uint32_t stride) {
   const bool alpha = pixels.bitsPerPixel == 32;
-  const uint32_t headerBytes = alpha ? kV4HeaderBytes : kInfoHeaderBytes;
+  const uint32_t headerBytes = alpha ? V4HeaderBytes : InfoHeaderBytes;
   const uint32_t paletteBytes = pixels.bitsPerPixel == 8 ? 256 * 4 : 0;
-  const uint32_t pixelsAt = static_cast<uint32_t>(kFileHeaderBytes) + headerBytes + paletteBytes;
+  const uint32_t pixelsAt = static_cast<uint32_t>(FileHeaderBytes) + headerBytes + paletteBytes;
   const uint32_t imageBytes = stride * static_cast<uint32_t>(pixels.height);
   out.push_back('B'), out.push_back('M');
   PutU32(out, pixelsAt + imageBytes);
@@ -126,12 +126,12 @@ void PutHeaders(std::vector<uint8_t>& out, const platform::PixelSurface& pixels,
   for (uint32_t value : {headerBytes, uint32_t(pixels.width), uint32_t(pixels.height)}) PutU32(out, value);
   PutU16(out, 1);
   PutU16(out, static_cast<uint32_t>(pixels.bitsPerPixel));
-  for (uint32_t value : {alpha ? kBitFields : kRgb, imageBytes, kPixelsPerMeter, kPixelsPerMeter, 0u, 0u})
+  for (uint32_t value : {alpha ? kBitFields : Rgb, imageBytes, PixelsPerMeter, PixelsPerMeter, 0u, 0u})
     PutU32(out, value);
   if (alpha) {
-    for (uint32_t mask : {kRedMask, kGreenMask, kBlueMask, kAlphaMask}) PutU32(out, mask);
-    PutU32(out, 0x73524742);                       // colour space 'sRGB'
-    out.resize(out.size() + kV4HeaderBytes - 60);  // end points and gamma: unused with sRGB
+    for (uint32_t mask : {RedMask, kGreenMask, kBlueMask, kAlphaMask}) PutU32(out, mask);
+    PutU32(out, 0x73524742);                      // colour space 'sRGB'
+    out.resize(out.size() + V4HeaderBytes - 60);  // end points and gamma: unused with sRGB
   }
   for (uint32_t i = 0; i < paletteBytes / 4; ++i) PutU32(out, i * 0x010101);
 }

@@ -28,16 +28,16 @@
 
 namespace {
 
-constexpr uint8_t kMagic[4] = {'B', 'X', 'C', 'T'};
-constexpr uint32_t kVersion = 1;
-constexpr uint32_t kBc1 = 1, kBc2 = 2;
-constexpr uint32_t kMaxLevels = 32;
-constexpr uint32_t kMaxSide = 8192;
-constexpr size_t kHeaderBytes = 24;
-constexpr size_t kHashBytes = 8;
+constexpr uint8_t Magic[4] = {'B', 'X', 'C', 'T'};
+constexpr uint32_t Version = 1;
+constexpr uint32_t Bc1 = 1, kBc2 = 2;
+constexpr uint32_t MaxLevels = 32;
+constexpr uint32_t MaxSide = 8192;
+constexpr size_t HeaderBytes = 24;
+constexpr size_t HashBytes = 8;
 
 uint32_t BlockBytes(uint32_t kind) {
-  return kind == kBc1 ? 8 : 16;
+  return kind == Bc1 ? 8 : 16;
 }
 
 uint64_t BlocksOf(uint32_t width, uint32_t height) {
@@ -65,8 +65,8 @@ void PutU64(std::vector<uint8_t>& out, uint64_t v) {
 
 // True when the sizes form a pyramid that the cache may hold.
 bool ValidSizes(const uint32_t (*sizes)[2], uint32_t levelCount) {
-  if (levelCount == 0 || levelCount > kMaxLevels) return false;
-  if (sizes[0][0] == 0 || sizes[0][1] == 0 || sizes[0][0] > kMaxSide || sizes[0][1] > kMaxSide) return false;
+  if (levelCount == 0 || levelCount > MaxLevels) return false;
+  if (sizes[0][0] == 0 || sizes[0][1] == 0 || sizes[0][0] > MaxSide || sizes[0][1] > MaxSide) return false;
   for (uint32_t i = 1; i < levelCount; ++i)
     for (int side = 0; side < 2; ++side) {
       const uint32_t half = sizes[i - 1][side] / 2;
@@ -88,7 +88,7 @@ SW_BC_TEXTURE* RestoreLevels(const uint32_t (*sizes)[2], uint32_t levelCount, ui
     level.blocksPerRow = (level.width + 3) / 4;
     const size_t count = static_cast<size_t>(BlocksOf(level.width, level.height));
     void* target = nullptr;
-    if (kind == kBc1)
+    if (kind == Bc1)
       target = level.bc1Blocks = new (std::nothrow) uint8_t[count][8];
     else
       target = level.bc2Blocks = new (std::nothrow) uint8_t[count][16];
@@ -110,28 +110,28 @@ bool ReadCompressedTextureArrayFile(const char* file, const FILETIME* sourceTime
   if (!file || !sourceTime || !levels || !levelCount) return false;
   std::vector<uint8_t> contents;
   // No valid file reaches 1 GiB: 8192 x 8192 texels of BC2 are 64 MiB.
-  if (!picture::ReadWholeFile(file, contents, kHeaderBytes + kHashBytes, uint64_t{1} << 30)) return false;
+  if (!picture::ReadWholeFile(file, contents, HeaderBytes + HashBytes, uint64_t{1} << 30)) return false;
   const uint8_t* p = contents.data();
-  const size_t hashAt = contents.size() - kHashBytes;
+  const size_t hashAt = contents.size() - HashBytes;
   const uint64_t storedHash = uint64_t{GetU32(p + hashAt)} | uint64_t{GetU32(p + hashAt + 4)} << 32;
-  if (std::memcmp(p, kMagic, 4) != 0 || GetU32(p + 4) != kVersion || Fnv1a(p, hashAt) != storedHash)
+  if (std::memcmp(p, Magic, 4) != 0 || GetU32(p + 4) != Version || Fnv1a(p, hashAt) != storedHash)
     return false;
   const uint32_t kind = GetU32(p + 8);
-  if (kind != kBc1 && kind != kBc2) return false;
+  if (kind != Bc1 && kind != kBc2) return false;
   if (GetU32(p + 12) != sourceTime->dwLowDateTime || GetU32(p + 16) != sourceTime->dwHighDateTime)
     return false;
 
   const uint32_t count = GetU32(p + 20);
-  if (count == 0 || count > kMaxLevels || hashAt < kHeaderBytes + size_t{8} * count) return false;
-  uint32_t sizes[kMaxLevels][2];
+  if (count == 0 || count > MaxLevels || hashAt < HeaderBytes + size_t{8} * count) return false;
+  uint32_t sizes[MaxLevels][2];
   uint64_t blockBytes = 0;
   for (uint32_t i = 0; i < count; ++i) {
-    sizes[i][0] = GetU32(p + kHeaderBytes + 8 * i);
-    sizes[i][1] = GetU32(p + kHeaderBytes + 8 * i + 4);
+    sizes[i][0] = GetU32(p + HeaderBytes + 8 * i);
+    sizes[i][1] = GetU32(p + HeaderBytes + 8 * i + 4);
   }
   if (!ValidSizes(sizes, count)) return false;
   for (uint32_t i = 0; i < count; ++i) blockBytes += BlocksOf(sizes[i][0], sizes[i][1]) * BlockBytes(kind);
-  const size_t blocksAt = kHeaderBytes + size_t{8} * count;
+  const size_t blocksAt = HeaderBytes + size_t{8} * count;
   if (hashAt - blocksAt != blockBytes) return false;
 
   SW_BC_TEXTURE* restored = RestoreLevels(sizes, count, kind, p + blocksAt);
@@ -143,9 +143,9 @@ bool ReadCompressedTextureArrayFile(const char* file, const FILETIME* sourceTime
 
 bool WriteCompressedTextureArrayFile(const char* file, const FILETIME* sourceTime,
                                      const SW_BC_TEXTURE* levels, unsigned int levelCount) {
-  if (!file || !sourceTime || !levels || levelCount == 0 || levelCount > kMaxLevels) return false;
-  const uint32_t kind = levels[0].bc2Blocks ? kBc2 : kBc1;
-  uint32_t sizes[kMaxLevels][2];
+  if (!file || !sourceTime || !levels || levelCount == 0 || levelCount > MaxLevels) return false;
+  const uint32_t kind = levels[0].bc2Blocks ? kBc2 : Bc1;
+  uint32_t sizes[MaxLevels][2];
   for (uint32_t i = 0; i < levelCount; ++i) {
     const SW_BC_TEXTURE level = levels[i];
     const bool kindMatches = kind == kBc2 ? level.bc2Blocks != nullptr : level.bc1Blocks != nullptr;
@@ -155,8 +155,8 @@ bool WriteCompressedTextureArrayFile(const char* file, const FILETIME* sourceTim
   }
   if (!ValidSizes(sizes, levelCount)) return false;
 
-  std::vector<uint8_t> out(kMagic, kMagic + 4);
-  PutU32(out, kVersion);
+  std::vector<uint8_t> out(Magic, Magic + 4);
+  PutU32(out, Version);
   PutU32(out, kind);
   PutU32(out, sourceTime->dwLowDateTime);
   PutU32(out, sourceTime->dwHighDateTime);

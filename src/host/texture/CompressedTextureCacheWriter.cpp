@@ -19,7 +19,7 @@ std::string CacheFileFor(const std::string& picturePath, bool transparent, std::
   char temporary[261];
   const unsigned long length = GetTempPathA(sizeof temporary, temporary);
   if (length == 0 || length >= sizeof temporary) return {};
-  folder = std::string(temporary) + kCompressedTextureCacheFolder;
+  folder = std::string(temporary) + CompressedTextureCacheFolder;
   std::string file = folder + "/" + picturePath.substr(slash + 1);
   const size_t dot = file.find_last_of('.');
   if (dot != std::string::npos && dot > folder.size()) file.erase(dot);

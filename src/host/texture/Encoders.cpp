@@ -22,7 +22,7 @@ struct EncoderInfo {
 
 // Indexed by PictureFileFormat. The class ids are this library's own; they
 // differ only in the last byte, which is the index.
-constexpr EncoderInfo kEncoders[] = {
+constexpr EncoderInfo Encoders[] = {
     {L"image/bmp",
      {0xB71DE0C0, 0x7E47, 0x4C1A, {0x9A, 0x5E, 'B', 'r', 'i', 'n', 'd', 0}},
      SaveAs<PictureFileFormat::Bmp>},
@@ -45,20 +45,20 @@ bool SameMime(const wchar_t* a, const wchar_t* b) {
 }
 
 void RegisterAll() {
-  for (const EncoderInfo& encoder : kEncoders) Gdiplus::RegisterImageEncoder(encoder.clsid, encoder.save);
+  for (const EncoderInfo& encoder : Encoders) Gdiplus::RegisterImageEncoder(encoder.clsid, encoder.save);
 }
 
 }  // namespace
 
 int GetEncoderClsid(const wchar_t* mime, GUID* clsid) {
   if (!mime || !clsid) return -1;
-  for (int index = 0; index < static_cast<int>(std::size(kEncoders)); ++index) {
-    if (!SameMime(mime, kEncoders[index].mime)) continue;
+  for (int index = 0; index < static_cast<int>(std::size(Encoders)); ++index) {
+    if (!SameMime(mime, Encoders[index].mime)) continue;
     // Registered on first use, so that a host that never asks for an
     // encoder costs nothing; once, whichever thread asks first.
     static std::once_flag registered;
     std::call_once(registered, RegisterAll);
-    *clsid = kEncoders[index].clsid;
+    *clsid = Encoders[index].clsid;
     return index;
   }
   return -1;

@@ -15,10 +15,10 @@ namespace {
 
 // JPEG quality of written files: visibly lossless for rendered pictures at
 // a fraction of the size of a lossless format.
-constexpr int kQuality = 90;
+constexpr int Quality = 90;
 // A progressive file may hold any number of scans, each of which makes
 // libjpeg pass over the whole picture again; real encoders use about ten.
-constexpr int kMaxScans = 500;
+constexpr int MaxScans = 500;
 
 struct ErrorManager {
   jpeg_error_mgr base;
@@ -41,7 +41,7 @@ void PrintNothing(j_common_ptr) {}
 
 void LimitScans(j_common_ptr codec) {
   auto* decompress = reinterpret_cast<j_decompress_ptr>(codec);
-  if (decompress->input_scan_number > kMaxScans) JumpOnError(codec);
+  if (decompress->input_scan_number > MaxScans) JumpOnError(codec);
 }
 
 void InstallErrorManager(ErrorManager& errors) {
@@ -84,7 +84,7 @@ class JpegDecoder {
     jpeg_create_decompress(&codec);
     created = true;
     codec.progress = &progress;
-    codec.mem->max_memory_to_use = static_cast<long>(kMaxDecodedBytes);
+    codec.mem->max_memory_to_use = static_cast<long>(MaxDecodedBytes);
     jpeg_mem_src(&codec, file.data(), static_cast<unsigned long>(file.size()));
     if (jpeg_read_header(&codec, TRUE) != JPEG_HEADER_OK) return false;
     if (!SizeAllowed(codec.image_width, codec.image_height, 3)) return false;
@@ -152,7 +152,7 @@ class JpegEncoder {
     codec.input_components = ChannelCount(order);
     codec.in_color_space = order == PixelOrder::Grey ? JCS_GRAYSCALE : JCS_RGB;
     jpeg_set_defaults(&codec);
-    jpeg_set_quality(&codec, kQuality, TRUE);
+    jpeg_set_quality(&codec, Quality, TRUE);
     jpeg_start_compress(&codec, TRUE);
     while (codec.next_scanline < codec.image_height) {
       ConvertRow(pixels.Row(static_cast<int>(codec.next_scanline)), ImageOrder(pixels.bitsPerPixel), row,

@@ -14,14 +14,14 @@ namespace picture {
 
 using Bytes = std::span<const uint8_t>;
 
-// Limits against hostile or broken files: no side above kMaxSide and no
-// decoded picture above kMaxDecodedBytes, checked before any allocation.
-constexpr int kMaxSide = 16384;
-constexpr uint64_t kMaxDecodedBytes = uint64_t{1} << 30;
+// Limits against hostile or broken files: no side above MaxSide and no
+// decoded picture above MaxDecodedBytes, checked before any allocation.
+constexpr int MaxSide = 16384;
+constexpr uint64_t MaxDecodedBytes = uint64_t{1} << 30;
 bool SizeAllowed(int64_t width, int64_t height, int bytesPerPixel);
 // No picture file within those limits needs more than twice the largest
 // picture, even uncompressed and with wide samples.
-constexpr uint64_t kMaxFileBytes = kMaxDecodedBytes * 2;
+constexpr uint64_t MaxFileBytes = MaxDecodedBytes * 2;
 
 // Byte order of 8-bit pixels in a file or an image row.
 enum class PixelOrder { Grey, GreyAlpha, Rgb, Rgba, Bgr, Bgra };
@@ -47,7 +47,7 @@ bool Encodable(const platform::PixelSurface& pixels);
 
 // The file that a texture name stands for: `path` itself if it exists, else
 // the same name with another extension of `type`, or of any picture type
-// for kTextureFileTypeAny. Empty if there is none.
+// for TextureFileTypeAny. Empty if there is none.
 std::string FindTextureFile(const std::string& path, int type);
 
 // Reads a regular file whose size lies within the bounds, whole; false for

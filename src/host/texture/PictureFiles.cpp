@@ -16,8 +16,8 @@ using Decoder = bool (*)(Bytes, ATL::CImage&);
 using Encoder = bool (*)(const platform::PixelSurface&, std::vector<uint8_t>&);
 
 // Indexed by PictureFileFormat.
-constexpr Decoder kDecoders[] = {DecodeBmp, DecodeJpeg, DecodePng, DecodeTiff};
-constexpr Encoder kEncoders[] = {EncodeBmp, EncodeJpeg, EncodePng, EncodeTiff};
+constexpr Decoder Decoders[] = {DecodeBmp, DecodeJpeg, DecodePng, DecodeTiff};
+constexpr Encoder Encoders[] = {EncodeBmp, EncodeJpeg, EncodePng, EncodeTiff};
 
 bool StartsWith(Bytes file, std::initializer_list<uint8_t> magic) {
   return file.size() >= magic.size() && std::equal(magic.begin(), magic.end(), file.begin());
@@ -67,16 +67,16 @@ bool ReadWholeFile(const char* path, std::vector<uint8_t>& contents, uint64_t mi
 
 bool LoadCImageTextureFromFile(const char* path, ATL::CImage& image) {
   if (!path) return false;
-  const std::string found = FileExists(path) ? path : picture::FindTextureFile(path, kTextureFileTypeAny);
+  const std::string found = FileExists(path) ? path : picture::FindTextureFile(path, TextureFileTypeAny);
   std::vector<uint8_t> file;
-  if (found.empty() || !picture::ReadWholeFile(found.c_str(), file, 1, picture::kMaxFileBytes)) return false;
+  if (found.empty() || !picture::ReadWholeFile(found.c_str(), file, 1, picture::MaxFileBytes)) return false;
   const std::optional<PictureFileFormat> format = picture::FormatOf(file);
-  return format && picture::kDecoders[static_cast<int>(*format)](file, image);
+  return format && picture::Decoders[static_cast<int>(*format)](file, image);
 }
 
 bool SavePictureFile(const char* path, const platform::PixelSurface& pixels, PictureFileFormat format) {
   const int index = static_cast<int>(format);
   if (!path || index < 0 || index > static_cast<int>(PictureFileFormat::Tiff)) return false;
   std::vector<uint8_t> file;
-  return picture::kEncoders[index](pixels, file) && picture::WriteWholeFile(path, file);
+  return picture::Encoders[index](pixels, file) && picture::WriteWholeFile(path, file);
 }

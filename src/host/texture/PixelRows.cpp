@@ -60,8 +60,8 @@ bool HasAlpha(PixelOrder order) {
 }  // namespace
 
 bool SizeAllowed(int64_t width, int64_t height, int bytesPerPixel) {
-  if (width <= 0 || height <= 0 || width > kMaxSide || height > kMaxSide) return false;
-  return static_cast<uint64_t>(width * height * bytesPerPixel) <= kMaxDecodedBytes;
+  if (width <= 0 || height <= 0 || width > MaxSide || height > MaxSide) return false;
+  return static_cast<uint64_t>(width * height * bytesPerPixel) <= MaxDecodedBytes;
 }
 
 int ChannelCount(PixelOrder order) {

@@ -82,7 +82,7 @@ class PngDecoder {
   bool ReadHeader() {
     if (setjmp(jump)) return false;
     png_set_read_fn(png, &reader, ReadBytes);
-    png_set_user_limits(png, kMaxSide, kMaxSide);
+    png_set_user_limits(png, MaxSide, MaxSide);
     // Text and profile chunks are of no use here; a small cap keeps a file
     // from making libpng inflate a huge one.
     png_set_chunk_malloc_max(png, 8u << 20);

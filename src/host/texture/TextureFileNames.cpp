@@ -18,9 +18,9 @@ struct Extension {
 
 // Per type, the short spelling comes first: it is what a conversion writes
 // when no spelling exists on disk.
-constexpr Extension kExtensions[] = {
-    {".bmp", kTextureFileTypeBmp}, {".jpg", kTextureFileTypeJpeg}, {".jpeg", kTextureFileTypeJpeg},
-    {".png", kTextureFileTypePng}, {".tif", kTextureFileTypeTiff}, {".tiff", kTextureFileTypeTiff},
+constexpr Extension Extensions[] = {
+    {".bmp", TextureFileTypeBmp}, {".jpg", TextureFileTypeJpeg}, {".jpeg", TextureFileTypeJpeg},
+    {".png", TextureFileTypePng}, {".tif", TextureFileTypeTiff}, {".tiff", TextureFileTypeTiff},
 };
 
 // Where the extension of `name` starts: its last dot after the last folder
@@ -40,14 +40,14 @@ bool SameNoCase(const char* a, const char* b) {
 
 int TypeOf(const std::string& name) {
   const size_t start = ExtensionStart(name);
-  if (start == std::string::npos) return kTextureFileTypeAny;
-  for (const Extension& extension : kExtensions)
+  if (start == std::string::npos) return TextureFileTypeAny;
+  for (const Extension& extension : Extensions)
     if (SameNoCase(name.c_str() + start, extension.text)) return extension.type;
-  return kTextureFileTypeAny;
+  return TextureFileTypeAny;
 }
 
 bool Wanted(int type, int wanted) {
-  return wanted == kTextureFileTypeAny || type == wanted;
+  return wanted == TextureFileTypeAny || type == wanted;
 }
 
 // Pictures saved on case-sensitive file systems keep whatever case their
@@ -76,9 +76,9 @@ std::string Joined(const char* name, const char* folder) {
 }
 
 // The first existing file of `stem` with an extension of a wanted type, in
-// the order of kExtensions; empty if there is none.
+// the order of Extensions; empty if there is none.
 std::string ExistingSpelling(const std::string& stem, int wanted) {
-  for (const Extension& extension : kExtensions) {
+  for (const Extension& extension : Extensions) {
     if (!Wanted(extension.type, wanted)) continue;
     for (bool upper : {false, true}) {
       std::string candidate = stem + Spelled(extension.text, upper);
@@ -94,7 +94,7 @@ namespace picture {
 
 std::string FindTextureFile(const std::string& path, int type) {
   const int ownType = TypeOf(path);
-  if (ownType == kTextureFileTypeAny) return {};
+  if (ownType == TextureFileTypeAny) return {};
   if (Wanted(ownType, type) && FileExists(path.c_str())) return path;
   return ExistingSpelling(path.substr(0, ExtensionStart(path)), type);
 }
@@ -102,12 +102,12 @@ std::string FindTextureFile(const std::string& path, int type) {
 }  // namespace picture
 
 int GetTextureFileType(const char* name) {
-  return name ? TypeOf(name) : kTextureFileTypeAny;
+  return name ? TypeOf(name) : TextureFileTypeAny;
 }
 
 bool IsValidTextureFileName(const char* name, const char* folder, int* type) {
   if (!name || !*name) return false;
-  const int wanted = type ? *type : kTextureFileTypeAny;
+  const int wanted = type ? *type : TextureFileTypeAny;
   const std::string found = picture::FindTextureFile(Joined(name, folder), wanted);
   if (found.empty()) return false;
   if (type) *type = TypeOf(found);
@@ -119,11 +119,11 @@ void ConvertStringToMatchTextureFileType(char* name, int type) {
   const std::string path = name;
   const size_t start = ExtensionStart(path);
   const std::string stem = path.substr(0, start);
-  std::string converted = type == kTextureFileTypeAny ? std::string() : ExistingSpelling(stem, type);
+  std::string converted = type == TextureFileTypeAny ? std::string() : ExistingSpelling(stem, type);
   if (converted.empty()) {
-    const auto shortest = std::find_if(std::begin(kExtensions), std::end(kExtensions),
+    const auto shortest = std::find_if(std::begin(Extensions), std::end(Extensions),
                                        [type](const Extension& e) { return e.type == type; });
-    if (shortest == std::end(kExtensions)) return;
+    if (shortest == std::end(Extensions)) return;
     const bool upper = start != std::string::npos && IsUpper(path.substr(start));
     converted = stem + Spelled(shortest->text, upper);
   }

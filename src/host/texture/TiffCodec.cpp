@@ -43,7 +43,7 @@ tmsize_t WriteFile(thandle_t handle, void* data, tmsize_t count) {
   MemoryFile& file = FileOf(handle);
   if (!file.written || count < 0) return -1;
   const uint64_t end = file.position + static_cast<uint64_t>(count);
-  if (end > kMaxFileBytes) return -1;
+  if (end > MaxFileBytes) return -1;
   try {
     if (end > file.written->size()) file.written->resize(static_cast<size_t>(end));
   } catch (...) {
@@ -62,7 +62,7 @@ toff_t SeekFile(thandle_t handle, toff_t offset, int whence) {
   // Unsigned arithmetic makes a negative offset step back; one before the
   // start wraps to a huge position and is refused like one past the limit.
   const uint64_t target = base + offset;
-  if (target > kMaxFileBytes) return static_cast<toff_t>(-1);
+  if (target > MaxFileBytes) return static_cast<toff_t>(-1);
   file.position = target;
   return target;
 }
@@ -107,7 +107,7 @@ TiffHandle Open(MemoryFile& file, const char* mode) {
   std::unique_ptr<TIFFOpenOptions, decltype(&TIFFOpenOptionsFree)> options(TIFFOpenOptionsAlloc(),
                                                                            TIFFOpenOptionsFree);
   if (!options) return TiffHandle(nullptr, TIFFClose);
-  TIFFOpenOptionsSetMaxSingleMemAlloc(options.get(), static_cast<tmsize_t>(kMaxDecodedBytes));
+  TIFFOpenOptionsSetMaxSingleMemAlloc(options.get(), static_cast<tmsize_t>(MaxDecodedBytes));
   TIFFOpenOptionsSetErrorHandlerExtR(options.get(), NoteError, &file);
   TIFFOpenOptionsSetWarningHandlerExtR(options.get(), IgnoreWarning, nullptr);
   return TiffHandle(TIFFClientOpenExt("picture", mode, &file, ReadFile, WriteFile, SeekFile, CloseFile,
