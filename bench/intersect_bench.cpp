@@ -14,9 +14,9 @@ namespace {
 // One engine per scene, its tree built once by its own workers.
 struct BenchScene {
   explicit BenchScene(int64_t triangles) {
-    engine = static_cast<RT_RENDER_ENGINE*>(CreateRenderEngine());
+    engine = new AccelTestEngine();
     engine->Initialize(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
-    access = std::make_unique<AccelTestAccess>(engine);
+    access = engine;
     if (triangles > 0) {
       bench::GenerateTown(size_t(triangles), access->Tables()[0]);
     } else if (!bench::LoadModel(BRINDLEX_BENCH_MODEL, access->Tables()[0])) {
@@ -28,8 +28,8 @@ struct BenchScene {
   }
   ~BenchScene() { engine->Release(); }
 
-  RT_RENDER_ENGINE* engine;
-  std::unique_ptr<AccelTestAccess> access;
+  AccelTestEngine* engine;
+  AccelTestEngine* access;  // the engine itself, by the name the code reads
   std::vector<bench::Ray> camera, random;
 };
 

@@ -17,7 +17,6 @@
 #include <string>
 #include <vector>
 
-#include "AccelTestAccess.h"
 #include "BenchScenes.h"
 #include "EngineTestAccess.h"
 #include "SceneTestAccess.h"
@@ -69,8 +68,17 @@ void SmoothNormals(SWMesh& mesh) {
   }
 }
 
+// The scene tables of the test engine, and the build of a tree over one.
+class PhotonBenchEngine : public SceneTestEngine {
+ public:
+  void BuildTree(int row) {
+    kdTrees[row].Build(&meshTables[row], workQueue, queueLock, renderThreads, wakeSemaphore, doneSemaphore,
+                       nullptr, nullptr);
+  }
+};
+
 struct Bench {
-  RT_RENDER_ENGINE* engine = static_cast<RT_RENDER_ENGINE*>(CreateRenderEngine());
+  PhotonBenchEngine* engine = new PhotonBenchEngine();
   ENVIRONMENT_3D_PROJECT project;
   MATERIAL_3D_NODE* root = scene_test::MaterialRoot();
   MODE_RENDER_OPTIONS options;
@@ -78,9 +86,8 @@ struct Bench {
   Bench(const std::string& model, float scale, unsigned short level, int processors) {
     UseProcessors(processors);
     engine->Initialize(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
-    AccelTestAccess accel(engine);
-    SceneTestAccess scene(engine);
-    SWMeshTable& table = accel.Tables()[0];
+    SceneTestEngine& scene = *engine;
+    SWMeshTable& table = scene.MeshTable(0);
     if (!bench::LoadModel(model, table))
       std::exit((std::fprintf(stderr, "cannot read %s\n", model.c_str()), 1));
     SCENE_VERTEX_XYZ_64& low = scene.SceneBox(0);
@@ -96,7 +103,7 @@ struct Bench {
                 std::max(high.z, double(v.position.z))};
       }
     for (SWMesh& mesh : table.meshes) SmoothNormals(mesh);
-    accel.BuildTree(0);
+    engine->BuildTree(0);
     // Walls and floors that throw back 60% of the light.
     MATERIAL_3D_NODE* material = scene_test::Material(root, "Wall");
     TEXTURE_LINK link;
@@ -111,7 +118,7 @@ struct Bench {
     bulb.definition.flags = LightEnabled | LightDiffuse;
     bulb.definition.intensity = 10;
     bulb.definition.position = EnclosedPoint(low, high);
-    scene.Lights().InsertOrUpdateLight(&bulb);
+    EngineTestAccess(engine).Lights().InsertOrUpdateLight(&bulb);
 
     options.SetCustomLighting(true);
     options.SetPhotonMapping(true);
@@ -223,8 +230,8 @@ int main(int argc, char** argv) {
 
   // Gathers where photons lie, facing the way they came, as a shaded point
   // on a lit surface would; radius 2% of the diagonal, as --photons sets.
-  const SCENE_VERTEX_XYZ_64 low = SceneTestAccess(two.engine).SceneBox(0),
-                            high = SceneTestAccess(two.engine).SceneBox(1);
+  const SCENE_VERTEX_XYZ_64 low = two.engine->SceneBox(0),
+                            high = two.engine->SceneBox(1);
   const double radius = 0.02 * Distance(&low, &high);
   const std::vector<SWPhoton>& indirect = access.Photons(false);
   const std::vector<SWPhoton>& direct = access.Photons(true);
@@ -269,7 +276,7 @@ int main(int argc, char** argv) {
       "cpu_us_per_photon_1=%.2f cpu_us_per_photon_2=%.2f "
       "MB_per_million=%.1f radius=%.1f in_reach=%.0f gather_indirect_cpu_us=%.1f gather_both_cpu_us=%.1f "
       "sink=%g\n",
-      argv[1], scale, AccelTestAccess(two.engine).Trees()[0].triangles.size(), level, stored, Median(rateOne),
+      argv[1], scale, two.engine->Tree(0).triangles.size(), level, stored, Median(rateOne),
       Median(rateTwo), Median(ratios), Median(processorOne), Median(processorTwo),
       bytes / 1048576.0 / (stored / 1e6), radius, inReach, Median(indirectOnly), Median(bothMaps), sink);
   return 0;

@@ -181,9 +181,9 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "usage: %s <triangle count | model file[@scale]>\n", argv[0]);
     return 2;
   }
-  RT_RENDER_ENGINE* engine = static_cast<RT_RENDER_ENGINE*>(CreateRenderEngine());
+  AccelTestEngine* engine = new AccelTestEngine();
   engine->Initialize(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
-  AccelTestAccess access(engine);
+  AccelTestEngine& access = *engine;
   SWMeshTable& table = access.Tables()[0];
   const std::string scene = argv[1];
   if (!bench::LoadScene(scene, table)) {

@@ -90,9 +90,9 @@ int main(int argc, char** argv) {
     return 2;
   }
   for (int arg = 1; arg < argc; ++arg) {
-    RT_RENDER_ENGINE* engine = static_cast<RT_RENDER_ENGINE*>(CreateRenderEngine());
+    AccelTestEngine* engine = new AccelTestEngine();
     engine->Initialize(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
-    AccelTestAccess access(engine);
+    AccelTestEngine& access = *engine;
     if (!bench::LoadScene(argv[arg], access.Tables()[0])) {
       std::fprintf(stderr, "cannot read %s\n", argv[arg]);
       return 1;

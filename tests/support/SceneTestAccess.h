@@ -20,6 +20,7 @@ class SceneTestEngine : public RT_RENDER_ENGINE {
   std::vector<SWMaterialEntry>& SWMaterials() { return swMaterials; }
   std::map<const MATERIAL_3D_NODE*, uint32_t>& MaterialIndexByNode() { return materialIndexByNode; }
   SWMeshTable& MeshTable(int i) { return meshTables[i]; }
+  KDTree& Tree(int i) { return kdTrees[i]; }
   SCENE_VERTEX_XYZ_64& SceneBox(int i) { return i == 0 ? sceneMin : sceneMax; }
   RTRendererLight& DefaultLight(int i) { return defaultLights[i]; }
 
