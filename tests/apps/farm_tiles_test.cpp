@@ -2,13 +2,15 @@
 // pass by pass, and how the picture is blended from what comes back.
 #include <gtest/gtest.h>
 
+#include <cstdio>
+#include <sstream>
+#include <string>
 #include <vector>
 
 #include "FarmPicture.h"
 #include "FarmTiles.h"
 
 namespace {
-using Answer = TileDealer::Answer;
 
 TEST(FarmTiles, CoverThePictureFromTheMiddleWithCutEdges) {
   // 3 x 3 tiles, listed as the engine lists its blocks: the centre, then
@@ -25,94 +27,70 @@ TEST(FarmTiles, CoverThePictureFromTheMiddleWithCutEdges) {
   }
   const std::vector<FarmTile> row = FarmTiles(33, 1, 32);
   ASSERT_EQ(row.size(), 2u);
-  EXPECT_EQ(row[0].width, 32u);
   EXPECT_EQ(row[1].x, 32u);
   EXPECT_EQ(row[1].width, 1u);
   EXPECT_TRUE(FarmTiles(0, 10, 32).empty());
 }
 
-TEST(TileDealer, RayTracingDealsEveryTileOnceAndWaitsForTheLast) {
-  TileDealer dealer(3, 1);
-  EXPECT_EQ(dealer.NextPass().answer, Answer::Deal);
-  EXPECT_EQ(dealer.NextPass().pass, 1u);
-  std::vector<uint32_t> dealt;
-  for (int rank : {1, 2, 1}) {
-    const TileDealer::Deal deal = dealer.NextTile(rank, 1);
-    ASSERT_EQ(deal.answer, Answer::Deal);
-    dealt.push_back(deal.tile);
+// One call of a script to the dealer, as "call[a[:b]]=answer": p NextPass,
+// tA:B NextTile(rank A, pass B), rA:B Receive(tile A, pass B), oA
+// Outstanding(rank A), c CompletePasses, f Finished, lA Lose(rank A),
+// L LimitReached (answering LastPass), s Stop. A deal answers its tile or
+// pass; W, N and F are Wait, Nothing and Finished; 1 and 0 true and false.
+std::string Call(TileDealer& dealer, char call, unsigned a, unsigned b) {
+  const auto answer = [](const TileDealer::Deal& d, uint32_t dealt) -> std::string {
+    using A = TileDealer::Answer;
+    return d.answer == A::Deal      ? std::to_string(dealt)
+           : d.answer == A::Wait    ? "W"
+           : d.answer == A::Nothing ? "N"
+                                    : "F";
+  };
+  if (call == 'p') return answer(dealer.NextPass(), dealer.NextPass().pass);
+  if (call == 't') {
+    const TileDealer::Deal tile = dealer.NextTile(int(a), b);
+    return answer(tile, tile.tile);
   }
-  EXPECT_EQ(dealt, (std::vector<uint32_t>{0, 1, 2}));
-  // One pass only: the last tiles may still come back to be dealt again.
-  EXPECT_EQ(dealer.NextTile(2, 1).answer, Answer::Wait);
-  EXPECT_EQ(dealer.NextPass().answer, Answer::Wait);
-  EXPECT_EQ(dealer.Outstanding(1), 2u);
-  EXPECT_TRUE(dealer.Receive(1, 1));
-  EXPECT_FALSE(dealer.Receive(1, 1)) << "a second copy";
-  EXPECT_FALSE(dealer.Receive(7, 1)) << "no such tile";
-  EXPECT_FALSE(dealer.Receive(0, 2)) << "no such pass";
-  EXPECT_TRUE(dealer.Receive(0, 1));
-  EXPECT_FALSE(dealer.Finished());
-  EXPECT_TRUE(dealer.Receive(2, 1));
-  EXPECT_TRUE(dealer.Finished());
-  EXPECT_EQ(dealer.CompletePasses(), 1u);
-  EXPECT_EQ(dealer.NextTile(1, 1).answer, Answer::Finished);
-  EXPECT_EQ(dealer.NextPass().answer, Answer::Finished);
+  if (call == 'r') return std::to_string(dealer.Receive(a, b));
+  if (call == 'o') return std::to_string(dealer.Outstanding(int(a)));
+  if (call == 'c') return std::to_string(dealer.CompletePasses());
+  if (call == 'f') return std::to_string(dealer.Finished());
+  if (call == 'l') return dealer.Lose(int(a)), "";
+  if (call == 'L') return dealer.LimitReached(), std::to_string(dealer.LastPass());
+  if (call == 's') return dealer.Stop(), "";
+  return "?";
 }
 
-TEST(TileDealer, ALostRanksTilesAreDealtAgainFirst) {
-  TileDealer dealer(4, 1);
-  ASSERT_EQ(dealer.NextTile(1, 1).tile, 0u);
-  ASSERT_EQ(dealer.NextTile(2, 1).tile, 1u);
-  ASSERT_EQ(dealer.NextTile(1, 1).tile, 2u);
-  dealer.Lose(1);
-  EXPECT_EQ(dealer.Outstanding(1), 0u);
-  EXPECT_FALSE(dealer.Receive(0, 1)) << "the lost rank's late samples";
-  EXPECT_EQ(dealer.NextTile(2, 1).tile, 0u);
-  EXPECT_EQ(dealer.NextTile(2, 1).tile, 2u);
-  EXPECT_EQ(dealer.NextTile(2, 1).tile, 3u);
-  for (uint32_t tile : {0u, 1u, 2u, 3u}) EXPECT_TRUE(dealer.Receive(tile, 1));
-  EXPECT_TRUE(dealer.Finished());
-}
-
-TEST(TileDealer, PathTracingDealsTwoPassesAtMostAndStopsOnTime) {
-  TileDealer dealer(2, 5);
-  for (uint32_t tile : {0u, 1u}) EXPECT_EQ(dealer.NextTile(1, 1).tile, tile);
-  // Pass 1 is dealt: a rank asking for it moves on to pass 2.
-  EXPECT_EQ(dealer.NextTile(2, 1).answer, Answer::Nothing);
-  EXPECT_EQ(dealer.NextPass().pass, 2u);
-  for (uint32_t tile : {0u, 1u}) EXPECT_EQ(dealer.NextTile(2, 2).tile, tile);
-  // Pass 3 waits until pass 1 is complete.
-  EXPECT_EQ(dealer.NextPass().answer, Answer::Wait);
-  EXPECT_EQ(dealer.NextTile(2, 3).answer, Answer::Nothing);
-  EXPECT_TRUE(dealer.Receive(0, 2));
-  EXPECT_TRUE(dealer.Receive(1, 2));
-  EXPECT_EQ(dealer.CompletePasses(), 0u) << "pass 2 is in, pass 1 is not";
-  EXPECT_TRUE(dealer.Receive(0, 1));
-  EXPECT_TRUE(dealer.Receive(1, 1));
-  EXPECT_EQ(dealer.CompletePasses(), 2u);
-  EXPECT_EQ(dealer.NextPass().pass, 3u);
-  EXPECT_EQ(dealer.NextTile(1, 3).tile, 0u);
-  EXPECT_EQ(dealer.NextTile(1, 4).tile, 0u);
-  // The limit comes during pass 3: pass 3 is finished, pass 4 is not.
-  dealer.LimitReached();
-  EXPECT_EQ(dealer.LastPass(), 3u);
-  EXPECT_FALSE(dealer.Receive(0, 4));
-  EXPECT_EQ(dealer.NextTile(2, 4).answer, Answer::Nothing);
-  EXPECT_EQ(dealer.NextTile(2, 3).tile, 1u);
-  EXPECT_TRUE(dealer.Receive(0, 3));
-  EXPECT_TRUE(dealer.Receive(1, 3));
-  EXPECT_TRUE(dealer.Finished());
-  EXPECT_EQ(dealer.CompletePasses(), 3u);
-}
-
-TEST(TileDealer, StopLeavesThePassInProgressIncomplete) {
-  TileDealer dealer(2, 10);
-  dealer.NextTile(1, 1);
-  dealer.Stop();
-  EXPECT_TRUE(dealer.Finished());
-  EXPECT_EQ(dealer.CompletePasses(), 0u);
-  EXPECT_FALSE(dealer.Receive(0, 1));
-  EXPECT_EQ(dealer.NextPass().answer, Answer::Finished);
+TEST(TileDealer, DealsEveryTileOncePassByPassAndALostRanksTilesAgainFirst) {
+  const struct {
+    size_t tiles;
+    uint32_t passes;
+    const char* script;
+  } cases[] = {
+      // Ray tracing: the last tiles may still come back to be dealt again,
+      // so the others wait; copies, unknown tiles and passes are refused.
+      {3, 1,
+       "p=1 t1:1=0 t2:1=1 t1:1=2 t2:1=W p=W o1=2 r1:1=1 r1:1=0 r7:1=0 r0:2=0 r0:1=1 f=0 r2:1=1 f=1 c=1 "
+       "t1:1=F p=F"},
+      // Rank 1 is lost holding tiles 0 and 2: they come first, and its late
+      // samples are refused.
+      {4, 1, "t1:1=0 t2:1=1 t1:1=2 l1= o1=0 r0:1=0 t2:1=0 t2:1=2 t2:1=3 r0:1=1 r1:1=1 r2:1=1 r3:1=1 f=1"},
+      // Path tracing deals two passes at most: pass 3 waits for pass 1. The
+      // time runs out during pass 3: it is finished, pass 4 is not.
+      {2, 5,
+       "t1:1=0 t1:1=1 t2:1=N p=2 t2:2=0 t2:2=1 p=W t2:3=N r0:2=1 r1:2=1 c=0 r0:1=1 r1:1=1 c=2 p=3 "
+       "t1:3=0 t1:4=0 L=3 r0:4=0 t2:4=N t2:3=1 r0:3=1 r1:3=1 f=1 c=3"},
+      // Ctrl-C: the pass in progress is never complete.
+      {2, 10, "t1:1=0 s= f=1 c=0 r0:1=0 p=F"},
+  };
+  for (const auto& c : cases) {
+    TileDealer dealer(c.tiles, c.passes);
+    std::istringstream script(c.script);
+    for (std::string step; script >> step;) {
+      unsigned a = 0, b = 0;
+      std::sscanf(step.c_str() + 1, "%u:%u", &a, &b);
+      EXPECT_EQ(Call(dealer, step[0], a, b), step.substr(step.find('=') + 1)) << step << " in " << c.script;
+    }
+  }
 }
 
 TEST(FarmPicture, BlendsColumnByColumnIntoTheRunningMean) {
@@ -121,18 +99,13 @@ TEST(FarmPicture, BlendsColumnByColumnIntoTheRunningMean) {
   FarmPicture picture(4, 3, options, false);
   ASSERT_TRUE(picture.Valid());
   // A tile of 2 x 3 at (1, 0): sample k lies in column k / 3, row k % 3.
-  const FarmTile tile = {1, 0, 2, 3};
-  std::vector<SCENE_VERTEX_XYZW> first(6), second(6);
-  for (int k = 0; k < 6; ++k) {
-    first[k] = {0.25f, 0.0f, 0.0f, 1.0f};
-    second[k] = {0.75f, 0.125f * float(k), 0.0f, 1.0f};
-  }
-  picture.Blend(tile, 1, first.data());
-  EXPECT_FLOAT_EQ(picture.Mean(1, 0).x, 0.25f);
-  picture.Blend(tile, 2, second.data());
-  // Pass 2 weighs the new sample by 1/2: red (0.25 + 0.75) / 2.
+  std::vector<SCENE_VERTEX_XYZW> first(6, {0.25f, 0.0f, 0.0f, 1.0f}), second(6);
+  for (int k = 0; k < 6; ++k) second[k] = {0.75f, 0.125f * float(k), 0.0f, 1.0f};
+  picture.Blend({1, 0, 2, 3}, 1, first.data());
+  picture.Blend({1, 0, 2, 3}, 2, second.data());
+  // Pass 2 weighs the new sample by 1/2: red (0.25 + 0.75) / 2; column 1,
+  // row 1 is sample 4: green 0.5 / 2.
   EXPECT_FLOAT_EQ(picture.Mean(2, 1).x, 0.5f);
-  // Column 1, row 1 is sample 4: green 0.5 / 2.
   EXPECT_FLOAT_EQ(picture.Mean(2, 1).y, 0.25f);
   EXPECT_FLOAT_EQ(picture.Mean(1, 2).y, 0.125f);  // sample 2
   // Blue 0, green 0.25 x 255 = 63, red 0.5 x 255 = 127 by truncation, alpha 255.

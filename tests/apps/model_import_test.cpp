@@ -16,12 +16,6 @@ SCENE_VERTEX_XYZ Apply(const SCENE_MATRIX& m, SCENE_VERTEX_XYZ p) {
   return p;
 }
 
-void ExpectPoint(SCENE_VERTEX_XYZ actual, float x, float y, float z) {
-  EXPECT_NEAR(+actual.x, x, 1e-5f);
-  EXPECT_NEAR(+actual.y, y, 1e-5f);
-  EXPECT_NEAR(+actual.z, z, 1e-5f);
-}
-
 // The first node below `node`, depth first, that carries mesh data.
 SCENE_GRAPH_NODE_INTERFACE* FirstMesh(SCENE_GRAPH_NODE_INTERFACE* node) {
   if (node->GetNodeMeshData()) return node;
@@ -145,13 +139,13 @@ TEST(ModelImport, PlacementAndZoomToFit) {
   // the origin, then moved, in file units.
   TestFolder folder;
   folder.Write("quad.mtl", QuadMtl);
-  HostScene host;
-  ImportedModel model;
-  std::string error;
   ModelPlacement placement;
   placement.up = UpAxis::Z;
   placement.scale = 2.0f;
   placement.translate = {10, 0, 0};
+  HostScene host;
+  ImportedModel model;
+  std::string error;
   ASSERT_TRUE(ImportModel(folder.Write("quad.obj", QuadObj), placement, host, model, error)) << error;
   SCENE_VERTEX_XYZ min, max;
   ASSERT_TRUE(host.WorldBounds(min, max));

@@ -139,15 +139,6 @@ TEST(ModelRepair, UpAxesAndUnitsFromTheFileOrTheSceneFileEndInZUpCentimetres) {
     Imported model(folder.Write(f.name, f.text));
     model.ExpectSize(f.x, f.y, f.z, f.name);
     EXPECT_NEAR(model.min.z, 0.0f, 1e-3f) << f.name;
-    // Unit normals, from the file or made anew.
-    const SCENE_GRAPH_MESH_DATA_INTERFACE* mesh = nullptr;
-    for (SCENE_GRAPH_NODE_INTERFACE* node = model.model.root; node && !mesh; node = node->GetChildNode(0))
-      mesh = node->GetNodeMeshData();
-    ASSERT_NE(mesh, nullptr) << f.name;
-    for (unsigned i = 0; i < mesh->GetMeshVertexCount(); ++i) {
-      SCENE_VERTEX_XYZ normal = mesh->GetMeshVertices()[i].normal;
-      EXPECT_NEAR(std::hypot(normal.x, normal.y, normal.z), 1.0f, 1e-4f) << f.name;
-    }
   }
   // An OBJ file has no unit: metres, unless the scene file says millimetres.
   SceneDescription scene;

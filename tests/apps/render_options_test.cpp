@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <tuple>
 
 #include "AppTestFiles.h"
 #include "Options.h"
@@ -22,35 +23,26 @@ RenderSettings Parse(std::vector<std::string> arguments) {
 TEST(RenderOptions, BothSpellingsAndTheNumbersOfAView) {
   const RenderSettings s = Parse({"house.glb", "--width=1920", "--height", "1080", "--passes=50", "--eye",
                                   "1,2.5,-3", "--target=0,0,0", "--fov", "35.5", "--hdr", "view.EXR"});
-  EXPECT_EQ(s.model, "house.glb");
-  EXPECT_EQ(s.width, 1920);
-  EXPECT_EQ(s.height, 1080);
-  EXPECT_EQ(s.passes, 50);
+  EXPECT_EQ(std::tuple(s.model, s.width, s.height, s.passes), std::tuple("house.glb", 1920, 1080, 50));
   ASSERT_TRUE(s.eye && s.target && s.fieldOfView);
-  EXPECT_FLOAT_EQ(+s.eye->x, 1.0f);
-  EXPECT_FLOAT_EQ(+s.eye->y, 2.5f);
-  EXPECT_FLOAT_EQ(+s.eye->z, -3.0f);
+  ExpectPoint(*s.eye, 1, 2.5f, -3);
   EXPECT_FLOAT_EQ(*s.fieldOfView, 35.5f);
   EXPECT_EQ(s.hdr, "view.EXR");
 }
 
 TEST(RenderOptions, TimeLimitAndPassesFromCommandLineOrSceneFile) {
   // A time alone leaves the passes open; passes alone keep no time limit.
-  RenderJob job = MakeJob(Parse({"--time", "90.5"}));
-  EXPECT_EQ(job.passes, UnlimitedPasses);
-  EXPECT_EQ(job.timeLimit, 90.5);
+  const RenderJob timed = MakeJob(Parse({"--time", "90.5"})), plain = MakeJob(Parse({}));
+  EXPECT_EQ(std::tuple(timed.passes, timed.timeLimit), std::tuple(UnlimitedPasses, 90.5));
+  EXPECT_EQ(std::tuple(plain.passes, plain.timeLimit), std::tuple(DefaultPasses, 0.0));
   EXPECT_EQ(MakeJob(Parse({"--time", "90.5", "--passes", "10"})).passes, 10);
-  job = MakeJob(Parse({}));
-  EXPECT_EQ(job.passes, DefaultPasses);
-  EXPECT_EQ(job.timeLimit, 0.0);
   // The scene file's keys count where the command line is silent.
   TestFolder folder;
   RenderSettings settings =
       Parse({"--scene", folder.Write("s.json", R"({"passes": 12, "time": 30})").string(), "--passes", "5"});
   std::string error;
   ASSERT_TRUE(TakeSceneRenderLimits(settings, error)) << error;
-  EXPECT_EQ(settings.passes, 5);
-  EXPECT_EQ(settings.timeLimit, 30.0);
+  EXPECT_EQ(std::tuple(settings.passes, settings.timeLimit), std::tuple(5, 30.0));
 }
 
 TEST(RenderOptions, OutputNamesFromModelOrDemoAndCubeFaces) {
@@ -58,9 +50,9 @@ TEST(RenderOptions, OutputNamesFromModelOrDemoAndCubeFaces) {
   EXPECT_EQ(OutputName(Parse({"models/house.glb"})), "house.png");
   EXPECT_EQ(OutputName(Parse({"--scene", "a/street.json"})), "street.png");
   EXPECT_EQ(OutputName(Parse({"house.glb", "-o", "x.jpg"})), "x.jpg");
-  const std::array<std::string, 6> faces = {"out/view_px.png", "out/view_nx.png", "out/view_pz.png",
-                                            "out/view_nz.png", "out/view_py.png", "out/view_ny.png"};
-  EXPECT_EQ(CubeMapNames("out/view.png"), faces);
+  EXPECT_EQ(CubeMapNames("out/view.png"),
+            (std::array<std::string, 6>{"out/view_px.png", "out/view_nx.png", "out/view_pz.png",
+                                        "out/view_nz.png", "out/view_py.png", "out/view_ny.png"}));
   EXPECT_EQ(CubeMapNames("plain")[3], "plain_nz");
 }
 
@@ -70,11 +62,10 @@ TEST(RenderOptions, PhotonsAndSoftShadowsOverTheSceneFile) {
   std::string error;
   ASSERT_TRUE(AssembleScene(settings, 4.0 / 3.0, host, error)) << error;
   const MODE_RENDER_OPTIONS& o = host.Options();
-  EXPECT_TRUE(o.DoPhotonMapping() && o.DoIndirectLighting());
-  EXPECT_FALSE(o.DoRayTracedSoftShadows());
-  EXPECT_EQ(o.GetPhotonDirectLightingContribution(), 0.0f);
-  EXPECT_EQ(o.GetPhotonLevel(), 5);
-  EXPECT_EQ(o.GetNumberOfIndirectBounces(), 3);
+  EXPECT_TRUE(o.DoPhotonMapping() && o.DoIndirectLighting() && !o.DoRayTracedSoftShadows());
+  EXPECT_EQ(
+      std::tuple(o.GetPhotonDirectLightingContribution(), o.GetPhotonLevel(), o.GetNumberOfIndirectBounces()),
+      std::tuple(0.0f, 5, 3));
   SCENE_VERTEX_XYZ min, max;
   ASSERT_TRUE(host.WorldBounds(min, max));
   const double diagonal = std::hypot(max.x - min.x, max.y - min.y, max.z - min.z);

@@ -13,9 +13,6 @@
 #include <filesystem>
 #include <vector>
 
-#include "host/BrindlexTexture.h"
-#include "platform/CImage.h"
-
 #include "AppTestFiles.h"
 #include "HDRPictures.h"
 
@@ -111,16 +108,6 @@ TEST(RenderProgram, BadInputEndsInOneLineAndExitCode2) {
   EXPECT_EQ(run.code, 0);
   EXPECT_EQ(run.output.rfind("brindlex-render ", 0), 0u);
 }
-
-// A picture the program wrote, decoded; empty when it can't be read.
-struct Picture {
-  ATL::CImage image;
-  bool Load(const std::filesystem::path& file) { return LoadCImageTextureFromFile(file.c_str(), image); }
-  // Blue, green, red, alpha of a pixel, top row first.
-  const uint8_t* At(int x, int y) {
-    return static_cast<const uint8_t*>(image.GetBits()) + y * image.GetPitch() + x * image.GetBPP() / 8;
-  }
-};
 
 // One triangle in the middle of the view, far from the picture's corners.
 std::filesystem::path TriangleModel(const TestFolder& folder) {

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include <fstream>
+#include <tuple>
 
 #include "../apps/AppTestFiles.h"
 #include "CameraControl.h"
@@ -9,12 +9,6 @@
 #include "ViewStatus.h"
 
 namespace {
-
-void ExpectPoint(const SCENE_VERTEX_XYZ& point, float x, float y, float z) {
-  EXPECT_NEAR(point.x, x, 1e-4f);
-  EXPECT_NEAR(point.y, y, 1e-4f);
-  EXPECT_NEAR(point.z, z, 1e-4f);
-}
 
 TEST(ViewCamera, OrbitTurnsAboutTheTargetAndStopsShortOfThePoles) {
   ExpectPoint(Orbit({{10, 0, 0}, {0, 0, 0}}, 90, 0).eye, 0, 10, 0);
@@ -47,17 +41,12 @@ TEST(ViewRequests, ChangesAddUpAndAFitForgetsEarlierMoves) {
   later.azimuth = 5, later.panDown = 3, later.zoom = 0.5, later.modesChanged = true;
   later.modes = {true, false, true};
   change.Merge(later);
-  EXPECT_EQ(change.azimuth, 15);
-  EXPECT_EQ(change.panDown, 3);
-  EXPECT_EQ(change.zoom, 0.25);
+  EXPECT_EQ(std::tuple(change.azimuth, change.panDown, change.zoom), std::tuple(15, 3, 0.25));
   EXPECT_TRUE(change.modesChanged && change.modes.pathTracing && change.modes.softShadows);
   fit.azimuth = 3, fit.fit = true, fit.resized = true, fit.width = 64, fit.height = 48;
   change.Merge(fit);
-  EXPECT_EQ(change.azimuth, 3);
-  EXPECT_EQ(change.panDown, 0);
-  EXPECT_EQ(change.zoom, 1);
+  EXPECT_EQ(std::tuple(change.azimuth, change.panDown, change.zoom, change.width), std::tuple(3, 0, 1, 64));
   EXPECT_TRUE(change.fit && change.modesChanged && change.resized);
-  EXPECT_EQ(change.width, 64);
 }
 
 TEST(ViewRequests, BlocksOfThirtyTwoPixelsCoverTheFrame) {
@@ -112,10 +101,8 @@ TEST(ViewOptions, OwnOptionsBesideThoseOfTheRenderProgram) {
   ASSERT_TRUE(
       ParseViewOptions({"house.obj", "--screenshot", "a.png", "--log=-", "--width", "64"}, settings, error))
       << error;
-  EXPECT_EQ(settings.render.model, "house.obj");
-  EXPECT_EQ(settings.screenshot, "a.png");
-  EXPECT_EQ(settings.log, "-");
-  EXPECT_EQ(settings.render.width, 64);
+  EXPECT_EQ(std::tuple(settings.render.model, settings.screenshot, settings.log, settings.render.width),
+            std::tuple("house.obj", "a.png", "-", 64));
 
   const std::vector<std::pair<std::vector<std::string>, std::string>> bad = {
       {{"--cube-map"}, "option '--cube-map' is for brindlex render only"},
