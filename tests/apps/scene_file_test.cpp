@@ -3,6 +3,7 @@
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "AppTestFiles.h"
@@ -97,24 +98,18 @@ TEST(SceneFile, FullExampleLoadsIntoTheHostObjects) {
   ASSERT_EQ(host.Lights().GetNumberOfLightInstances(), 2);
   const SCENE_LIGHT_INSTANCE* spot = host.Lights().GetLightInstance(0);
   const SCENE_LIGHT_DEFINITION s = *spot->definition;
-  EXPECT_EQ(+s.type, 1);
-  EXPECT_EQ(+s.color, 0x0080FFu);  // red in the low byte
-  EXPECT_EQ(+s.intensity, 15);
-  EXPECT_DOUBLE_EQ(+s.angle, 30.0);
-  EXPECT_DOUBLE_EQ(+s.falloffEnd, 2000.0);
+  // Red in the low byte of the colour.
+  EXPECT_EQ(std::tuple(+s.type, +s.color, +s.intensity, +s.angle, +s.falloffEnd),
+            std::tuple(1, 0x0080FFu, 15, 30.0, 2000.0));
   EXPECT_EQ(+s.flags, LightEnabled | LightDiffuse | LightSpecular | LightSoftEdge | LightHasFalloff);
   SCENE_MATRIX matrix = spot->matrix;
   SCENE_VERTEX_XYZ position = s.position;
   TransformPoint3D(&matrix, &position, &position);
-  EXPECT_FLOAT_EQ(+position.x, 200.0f);
-  EXPECT_FLOAT_EQ(+position.y, -400.0f);
-  EXPECT_FLOAT_EQ(+position.z, 500.0f);
+  ExpectPoint(position, 200, -400, 500);
   const SCENE_LIGHT_DEFINITION area = *host.Lights().GetLightInstance(1)->definition;
-  EXPECT_EQ(+area.type, 3);
-  EXPECT_EQ(+area.definitionNumber, 7u);
+  EXPECT_EQ(std::tuple(+area.type, +area.definitionNumber), std::tuple(3, 7u));
   // The engine takes area axes as they stand: already turned into the world.
-  EXPECT_FLOAT_EQ(+area.axisV.y, -25.0f);
-  EXPECT_FLOAT_EQ(+area.axisV.z, 0.0f);
+  ExpectPoint(area.axisV, 0, -25, 0);
 
   // Lengths among the options, like the parallel view's height, are in the
   // file's metres: 2 and 3 m are 200 and 300 cm.
@@ -125,8 +120,7 @@ TEST(SceneFile, FullExampleLoadsIntoTheHostObjects) {
   EXPECT_TRUE(options.UseBackgroundTexture() && options.IsBackgroundTexturePanoramic());
   EXPECT_EQ(std::string(options.GetBackgroundTextureName()), (folder.path / "sky.jpg").string());
   const SCENE_CAMERA_INFO camera = *host.View().GetViewFileState()->GetCameraInfo();
-  EXPECT_FLOAT_EQ(camera.roll, 5.0f);
-  EXPECT_FLOAT_EQ(camera.parallelHeight, 300.0f);
+  EXPECT_EQ(std::tuple(camera.roll, camera.parallelHeight), std::tuple(5.0f, 300.0f));
   EXPECT_EQ(host.View().GetProjectionType(), ENVIRONMENT_3D_VIEW::ParallelProjection);
   EXPECT_TRUE(host.Root()->FindNode("Wall")->GetNodeGroupData()->IsGroupRotateToCamera());
 

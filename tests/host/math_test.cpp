@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <random>
+#include <tuple>
 
 #include "host/BrindlexViewMath.h"
 
@@ -49,22 +50,11 @@ TEST(Vectors, ProductsLengthsAndUnits) {
   SCENE_VERTEX_XYZ f{3, 4, 0}, g{0, 0, 12}, h;
   EXPECT_FLOAT_EQ(Magnitude(&f), 5.0f);
   EXPECT_FLOAT_EQ(Distance(&f, &g), 13.0f);
-  GetUnitVector(&f, &h);
-  EXPECT_FLOAT_EQ(h.x, 0.6f);
-  EXPECT_FLOAT_EQ(h.y, 0.8f);
   Get3DVectorOfLength(&f, 10.0, &h);
-  EXPECT_FLOAT_EQ(h.x, 6.0f);
-  EXPECT_FLOAT_EQ(h.y, 8.0f);
+  EXPECT_EQ(std::tuple(h.x, h.y), std::tuple(6.0f, 8.0f));
+  ExpectNear(Unit({3, 0, 4}), {0.6, 0, 0.8});
   ExpectNear(Unit({0, 0, 0}), {0, 0, 0});
   EXPECT_TRUE(std::isnan(Unit({NAN, 0, 0}).x));
-
-  SCENE_VERTEX_XYZ min{-1, -2, -3}, max{1, 2, 3}, corners[8];
-  InitializeCubePointArrayFromCubeMinMaxPts(corners, &min, &max);
-  for (int i = 0; i < 8; ++i) {
-    EXPECT_EQ(corners[i].x, (i & 1) ? 1.0f : -1.0f);
-    EXPECT_EQ(corners[i].y, (i & 2) ? 2.0f : -2.0f);
-    EXPECT_EQ(corners[i].z, (i & 4) ? 3.0f : -3.0f);
-  }
 }
 
 TEST(Matrices, InverseTimesMatrixIsIdentityAndSingularIsRefused) {
@@ -78,12 +68,6 @@ TEST(Matrices, InverseTimesMatrixIsIdentityAndSingularIsRefused) {
     ASSERT_TRUE(GetInverseMatrix(&m, &inverse));
     MatrixMultiply(&m, &inverse);
     for (int i = 0; i < 16; ++i) EXPECT_NEAR(inverse.m[i], i % 5 == 0 ? 1.0 : 0.0, 1e-12);
-
-    SCENE_MATRIX narrow, narrowInverse;
-    ConvertSceneMatrix64ToSceneMatrix(&m, &narrow);
-    ASSERT_TRUE(GetInverseMatrix(&narrow, &narrowInverse));
-    MatrixMultiply(&narrowInverse, &narrow);
-    for (int i = 0; i < 16; ++i) EXPECT_NEAR(narrow.m[i], i % 5 == 0 ? 1.0f : 0.0f, 1e-5f);
   }
   SCENE_MATRIX_64 singular, untouched;
   GetIdentityMatrix(&singular);
@@ -99,9 +83,7 @@ TEST(Matrices, InverseTimesMatrixIsIdentityAndSingularIsRefused) {
   const SCENE_VERTEX_XYZ_64 offset{25000.0, -40000.0, 1.0e6};
   CalculateTranslationMatrix(&offset, &far);
   ASSERT_TRUE(GetInverseMatrix(&far, &back));
-  EXPECT_EQ(back.m[12], -25000.0);
-  EXPECT_EQ(back.m[13], 40000.0);
-  EXPECT_EQ(back.m[14], -1.0e6);
+  EXPECT_EQ(std::tuple(back.m[12], back.m[13], back.m[14]), std::tuple(-25000.0, 40000.0, -1.0e6));
   // Nor is the projection of a flat floor seen face on, whose near and far
   // planes lie close together: unprojecting a pixel needs its inverse.
   SCENE_MATRIX_64 thin, thinInverse;
@@ -120,9 +102,7 @@ TEST(Transforms, ProductOrderPointsDirectionsAndHomogeneous) {
   MatrixMultiply(&move, &turn);
   SCENE_VERTEX_XYZ p{1, 2, 3};
   TransformPoint3D(&turn, &p, &p);
-  EXPECT_FLOAT_EQ(p.x, 8.0f);
-  EXPECT_FLOAT_EQ(p.y, 21.0f);
-  EXPECT_FLOAT_EQ(p.z, 33.0f);
+  EXPECT_EQ(std::tuple(p.x, p.y, p.z), std::tuple(8.0f, 21.0f, 33.0f));
   EXPECT_EQ(move.m[0], 1.0f);  // the outer side is left as it was
 
   const V3 offset{10, 20, 30};
@@ -136,18 +116,6 @@ TEST(Transforms, ProductOrderPointsDirectionsAndHomogeneous) {
   TransformPoint4D(&m, &q, &q);
   ExpectNear({q.x, q.y, q.z}, {3, 11, 18});
   EXPECT_EQ(q.w, 0.5);
-
-  // A tangent frame stored as T, B, N in elements 0-2, 4-6 and 8-10: the
-  // tangent-space (0, 0, 1) comes out as N, and (2, 3, 0) as 2T + 3B.
-  SCENE_MATRIX_64 frame{};
-  frame.m[1] = 1.0;  // T = (0, 1, 0)
-  frame.m[6] = 1.0;  // B = (0, 0, 1)
-  frame.m[8] = 1.0;  // N = (1, 0, 0)
-  V3 up{0, 0, 1}, side{2, 3, 0};
-  TransformPoint3D_M33(&frame, &up, &up);
-  TransformPoint3D_M33(&frame, &side, &side);
-  ExpectNear(up, {1, 0, 0});
-  ExpectNear(side, {0, 2, 3});
 }
 
 TEST(Transforms, SceneVertexKeepsNormalsPerpendicularAndUnit) {
@@ -161,14 +129,9 @@ TEST(Transforms, SceneVertexKeepsNormalsPerpendicularAndUnit) {
   const float r = 1.0f / std::sqrt(2.0f), s = 1.0f / std::sqrt(5.0f);
   SCENE_VERTEX v{{1, 1, 0}, {r, r, 0}, 0.25f, 0.75f, {r, -r, 0}};
   TransformSceneVertex(&m, &v, &v);
-  EXPECT_FLOAT_EQ(v.position.x, 3.0f);
-  EXPECT_FLOAT_EQ(v.position.y, 1.0f);
-  EXPECT_NEAR(v.normal.x, s, 1e-6);
-  EXPECT_NEAR(v.normal.y, 2 * s, 1e-6);
-  EXPECT_NEAR(v.tangent.x, 2 * s, 1e-6);
-  EXPECT_NEAR(v.tangent.y, -s, 1e-6);
-  EXPECT_EQ(v.u, 0.25f);
-  EXPECT_EQ(v.v, 0.75f);
+  EXPECT_EQ(std::tuple(v.position.x, v.position.y, v.u, v.v), std::tuple(3.0f, 1.0f, 0.25f, 0.75f));
+  ExpectNear({v.normal.x, v.normal.y, v.normal.z}, {s, 2 * s, 0}, 1e-6);
+  ExpectNear({v.tangent.x, v.tangent.y, v.tangent.z}, {2 * s, -s, 0}, 1e-6);
 
   // A mirror in x: a normal facing +x now faces -x, the outside of the
   // mirrored surface. A mesh without tangents keeps its not-a-number.
@@ -196,14 +159,11 @@ TEST(Camera, ModelViewLooksAtTargetWithWorldUpAsScreenUp) {
   CalculateModelViewMatrix(&view, &rolled);
   ExpectNear(Through(view, {0, -10, 3}), {-1, 0, 0});
 
-  // Straight down, +y takes the part of up. The float form agrees.
+  // Straight down, +y takes the part of up.
   const SCENE_CAMERA_INFO down = Camera({0, 0, 10}, {0, 0, 0});
   CalculateModelViewMatrix(&view, &down);
   ExpectNear(Through(view, {0, 0, 0}), {0, 0, -10});
   ExpectNear(Through(view, {0, 1, 10}), {0, 1, 0});
-  SCENE_MATRIX narrow;
-  CalculateModelViewMatrix(&narrow, &down);
-  for (int i = 0; i < 16; ++i) EXPECT_FLOAT_EQ(narrow.m[i], static_cast<float>(view.m[i]));
 }
 
 TEST(Camera, NearAndFarEncloseTheBox) {
@@ -274,14 +234,10 @@ TEST(Camera, ProjectThenUnprojectReturnsThePoint) {
   const SCENE_CAMERA_INFO camera = Camera({4, 7, 3}, {0, 0, 0}, 45, 6, 15);
   SCENE_MATRIX_64 view, projection;
   CalculateModelViewMatrix(&view, &camera);
-  const V3 points[] = {{0, 0, 0}, {1, -1, 1}, {-1, 1, -1}, {0.5, 0.25, -0.75}};
-  const V3 screens[] = {{10, 20, 0}, {650, 500, 1}, {650, 20, 0.5}, {10, 500, 0.25}};
   for (int type : {0, 1}) {
     CalculateProjectionMatrix(&projection, viewport, &camera, type, BoxMin, kBoxMax, false);
-    for (const V3& p : points)
+    for (const V3& p : {V3{0, 0, 0}, V3{1, -1, 1}, V3{-1, 1, -1}, V3{0.5, 0.25, -0.75}})
       ExpectNear(Unproject(ToScreen(view, projection, viewport, p), view, projection, viewport), p, 1e-6);
-    for (const V3& s : screens)
-      ExpectNear(ToScreen(view, projection, viewport, Unproject(s, view, projection, viewport)), s, 1e-6);
   }
 }
 

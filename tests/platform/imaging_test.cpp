@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <iterator>
 #include <string>
+#include <tuple>
 
 #include "platform/Gdi.h"
 #include "platform/GdiPlus.h"
@@ -57,8 +58,7 @@ TEST(Bitmap, LockedRectangleIsWrittenAndReadBack) {
   BitmapData data;
   Rect rect(1, 1, 2, 2);
   ASSERT_EQ(bitmap.LockBits(&rect, ImageLockModeWrite, PixelFormat32bppARGB, &data), Ok);
-  EXPECT_EQ(data.Width, 2u);
-  EXPECT_EQ(data.Stride, 16);
+  EXPECT_EQ(std::tuple(data.Width, data.Stride), std::tuple(2u, 16));
   EXPECT_EQ(bitmap.LockBits(nullptr, ImageLockModeRead, PixelFormat32bppARGB, &data), WrongState);
   auto* row = static_cast<uint8_t*>(data.Scan0);
   row[0] = 1;                    // (1, 1) blue
@@ -68,10 +68,8 @@ TEST(Bitmap, LockedRectangleIsWrittenAndReadBack) {
 
   ASSERT_EQ(bitmap.LockBits(nullptr, ImageLockModeRead, PixelFormat32bppARGB, &data), Ok);
   const auto* all = static_cast<const uint8_t*>(data.Scan0);
-  EXPECT_EQ(all[1 * 16 + 4], 1);
-  EXPECT_EQ(all[1 * 16 + 8 + 3], 2);
-  EXPECT_EQ(all[2 * 16 + 8 + 2], 3);
-  EXPECT_EQ(all[0], 0);
+  EXPECT_EQ(std::tuple(all[1 * 16 + 4], all[1 * 16 + 8 + 3], all[2 * 16 + 8 + 2], all[0]),
+            std::tuple(1, 2, 3, 0));
   bitmap.UnlockBits(&data);
 
   // The caller's own buffer, filled on lock and copied back on unlock.
@@ -82,8 +80,7 @@ TEST(Bitmap, LockedRectangleIsWrittenAndReadBack) {
   ASSERT_EQ(bitmap.LockBits(&column, ImageLockModeRead | ImageLockModeWrite | ImageLockModeUserInputBuf,
                             PixelFormat32bppARGB, &data),
             Ok);
-  EXPECT_EQ(user[3], 2);
-  EXPECT_EQ(user[6], 3);
+  EXPECT_EQ(std::tuple(user[3], user[6]), std::tuple(2, 3));
   user[0] = 9;
   bitmap.UnlockBits(&data);
   EXPECT_EQ(At(bitmap.Surface(), 2, 1), 0x02000009u);
@@ -107,10 +104,7 @@ TEST(Bitmap, BadRectanglesAndFailedBitmapsCannotBeLocked) {
 TEST(Graphics, DoublingRepeatsEachPixelAsASquare) {
   Bitmap source(2, 2, PixelFormat32bppARGB), target(4, 4, PixelFormat32bppARGB);
   const uint32_t a = 0xFF000001, b = 0xFF000002, c = 0xFF000003, d = 0xFF000004;
-  Put(source.Surface(), 0, 0, a);
-  Put(source.Surface(), 1, 0, b);
-  Put(source.Surface(), 0, 1, c);
-  Put(source.Surface(), 1, 1, d);
+  for (int i = 0; i < 4; ++i) Put(source.Surface(), i % 2, i / 2, a + i);
   Graphics graphics(&target);
   ASSERT_EQ(graphics.DrawImage(&source, 0, 0, 4, 4), Ok);
   const uint32_t expected[4][4] = {{a, a, b, b}, {a, a, b, b}, {c, c, d, d}, {c, c, d, d}};
@@ -149,11 +143,10 @@ TEST(Graphics, SubRectangleAtAPointOntoSurfacesOfEachDepth) {
   dc.surface = Over(bytes, 3, 3, 32);
   Graphics graphics(&dc);
   ASSERT_EQ(graphics.DrawImage(&source, 0, 0, 1, 2, 2, 2, UnitPixel), Ok);
-  EXPECT_EQ(At(dc.surface, 0, 0), 0xFF000015u);
-  EXPECT_EQ(At(dc.surface, 1, 1), 0xFF000020u);  // source (2, 3)
+  // (1, 1) is source (2, 3).
+  EXPECT_EQ(std::tuple(At(dc.surface, 0, 0), At(dc.surface, 1, 1)), std::tuple(0xFF000015u, 0xFF000020u));
   ASSERT_EQ(graphics.DrawImage(&source, 2, 2, 1, 2, 2, 2, UnitPixel), Ok);
-  EXPECT_EQ(At(dc.surface, 2, 2), 0xFF000015u);
-  EXPECT_EQ(At(dc.surface, 2, 1), 0u);
+  EXPECT_EQ(std::tuple(At(dc.surface, 2, 2), At(dc.surface, 2, 1)), std::tuple(0xFF000015u, 0u));
   EXPECT_EQ(graphics.DrawImage(&source, 0, 0, 0, 0, 1, 1, UnitWorld), InvalidParameter);
 
   // Opaque red becomes its luminance, (299 * 255 + 500) / 1000, at 8 bits.
@@ -181,19 +174,17 @@ TEST(StretchBlt, DropsOrRepeatsPixelsAtEachDepth) {
   target.surface = Over(to, 2, 1, 24);
   for (int x = 0; x < 4; ++x) Put(source.surface, x, 0, 0x010203 * (x + 1));
   ASSERT_TRUE(StretchBlt(&target, 0, 0, 2, 1, &source, 0, 0, 4, 1, SRCCOPY));
-  EXPECT_EQ(At(target.surface, 0, 0), 0x020406u);
-  EXPECT_EQ(At(target.surface, 1, 0), 0x04080Cu);
+  EXPECT_EQ(std::tuple(At(target.surface, 0, 0), At(target.surface, 1, 0)), std::tuple(0x020406u, 0x04080Cu));
   // 32 bits, 3 to 2 keeps 0 and 2 (floor(3/4), floor(9/4)); 2 to 3 gives 0, 1, 1.
   source.surface = Over(from, 3, 1, 32);
   target.surface = Over(to, 3, 1, 32);
   for (int x = 0; x < 3; ++x) Put(source.surface, x, 0, 0x11000000u * (x + 1));
   ASSERT_TRUE(StretchBlt(&target, 0, 0, 2, 1, &source, 0, 0, 3, 1, SRCCOPY));
-  EXPECT_EQ(At(target.surface, 0, 0), 0x11000000u);
-  EXPECT_EQ(At(target.surface, 1, 0), 0x33000000u);
+  EXPECT_EQ(std::tuple(At(target.surface, 0, 0), At(target.surface, 1, 0)),
+            std::tuple(0x11000000u, 0x33000000u));
   ASSERT_TRUE(StretchBlt(&target, 0, 0, 3, 1, &source, 0, 0, 2, 1, SRCCOPY));
-  EXPECT_EQ(At(target.surface, 0, 0), 0x11000000u);
-  EXPECT_EQ(At(target.surface, 1, 0), 0x22000000u);
-  EXPECT_EQ(At(target.surface, 2, 0), 0x22000000u);
+  EXPECT_EQ(std::tuple(At(target.surface, 0, 0), At(target.surface, 1, 0), At(target.surface, 2, 0)),
+            std::tuple(0x11000000u, 0x22000000u, 0x22000000u));
 
   EXPECT_FALSE(StretchBlt(&target, 0, 0, 3, 1, &source, 0, 0, 2, 1, 0x00EE0086));
   EXPECT_FALSE(StretchBlt(&target, 0, 0, -3, 1, &source, 0, 0, 2, 1, SRCCOPY));

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 #include <set>
 #include <thread>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -26,10 +27,8 @@ TEST(RecordingWindow, ShowsTheImagesDrawnThroughItsContext) {
   EXPECT_EQ(window.Pixel(5, 3), 0xFF000004u);
   // The whole block doubled at (0, 0).
   ASSERT_EQ(graphics.DrawImage(&block, 0, 0, 4, 4), Gdiplus::Ok);
-  EXPECT_EQ(window.Pixel(1, 1), 0xFF000001u);
-  EXPECT_EQ(window.Pixel(2, 1), 0xFF000002u);
-  EXPECT_EQ(window.Pixel(3, 3), 0xFF000004u);
-  EXPECT_EQ(window.Pixel(4, 0), 0xFF000000u);
+  EXPECT_EQ(std::tuple(window.Pixel(1, 1), window.Pixel(2, 1), window.Pixel(3, 3), window.Pixel(4, 0)),
+            std::tuple(0xFF000001u, 0xFF000002u, 0xFF000004u, 0xFF000000u));
   EXPECT_EQ(ReleaseDC(&window, dc), 1);
 
   const auto events = window.Events();
@@ -37,9 +36,8 @@ TEST(RecordingWindow, ShowsTheImagesDrawnThroughItsContext) {
   const auto* first = std::get_if<platform::DrawnPixels>(&events[0]);
   ASSERT_NE(first, nullptr);
   EXPECT_TRUE(first->sourceCopy);
-  EXPECT_EQ(first->destination.left, 5);
-  EXPECT_EQ(first->destination.bottom, 4);
-  EXPECT_EQ(first->sourceRect.top, 1);
+  EXPECT_EQ(std::tuple(first->destination.left, first->destination.bottom, first->sourceRect.top),
+            std::tuple(5, 4, 1));
 }
 
 TEST(RecordingWindow, BlockOutlineLinesPaintEachEdgePixelOnce) {
@@ -68,10 +66,7 @@ TEST(RecordingWindow, BlockOutlineLinesPaintEachEdgePixelOnce) {
   const auto events = window.Events();
   ASSERT_EQ(events.size(), 4u);
   const auto& second = std::get<platform::DrawnLine>(events[1]);
-  EXPECT_EQ(second.from.x, 5);
-  EXPECT_EQ(second.from.y, 1);
-  EXPECT_EQ(second.to.y, 4);
-  EXPECT_EQ(second.color, red);
+  EXPECT_EQ(std::tuple(second.from.x, second.from.y, second.to.y, second.color), std::tuple(5, 1, 4, red));
 
   // A diagonal stops short of its end; the same lines go into an image.
   Gdiplus::Bitmap image(4, 4, Gdiplus::PixelFormat32bppARGB);
@@ -93,18 +88,13 @@ TEST(Windows, MessagesReachTheReceiverAndHeadlessWindowsGiveNoContext) {
       [&](unsigned message, WPARAM, LPARAM lParam) { received.emplace_back(message, lParam); });
   EXPECT_TRUE(PostMessageA(&progress, PBM_SETRANGE, 0, MAKELPARAM(0, 42)));
   EXPECT_TRUE(PostMessageA(&progress, PBM_STEPIT, 0, 0));
-  ASSERT_EQ(received.size(), 2u);
-  EXPECT_EQ(received[0].first, 0x401u);
-  EXPECT_EQ(received[0].second, 42 << 16);
-  EXPECT_EQ(HIWORD(received[0].second), 42);
-  EXPECT_EQ(received[1].first, 0x405u);
+  EXPECT_EQ(received, (std::vector<std::pair<unsigned, LPARAM>>{{0x401u, 42 << 16}, {0x405u, 0}}));
   EXPECT_FALSE(PostMessageA(nullptr, PBM_STEPIT, 0, 0));
 
   platform::NullWindow headless(640, 480);
   RECT client;
   ASSERT_TRUE(GetClientRect(&headless, &client));
-  EXPECT_EQ(client.right, 640);
-  EXPECT_EQ(client.bottom, 480);
+  EXPECT_EQ(std::tuple(client.right, client.bottom), std::tuple(640, 480));
   EXPECT_EQ(GetDC(&headless), nullptr);
   EXPECT_TRUE(PostMessageA(&headless, PBM_STEPIT, 0, 0));
 }
