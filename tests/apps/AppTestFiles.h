@@ -1,5 +1,5 @@
-// What the program tests share: a fresh folder for the files a test writes,
-// removed at the end; the pictures and text the programs leave in it; points.
+// What the program tests share: the pictures and text the programs leave in
+// a test's folder, and points.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -9,32 +9,11 @@
 #include <sstream>
 #include <string>
 
-#include <unistd.h>
-
 #include "host/BrindlexTexture.h"
 #include "host/BrindlexViewMath.h"
 #include "platform/CImage.h"
 
-class TestFolder {
- public:
-  TestFolder() {
-    const auto* test = ::testing::UnitTest::GetInstance()->current_test_info();
-    path = std::filesystem::temp_directory_path() / (std::string("brindlex-apps-") + test->test_suite_name() +
-                                                     "-" + test->name() + "-" + std::to_string(::getpid()));
-    std::filesystem::remove_all(path);
-    std::filesystem::create_directories(path);
-  }
-  ~TestFolder() { std::filesystem::remove_all(path); }
-
-  std::filesystem::path Write(const std::string& name, const std::string& text) const {
-    const auto file = path / name;
-    std::filesystem::create_directories(file.parent_path());
-    std::ofstream(file, std::ios::binary) << text;
-    return file;
-  }
-
-  std::filesystem::path path;
-};
+#include "TestFolder.h"
 
 inline std::string ReadText(const std::filesystem::path& file) {
   std::ifstream in(file);

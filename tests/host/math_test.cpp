@@ -94,11 +94,9 @@ TEST(Matrices, InverseTimesMatrixIsIdentityAndSingularIsRefused) {
 TEST(Transforms, ProductOrderPointsDirectionsAndHomogeneous) {
   // A quarter turn about z applied first, then a move by (10, 20, 30):
   // (1, 2, 3) turns to (-2, 1, 3) and moves to (8, 21, 33).
-  SCENE_MATRIX move, turn;
-  GetIdentityMatrix(&move);
-  GetIdentityMatrix(&turn);
-  move.m[12] = 10, move.m[13] = 20, move.m[14] = 30;
-  turn.m[0] = 0, turn.m[1] = 1, turn.m[4] = -1, turn.m[5] = 0;
+  SCENE_MATRIX move{}, turn{};
+  move.m[0] = move.m[5] = move.m[10] = move.m[15] = turn.m[10] = turn.m[15] = 1;
+  move.m[12] = 10, move.m[13] = 20, move.m[14] = 30, turn.m[1] = 1, turn.m[4] = -1;
   MatrixMultiply(&move, &turn);
   SCENE_VERTEX_XYZ p{1, 2, 3};
   TransformPoint3D(&turn, &p, &p);
@@ -171,16 +169,11 @@ TEST(Camera, NearAndFarEncloseTheBox) {
   float near = 0, far = 0;
   GetNearAndFarClippingPlaneDistance(&min, &max, &eye, &look, near, far);
   // Corners lie at depths 9 and 11 along +y; the margin is small.
-  EXPECT_LT(near, 9.0f);
-  EXPECT_GT(near, 8.9f);
-  EXPECT_GT(far, 11.0f);
-  EXPECT_LT(far, 11.1f);
+  EXPECT_TRUE(near > 8.9f && near < 9.0f && far > 11.0f && far < 11.1f) << near << " " << far;
   // From inside the box near stays positive, far reaches the far face.
   const SCENE_VERTEX_XYZ inside{0, 0, 0}, ahead{0, 1, 0};
   GetNearAndFarClippingPlaneDistance(&min, &max, &inside, &ahead, near, far);
-  EXPECT_GT(far, 1.0f);
-  EXPECT_GT(near, 0.0f);
-  EXPECT_LT(near, far * 0.001f);
+  EXPECT_TRUE(far > 1.0f && near > 0.0f && near < far * 0.001f) << near << " " << far;
 }
 
 namespace {

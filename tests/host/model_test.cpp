@@ -11,17 +11,12 @@
 
 namespace {
 
-SCENE_MATRIX Translation(float x, float y, float z) {
-  SCENE_MATRIX m{};
-  m.m[0] = m.m[5] = m.m[10] = m.m[15] = 1.0f;
-  m.m[12] = x, m.m[13] = y, m.m[14] = z;
-  return m;
-}
-
-SCENE_MATRIX UniformScale(float s) {
+// Scales by `s`, then moves by (x, y, z).
+SCENE_MATRIX ScaleThenMove(float s, float x, float y, float z) {
   SCENE_MATRIX m{};
   m.m[0] = m.m[5] = m.m[10] = s;
   m.m[15] = 1.0f;
+  m.m[12] = x, m.m[13] = y, m.m[14] = z;
   return m;
 }
 
@@ -64,10 +59,15 @@ void ExpectPoint(const SCENE_VERTEX_XYZ& p, float x, float y, float z) {
   EXPECT_FLOAT_EQ(p.z, z);
 }
 
-TEXTURE_LINK Colored(unsigned long rgb) {
+// A material node named `id` under `parent`, with a colour of its own
+// unless `rgb` is negative.
+MATERIAL_3D_NODE* Material(MATERIAL_3D_NODE* parent, const char* id, long rgb = -1) {
+  auto* node = new MATERIAL_3D_NODE(parent, ':');
+  node->SetThisNodesID(id);
   TEXTURE_LINK link;
-  link.SetColor(rgb);
-  return link;
+  link.SetColor(static_cast<unsigned long>(rgb));
+  if (rgb >= 0) node->SetTextureLink(&link);
+  return node;
 }
 
 }  // namespace
@@ -147,7 +147,7 @@ TEST(SceneGraph, BoundsFollowNestedTransforms) {
   auto* inner = MeshNode("inner");
   root->AddChildNode(outer);
   outer->AddChildNode(inner);
-  SCENE_MATRIX move = Translation(10, 0, 0), innerMove = Translation(0, 5, 1);
+  SCENE_MATRIX move = ScaleThenMove(1, 10, 0, 0), innerMove = ScaleThenMove(1, 0, 5, 1);
   outer->CreateNodeGroupData()->SetGroupMatrix(&move);
   inner->CreateNodeGroupData()->SetGroupMatrix(&innerMove);
   // Corners (0,0,0), (1,0,0), (0,1,0) go to (10,5,1), (11,5,1), (10,6,1).
@@ -159,8 +159,7 @@ TEST(SceneGraph, BoundsFollowNestedTransforms) {
   // Outer now scales by 2 and then moves by 10 in x: the inner move is
   // scaled too, so the corners go to (10,10,2), (12,10,2), (10,12,2). A
   // second mesh at the root widens the box to the origin.
-  SCENE_MATRIX scaleThenMove = UniformScale(2);
-  scaleThenMove.m[12] = 10;
+  SCENE_MATRIX scaleThenMove = ScaleThenMove(2, 10, 0, 0);
   outer->GetNodeGroupData()->SetGroupMatrix(&scaleThenMove);
   root->AddChildNode(MeshNode("origin"));
   ASSERT_TRUE(root->GetNodeBounds(&min, &max, true));
@@ -204,29 +203,14 @@ TEST(MaterialTree, IdsResolveToTheNearestDefinition) {
   MATERIAL_3D_NODE root(nullptr, ':');
   root.SetThisNodesID("*");
   root.SetShouldThisNodeUseDefault(false, false);
-  auto* walls = new MATERIAL_3D_NODE(&root, ':');
-  walls->SetThisNodesID("Walls");
-  TEXTURE_LINK red = Colored(0x0000FF);
-  walls->SetTextureLink(&red);
-  auto* brick = new MATERIAL_3D_NODE(walls, ':');
-  brick->SetThisNodesID("Brick");
-  auto* glass = new MATERIAL_3D_NODE(walls, ':');
-  glass->SetThisNodesID("Glass");
-  TEXTURE_LINK blue = Colored(0xFF0000);
-  glass->SetTextureLink(&blue);
-  auto* roof = new MATERIAL_3D_NODE(&root, ':');
-  roof->SetThisNodesID("Roof");
-
+  auto *walls = Material(&root, "Walls", 0x0000FF), *brick = Material(walls, "Brick"),
+       *glass = Material(walls, "Glass", 0xFF0000), *roof = Material(&root, "Roof");
   // Brick has no settings of its own and takes Walls'; Glass defines its own.
-  EXPECT_EQ(root.GetNodeThatControlsMaterial("Walls:Brick"), walls);
-  EXPECT_EQ(root.GetNodeThatControlsMaterial("*:Walls:Brick"), walls);
-  EXPECT_EQ(root.GetNodeThatControlsMaterial("Walls:Glass"), glass);
-  EXPECT_EQ(root.GetNodeThatControlsMaterial("Roof"), &root);
-  EXPECT_EQ(root.GetNodeThatControlsMaterial("*"), &root);
-  EXPECT_EQ(root.GetNodeThatControlsMaterial("Brick"), nullptr);
-  EXPECT_EQ(root.GetNodeThatControlsMaterial("Walls:Nothing"), nullptr);
-  EXPECT_EQ(root.GetNodeThatControlsMaterial(""), nullptr);
-  EXPECT_EQ(root.GetNodeThatControlsMaterial(nullptr), nullptr);
+  const std::pair<const char*, const MATERIAL_3D_NODE*> lookups[] = {
+      {"Walls:Brick", walls}, {"*:Walls:Brick", walls}, {"Walls:Glass", glass},     {"Roof", &root},
+      {"*", &root},           {"Brick", nullptr},       {"Walls:Nothing", nullptr}, {"", nullptr},
+      {nullptr, nullptr}};
+  for (const auto& [id, node] : lookups) EXPECT_EQ(root.GetNodeThatControlsMaterial(id), node) << id;
 
   // Making the whole Walls group use the default sends all of it to the root.
   walls->SetShouldThisNodeUseDefault(true, true);
@@ -242,11 +226,8 @@ TEST(MaterialTree, ConcurrentReadersSeeTheSameAnswers) {
   // operations must not write anything.
   MATERIAL_3D_NODE root(nullptr, ':');
   root.SetThisNodesID("*");
-  auto* group = new MATERIAL_3D_NODE(&root, ':');
-  group->SetThisNodesID("Group");
-  TEXTURE_LINK green = Colored(0x00FF00);
-  group->SetTextureLink(&green);
-  (new MATERIAL_3D_NODE(group, ':'))->SetThisNodesID("Leaf");
+  auto* group = Material(&root, "Group", 0x00FF00);
+  Material(group, "Leaf");
   std::vector<int> wrong(4, 0);
   std::vector<std::thread> readers;
   for (int t = 0; t < 4; ++t)
@@ -264,11 +245,8 @@ TEST(MaterialTree, ConcurrentReadersSeeTheSameAnswers) {
 TEST(MaterialTree, AssignmentCopiesTheWholeTreeIndependently) {
   MATERIAL_3D_NODE original(nullptr, ':');
   original.SetThisNodesID("*");
-  auto* child = new MATERIAL_3D_NODE(&original, ':');
-  child->SetThisNodesID("Stone");
-  TEXTURE_LINK grey = Colored(0x808080);
-  grey.SetTextureLinkFullFileName("stone.png");
-  child->SetTextureLink(&grey);
+  auto* child = Material(&original, "Stone", 0x808080);
+  child->GetTextureLink()->SetTextureLinkFullFileName("stone.png");
 
   MATERIAL_3D_NODE copy(nullptr, '/');
   copy = original;
@@ -287,8 +265,7 @@ TEST(MaterialTree, AssignmentCopiesTheWholeTreeIndependently) {
   EXPECT_EQ(copied->GetTextureLink()->GetColor(), 0x808080ul);
 
   // Assigning a node's own descendant into it must not read freed nodes.
-  auto* inner = new MATERIAL_3D_NODE(new MATERIAL_3D_NODE(&copy, ':'), ':');
-  inner->SetThisNodesID("deep");
+  auto* inner = Material(new MATERIAL_3D_NODE(&copy, ':'), "deep");
   copy = *inner;
   EXPECT_STREQ(copy.GetThisNodesID(), "deep");
   EXPECT_EQ(copy.GetNumberOfChildNodes(), 0u);
@@ -297,8 +274,7 @@ TEST(MaterialTree, AssignmentCopiesTheWholeTreeIndependently) {
 TEST(MaterialTree, FileRoundTripAndDamagedInput) {
   MATERIAL_3D_NODE root(nullptr, ':');
   root.SetThisNodesID("*");
-  auto* odd = new MATERIAL_3D_NODE(&root, ':');
-  odd->SetThisNodesID("Name with \"quotes\" and spaces");
+  auto* odd = Material(&root, "Name with \"quotes\" and spaces");
   TEXTURE_LINK link;
   link.SetTextureLinkFullFileName("folder/my file.jpg");
   link.SetColor(0x123456);
@@ -373,7 +349,7 @@ TEST(Project, LightNumbersAreStableAndNeverReused) {
   SCENE_LIGHTS lights;
   SCENE_LIGHT_DEFINITION lamp{};
   int definition = lights.AddLightDefinition(lamp);
-  SCENE_MATRIX up = Translation(0, 0, 3);
+  SCENE_MATRIX up = ScaleThenMove(1, 0, 0, 3);
   EXPECT_EQ(lights.AddLightInstance(definition, nullptr), 0);
   EXPECT_EQ(lights.AddLightInstance(definition, &up), 1);
   EXPECT_EQ(lights.AddLightInstance(definition + 1, nullptr), -1);

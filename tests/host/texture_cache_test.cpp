@@ -10,6 +10,8 @@
 #include "host/BrindlexTexture.h"
 #include "platform/FileTime.h"
 
+#include "TestFolder.h"
+
 namespace {
 
 using Bytes = std::vector<uint8_t>;
@@ -62,19 +64,12 @@ TEST(TextureCache, LevelsCompressIntoBlocksByHand) {
 
 class TextureCacheFile : public testing::Test {
  protected:
-  void SetUp() override {
-    std::string pattern = testing::TempDir() + "cache-XXXXXX";
-    ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-    folder = pattern + "/";
-    file = folder + "a.ct1";
-  }
-  void TearDown() override { std::filesystem::remove_all(folder); }
-
   bool Read(const FILETIME& time, SW_BC_TEXTURE** levels, unsigned int* count) {
     return ReadCompressedTextureArrayFile(file.c_str(), &time, levels, count);
   }
 
-  std::string folder, file;
+  TestFolder folder;
+  const std::string file = (folder.path / "a.ct1").string();
   FILETIME time{0x89ABCDEF, 0x01D00000};
   uint8_t big[2][8] = {{1, 2, 3, 4, 5, 6, 7, 8}, {9, 10, 11, 12, 13, 14, 15, 16}};
   uint8_t small[1][8] = {{17, 18, 19, 20, 21, 22, 23, 24}};
@@ -116,7 +111,7 @@ TEST_F(TextureCacheFile, EveryCutOrChangedByteIsRefused) {
   }
   EXPECT_EQ(levels, nullptr);
   EXPECT_EQ(count, 7u);
-  EXPECT_FALSE(ReadCompressedTextureArrayFile((folder + "none.ct1").c_str(), &time, &levels, &count));
+  EXPECT_FALSE(ReadCompressedTextureArrayFile((folder.path / "none.ct1").c_str(), &time, &levels, &count));
 }
 
 }  // namespace

@@ -6,6 +6,8 @@
 
 #include "host/BrindlexTexture.h"
 
+#include "TestFolder.h"
+
 namespace {
 
 TEST(TexMapScalePow2, NearestPowerOnALogScaleWithinTheLimit) {
@@ -24,8 +26,8 @@ TEST(TexMapScalePow2, NearestPowerOnALogScaleWithinTheLimit) {
   for (const Case& c : cases) {
     int width = -1, height = -1;
     TexMapScalePow2(c.width, c.height, c.limit, width, height);
-    EXPECT_EQ(width, c.expectedWidth) << c.width << " x " << c.height << " within " << c.limit;
-    EXPECT_EQ(height, c.expectedHeight) << c.width << " x " << c.height << " within " << c.limit;
+    EXPECT_EQ(std::pair(width, height), std::pair(c.expectedWidth, c.expectedHeight))
+        << c.width << " x " << c.height << " within " << c.limit;
   }
 }
 
@@ -41,20 +43,20 @@ TEST(TextureFileNames, TypeByExtension) {
 }
 
 TEST(TextureFileNames, FindsThePictureThatIsReallyThere) {
-  std::string pattern = testing::TempDir() + "names-XXXXXX";
-  ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-  const std::string folder = pattern + "/";
+  TestFolder temporary;
+  const std::string pattern = temporary.path.string(), folder = pattern + "/";
   ATL::CImage picture;
   ASSERT_NE(picture.Create(2, 2, 24), 0);
   ASSERT_TRUE(SavePictureFile((folder + "wood.png").c_str(), picture.Surface(), PictureFileFormat::Png));
 
-  int type = TextureFileTypeAny;
-  EXPECT_TRUE(IsValidTextureFileName("wood.png", folder.c_str(), &type));
-  EXPECT_EQ(type, TextureFileTypePng);
-  type = TextureFileTypeAny;
-  EXPECT_TRUE(IsValidTextureFileName("wood.bmp", pattern.c_str(), &type));  // folder without separator
-  EXPECT_EQ(type, TextureFileTypePng);
+  // Any extension finds wood.png, in a folder with or without separator.
+  for (const char* folderName : {folder.c_str(), pattern.c_str()}) {
+    int type = TextureFileTypeAny;
+    EXPECT_TRUE(IsValidTextureFileName("wood.bmp", folderName, &type));
+    EXPECT_EQ(type, TextureFileTypePng);
+  }
   EXPECT_TRUE(IsValidTextureFileName((folder + "wood.JPG").c_str(), nullptr, nullptr));
+  int type = TextureFileTypeAny;
   type = TextureFileTypeBmp;  // insisting on a type that is not there
   EXPECT_FALSE(IsValidTextureFileName("wood.png", folder.c_str(), &type));
   EXPECT_EQ(type, TextureFileTypeBmp);
@@ -78,7 +80,6 @@ TEST(TextureFileNames, FindsThePictureThatIsReallyThere) {
   char lower[] = "x/wood.tiff";
   ConvertStringToMatchTextureFileType(lower, TextureFileTypeAny);
   EXPECT_STREQ(lower, "x/wood.tiff");
-  std::filesystem::remove_all(folder);
 }
 
 }  // namespace

@@ -60,12 +60,11 @@ TEST(DebugLog, PartialLineWaitsForItsEndAndDetachedLinesAreDropped) {
 TEST(DebugLog, OpenAppendsToAFile) {
   const std::string path = ::testing::TempDir() + "brindlex_util_log_" + std::to_string(getpid()) + ".txt";
   std::remove(path.c_str());
-  ASSERT_TRUE(debugOS.open(path.c_str()));
-  debugOS << "first" << std::endl;
-  debugOS.close();
-  ASSERT_TRUE(debugOS.open(path.c_str()));
-  debugOS << "second" << std::endl;
-  debugOS.close();
+  for (const char* line : {"first", "second"}) {
+    ASSERT_TRUE(debugOS.open(path.c_str()));
+    debugOS << line << std::endl;
+    debugOS.close();
+  }
   EXPECT_FALSE(debugOS.is_open());
   std::ifstream in(path);
   std::stringstream text;

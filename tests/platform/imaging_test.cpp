@@ -11,6 +11,8 @@
 #include "platform/GdiPlus.h"
 #include "platform/TextConversion.h"
 
+#include "TestFolder.h"
+
 using namespace Gdiplus;
 namespace fs = std::filesystem;
 
@@ -35,20 +37,9 @@ platform::PixelSurface Over(std::vector<uint8_t>& bytes, int width, int height, 
   return {width, height, bits, bytes.data(), ptrdiff_t(width) * bits / 8};
 }
 
-std::string Contents(const fs::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), {}};
+size_t Count(const TestFolder& folder) {
+  return size_t(std::distance(fs::directory_iterator(folder.path), {}));
 }
-
-struct TempFolder {
-  fs::path path;
-  TempFolder() {
-    std::string name = (fs::temp_directory_path() / "imagingXXXXXX").string();
-    path = mkdtemp(name.data());
-  }
-  ~TempFolder() { fs::remove_all(path); }
-  size_t Count() const { return size_t(std::distance(fs::directory_iterator(path), {})); }
-};
 
 }  // namespace
 
@@ -208,36 +199,35 @@ TEST(Bitmap, SaveWritesThroughATemporaryNameAndKeepsTheOldFileOnFailure) {
   const CLSID good{0x1234, 1, 2, {3}}, bad{0x1234, 1, 2, {4}}, unknown{0x99, 0, 0, {}};
   RegisterImageEncoder(good, WriteSize);
   RegisterImageEncoder(bad, FailHalfWay);
-  TempFolder folder;
+  TestFolder folder;
   const fs::path target = folder.path / "picture.png";
   Bitmap bitmap(3, 2, PixelFormat32bppARGB);
 
   ASSERT_EQ(bitmap.Save(target.wstring().c_str(), &good), Ok);
-  EXPECT_EQ(Contents(target), "3x2");
+  EXPECT_EQ(folder.Read("picture.png"), "3x2");
   EXPECT_NE(encodedName, target.string());
   EXPECT_EQ(fs::path(encodedName).parent_path(), folder.path);
-  EXPECT_EQ(folder.Count(), 1u);
+  EXPECT_EQ(Count(folder), 1u);
 
   EXPECT_EQ(bitmap.Save(target.wstring().c_str(), &bad), GenericError);
   EXPECT_EQ(bitmap.Save(target.wstring().c_str(), &unknown), UnknownImageFormat);
-  EXPECT_EQ(Contents(target), "3x2");
-  EXPECT_EQ(folder.Count(), 1u);
+  EXPECT_EQ(folder.Read("picture.png"), "3x2");
+  EXPECT_EQ(Count(folder), 1u);
   EXPECT_EQ(bitmap.Save((folder.path / "missing" / "x.png").wstring().c_str(), &good), Win32Error);
 }
 
 TEST(Files, CopyFileReplacesWholeFilesAndFoldersAreMadeOnce) {
-  TempFolder folder;
+  TestFolder folder;
   const fs::path from = folder.path / "a.png", to = folder.path / "b.png", sub = folder.path / "CheckPoint";
   std::ofstream(from) << "first";
   ASSERT_TRUE(CopyFileA(from.c_str(), to.c_str(), false));
-  EXPECT_EQ(Contents(to), "first");
   std::ofstream(from) << "second, longer";
   EXPECT_FALSE(CopyFileA(from.c_str(), to.c_str(), true));
-  EXPECT_EQ(Contents(to), "first");
+  EXPECT_EQ(folder.Read("b.png"), "first");  // kept: the copy may not replace it
   ASSERT_TRUE(CopyFileA(from.c_str(), to.c_str(), false));
-  EXPECT_EQ(Contents(to), "second, longer");
+  EXPECT_EQ(folder.Read("b.png"), "second, longer");
   EXPECT_FALSE(CopyFileA((folder.path / "none").c_str(), to.c_str(), false));
-  EXPECT_EQ(folder.Count(), 2u);
+  EXPECT_EQ(Count(folder), 2u);
 
   EXPECT_TRUE(CreateDirectoryA(sub.c_str(), nullptr));
   EXPECT_FALSE(CreateDirectoryA(sub.c_str(), nullptr));

@@ -24,20 +24,10 @@ TEST(RecordingWindow, ShowsTheImagesDrawnThroughItsContext) {
   graphics.SetCompositingMode(Gdiplus::CompositingModeSourceCopy);
   // The bottom right pixel of the block at (5, 3): the last pixel of the client area.
   ASSERT_EQ(graphics.DrawImage(&block, 5, 3, 1, 1, 1, 1, Gdiplus::UnitPixel), Gdiplus::Ok);
-  EXPECT_EQ(window.Pixel(5, 3), 0xFF000004u);
-  // The whole block doubled at (0, 0).
-  ASSERT_EQ(graphics.DrawImage(&block, 0, 0, 4, 4), Gdiplus::Ok);
-  EXPECT_EQ(std::tuple(window.Pixel(1, 1), window.Pixel(2, 1), window.Pixel(3, 3), window.Pixel(4, 0)),
-            std::tuple(0xFF000001u, 0xFF000002u, 0xFF000004u, 0xFF000000u));
+  EXPECT_EQ(std::tuple(window.Pixel(5, 3), window.Pixel(4, 3)), std::tuple(0xFF000004u, 0xFF000000u));
   EXPECT_EQ(ReleaseDC(&window, dc), 1);
-
-  const auto events = window.Events();
-  ASSERT_EQ(events.size(), 2u);
-  const auto* first = std::get_if<platform::DrawnPixels>(&events[0]);
-  ASSERT_NE(first, nullptr);
-  EXPECT_TRUE(first->sourceCopy);
-  EXPECT_EQ(std::tuple(first->destination.left, first->destination.bottom, first->sourceRect.top),
-            std::tuple(5, 4, 1));
+  // The window is told how to blend, as the engine's blocks are.
+  EXPECT_TRUE(std::get<platform::DrawnPixels>(window.Events().at(0)).sourceCopy);
 }
 
 TEST(RecordingWindow, BlockOutlineLinesPaintEachEdgePixelOnce) {
@@ -63,10 +53,6 @@ TEST(RecordingWindow, BlockOutlineLinesPaintEachEdgePixelOnce) {
       painted += edge;
     }
   EXPECT_EQ(painted, 14);
-  const auto events = window.Events();
-  ASSERT_EQ(events.size(), 4u);
-  const auto& second = std::get<platform::DrawnLine>(events[1]);
-  EXPECT_EQ(std::tuple(second.from.x, second.from.y, second.to.y, second.color), std::tuple(5, 1, 4, red));
 
   // A diagonal stops short of its end; the same lines go into an image.
   Gdiplus::Bitmap image(4, 4, Gdiplus::PixelFormat32bppARGB);
