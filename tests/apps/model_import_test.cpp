@@ -37,19 +37,9 @@ SCENE_GRAPH_NODE_INTERFACE* FirstMesh(SCENE_GRAPH_NODE_INTERFACE* node) {
 
 // A 2 x 1 quad standing in the file's x-y plane... of a y-up file: it lies
 // along x and up y, facing +z, with texture coordinates.
-constexpr const char* QuadObj = R"(mtllib quad.mtl
-o Quad
-v 0 0 0
-v 2 0 0
-v 2 1 0
-v 0 1 0
-vt 0 0
-vt 1 0
-vt 1 1
-vt 0 1
-usemtl Brick
-f 1/1 2/2 3/3 4/4
-)";
+constexpr const char* QuadObj =
+    "mtllib quad.mtl\no Quad\nv 0 0 0\nv 2 0 0\nv 2 1 0\nv 0 1 0\nvt 0 0\nvt 1 0\nvt 1 1\nvt 0 1\n"
+    "usemtl Brick\nf 1/1 2/2 3/3 4/4\n";
 
 constexpr const char* QuadMtl = "newmtl Brick\nKd 0.8 0.4 0.2\nd 0.5\nmap_Kd textures/brick.png\n";
 

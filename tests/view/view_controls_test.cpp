@@ -10,7 +10,7 @@
 
 namespace {
 
-TEST(ViewCamera, OrbitTurnsAboutTheTargetAndStopsShortOfThePoles) {
+TEST(ViewCamera, OrbitStopsShortOfThePolesPanFollowsTheMouseZoomKeepsADistance) {
   ExpectPoint(Orbit({{10, 0, 0}, {0, 0, 0}}, 90, 0).eye, 0, 10, 0);
   ExpectPoint(Orbit({{10, 0, 0}, {0, 0, 0}}, 0, 45).eye, 7.07107f, 0, 7.07107f);
   // 100 degrees up stops at 89: 10 cos 89, 10 sin 89.
@@ -18,19 +18,17 @@ TEST(ViewCamera, OrbitTurnsAboutTheTargetAndStopsShortOfThePoles) {
   const OrbitCamera turned = Orbit({{1, -3, 3}, {1, 2, 3}}, -90, 0);
   ExpectPoint(turned.eye, -4, 2, 3);
   ExpectPoint(turned.target, 1, 2, 3);
-}
 
-TEST(ViewCamera, PanMovesEyeAndTargetSoTheSceneFollowsTheMouse) {
-  // 90 degrees over 200 pixels at distance 10: 0.1 world units a pixel.
+  // Pan: 90 degrees over 200 pixels at distance 10 is 0.1 world units a
+  // pixel, and the scene follows the mouse.
   const OrbitCamera right = Pan({{0, -10, 0}, {0, 0, 0}}, 10, 0, 90, 200);
   ExpectPoint(right.eye, -1, -10, 0);
   ExpectPoint(right.target, -1, 0, 0);
   const OrbitCamera down = Pan({{0, -10, 0}, {0, 0, 0}}, 0, 20, 90, 200);
   ExpectPoint(down.eye, 0, -10, 2);
   ExpectPoint(down.target, 0, 0, 2);
-}
 
-TEST(ViewCamera, ZoomScalesTheDistanceDownToAMinimum) {
+  // Zoom scales the distance, down to a minimum.
   ExpectPoint(Zoom({{3, 4, 0}, {0, 0, 0}}, 0.5).eye, 1.5f, 2, 0);
   ExpectPoint(Zoom({{3, 4, 0}, {0, 0, 0}}, 0.0).eye, 0.0006f, 0.0008f, 0);
 }

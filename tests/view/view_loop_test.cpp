@@ -31,13 +31,15 @@ class RenderLoopTest : public ::testing::Test {
     received.clear();
     return WaitFor([&](const auto& m) { return m.message == FrameDoneMessage && m.wParam == request; });
   }
-  // The messages of one kind received since the last wait began.
-  std::vector<platform::PostedMessage> Received(unsigned code) const {
-    std::vector<platform::PostedMessage> found;
+  // The first and second parameter of each message of one kind received
+  // since the last wait began.
+  std::vector<std::pair<WPARAM, LPARAM>> Received(unsigned code) const {
+    std::vector<std::pair<WPARAM, LPARAM>> found;
     for (const auto& m : received)
-      if (m.message == code) found.push_back(m);
+      if (m.message == code) found.emplace_back(m.wParam, m.lParam);
     return found;
   }
+  using Params = std::vector<std::pair<WPARAM, LPARAM>>;
   std::vector<uint32_t> Picture() const {
     std::vector<uint32_t> pixels;
     for (int y = 0; y < 48; ++y)
@@ -55,9 +57,8 @@ TEST_F(RenderLoopTest, FirstFrameBuildsTheModelAndACameraMoveOnlyRendersAgain) {
   ASSERT_TRUE(loop.Start(host.TextureDirectory().string()));
   ASSERT_TRUE(WaitForFrame(0));
   ASSERT_EQ(Received(UpdateDoneMessage).size(), 1u);
-  EXPECT_EQ(Received(UpdateDoneMessage)[0].wParam, ModelUpdate);
-  ASSERT_EQ(Received(FrameStartedMessage).size(), 1u);
-  EXPECT_EQ(Received(FrameStartedMessage)[0].lParam, 4);  // 2 x 2 blocks of 32
+  EXPECT_EQ(Received(UpdateDoneMessage)[0].first, ModelUpdate);
+  EXPECT_EQ(Received(FrameStartedMessage), (Params{{0, 4}}));  // 2 x 2 blocks of 32
   EXPECT_EQ(Received(PBM_STEPIT).size(), 4u);
   const std::vector<uint32_t> first = Picture();
   EXPECT_GT(std::count_if(first.begin(), first.end(), [](uint32_t p) { return (p & 0xFFFFFF) != 0; }),
@@ -72,24 +73,23 @@ TEST_F(RenderLoopTest, FirstFrameBuildsTheModelAndACameraMoveOnlyRendersAgain) {
   turn.azimuth = 40;
   ASSERT_TRUE(WaitForFrame(loop.Request(turn)));
   ASSERT_EQ(Received(UpdateDoneMessage).size(), 1u);
-  EXPECT_EQ(Received(UpdateDoneMessage)[0].wParam, CameraUpdate);
+  EXPECT_EQ(Received(UpdateDoneMessage)[0].first, CameraUpdate);
   EXPECT_NE(Picture(), first);
 
   ViewChange photons;
   photons.modesChanged = true;
   photons.modes.photons = true;
   ASSERT_TRUE(WaitForFrame(loop.Request(photons)));
-  EXPECT_EQ(Received(UpdateDoneMessage).at(0).wParam, ModelUpdate);
+  EXPECT_EQ(Received(UpdateDoneMessage).at(0).first, ModelUpdate);
 
   ViewChange resize;
   resize.resized = true, resize.width = 96, resize.height = 64;
   ASSERT_TRUE(WaitForFrame(loop.Request(resize)));
-  EXPECT_EQ(Received(UpdateDoneMessage).at(0).wParam, SizeUpdate);
-  EXPECT_EQ(Received(FrameStartedMessage).at(0).lParam, 6);  // 3 x 2 blocks
+  EXPECT_EQ(Received(UpdateDoneMessage).at(0).first, SizeUpdate);
+  EXPECT_EQ(Received(FrameStartedMessage).at(0).second, 6);  // 3 x 2 blocks
   RECT client;
   window.GetClientRect(client);
-  EXPECT_EQ(client.right, 96);
-  EXPECT_EQ(client.bottom, 64);
+  EXPECT_EQ(std::pair(client.right, client.bottom), std::pair(96, 64));
 }
 
 TEST_F(RenderLoopTest, PathTracingRunsPassAfterPassUntilStopped) {
@@ -109,8 +109,8 @@ TEST_F(RenderLoopTest, PathTracingRunsPassAfterPassUntilStopped) {
   }));
   loop.Stop();  // aborts the pass under way and joins
   for (const auto& m : window.TakeMessages()) received.push_back(m);
-  for (const auto& m : Received(FrameDoneMessage))
-    EXPECT_NE(m.wParam, 1u) << "an aborted frame counts as done";
+  for (const auto& [request, seconds] : Received(FrameDoneMessage))
+    EXPECT_NE(request, 1u) << "an aborted frame counts as done";
 }
 
 }  // namespace

@@ -44,35 +44,23 @@ class ViewProgram : public ::testing::Test {
  protected:
   static void SetUpTestSuite() {
     if (!Installed("Xvfb")) return;
-    int fds[2];
-    if (pipe(fds) != 0) return;
-    server = fork();
-    if (server == 0) {
-      close(fds[0]);
-      const std::string fd = std::to_string(fds[1]);
-      execlp("Xvfb", "Xvfb", "-displayfd", fd.c_str(), "-screen", "0", "640x480x24", "-nolisten", "tcp",
-             static_cast<char*>(nullptr));
-      _exit(127);
-    }
-    close(fds[1]);
-    // Xvfb writes the number and a newline once it is ready, and fails if
-    // nobody reads the whole line.
-    std::string number;
-    char c;
-    while (read(fds[0], &c, 1) == 1 && c != '\n') number += c;
-    close(fds[0]);
-    char name[32];
-    std::snprintf(name, sizeof name, ":%d", std::atoi(number.c_str()));
-    if (!number.empty()) display = name;
+    // The shell's process becomes the server's; Xvfb writes its display
+    // number once it is ready.
+    server = popen("echo $$; exec Xvfb -displayfd 1 -screen 0 640x480x24 -nolisten tcp 2>/dev/null", "r");
+    int number = -1;
+    if (server && std::fscanf(server, "%d %d", &serverProcess, &number) == 2)
+      display = ":" + std::to_string(number);
   }
   static void TearDownTestSuite() {
-    if (server > 0) kill(server, SIGTERM), waitpid(server, nullptr, 0);
-    server = -1;
+    if (serverProcess > 0) kill(serverProcess, SIGTERM);
+    if (server) pclose(server);
+    server = nullptr, serverProcess = -1;
   }
   void SetUp() override {
     if (display.empty()) GTEST_SKIP() << "Xvfb is not installed or did not start: no display to test on";
   }
-  static inline pid_t server = -1;
+  static inline FILE* server = nullptr;
+  static inline pid_t serverProcess = -1;
   static inline std::string display;
 };
 
