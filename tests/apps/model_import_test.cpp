@@ -49,32 +49,24 @@ std::string ColladaTriangle(const std::string& opaque, const std::string& transp
                             const std::string& reflective, double reflectivity,
                             const std::string& asset = "<unit meter=\"0.01\"/><up_axis>Z_UP</up_axis>") {
   return R"(<?xml version="1.0"?>
-<COLLADA xmlns="http://www.collada.org/2005/11/COLLADASchema" version="1.4.1">
-<asset>)" +
-         asset + R"(</asset>
-<library_effects><effect id="fx"><profile_COMMON><technique sid="t"><phong>
-<diffuse><color>0.8 0.2 0.2 1</color></diffuse>
-<reflective><color>)" +
+<COLLADA xmlns="http://www.collada.org/2005/11/COLLADASchema" version="1.4.1"><asset>)" +
+         asset + R"(</asset><library_effects><effect id="fx"><profile_COMMON><technique sid="t"><phong>
+<diffuse><color>0.8 0.2 0.2 1</color></diffuse><reflective><color>)" +
          reflective + "</color></reflective><reflectivity><float>" + std::to_string(reflectivity) +
-         R"(</float></reflectivity>
-<transparent opaque=")" +
-         opaque + "\"><color>" + transparent + "</color></transparent><transparency><float>" +
-         std::to_string(transparency) + R"(</float></transparency>
-</phong></technique></profile_COMMON></effect></library_effects>
+         R"(</float></reflectivity><transparent opaque=")" + opaque + "\"><color>" + transparent +
+         "</color></transparent><transparency><float>" + std::to_string(transparency) +
+         R"(</float></transparency></phong></technique></profile_COMMON></effect></library_effects>
 <library_materials><material id="Paint" name="Paint"><instance_effect url="#fx"/></material></library_materials>
-<library_geometries><geometry id="g"><mesh>
-<source id="p"><float_array id="pa" count="9">0 0 0 100 0 0 0 100 0</float_array>
-<technique_common><accessor source="#pa" count="3" stride="3"><param name="X" type="float"/>
+<library_geometries><geometry id="g"><mesh><source id="p"><float_array id="pa" count="9">0 0 0 100 0 0 0 100 0
+</float_array><technique_common><accessor source="#pa" count="3" stride="3"><param name="X" type="float"/>
 <param name="Y" type="float"/><param name="Z" type="float"/></accessor></technique_common></source>
-<vertices id="v"><input semantic="POSITION" source="#p"/></vertices>
-<triangles count="1" material="m"><input semantic="VERTEX" source="#v" offset="0"/><p>0 1 2</p></triangles>
-</mesh></geometry></library_geometries>
-<library_visual_scenes><visual_scene id="s"><node id="n" name="n"><instance_geometry url="#g">
-<bind_material><technique_common><instance_material symbol="m" target="#Paint"/></technique_common>
-</bind_material></instance_geometry></node></visual_scene></library_visual_scenes>
-<scene><instance_visual_scene url="#s"/></scene>
-</COLLADA>
-)";
+<vertices id="v"><input semantic="POSITION" source="#p"/></vertices><triangles count="1" material="m">
+<input semantic="VERTEX" source="#v" offset="0"/><p>0 1 2</p></triangles></mesh></geometry>
+</library_geometries>
+<library_visual_scenes><visual_scene id="s"><node id="n" name="n"><instance_geometry url="#g"><bind_material>
+<technique_common><instance_material symbol="m" target="#Paint"/></technique_common></bind_material>
+</instance_geometry></node></visual_scene></library_visual_scenes><scene><instance_visual_scene url="#s"/>
+</scene></COLLADA>)";
 }
 
 struct Imported {
@@ -135,25 +127,17 @@ TEST(ModelImport, GltfNodeTransformCameraAndLight) {
   // looking along -z; a point light at (1, 2, 3) of colour (1, 0.5, 0) and
   // intensity 2. The buffer is the triangle's 9 floats, base64.
   TestFolder folder;
-  const auto file = folder.Write("scene.gltf", R"({
-  "asset": {"version": "2.0"},
-  "extensionsUsed": ["KHR_lights_punctual"],
-  "extensions": {"KHR_lights_punctual": {"lights": [
-    {"type": "point", "color": [1.0, 0.5, 0.0], "intensity": 2.0}]}},
-  "scene": 0,
-  "scenes": [{"nodes": [0, 1, 2]}],
-  "nodes": [
-    {"name": "Moved", "translation": [1, 2, 3], "mesh": 0},
-    {"name": "Eye", "translation": [0, 1, 5], "camera": 0},
-    {"name": "Lamp", "translation": [1, 2, 3], "extensions": {"KHR_lights_punctual": {"light": 0}}}],
+  const auto file = folder.Write("scene.gltf", R"({"asset": {"version": "2.0"}, "scene": 0,
+  "extensionsUsed": ["KHR_lights_punctual"], "extensions": {"KHR_lights_punctual": {"lights": [
+    {"type": "point", "color": [1.0, 0.5, 0.0], "intensity": 2.0}]}}, "scenes": [{"nodes": [0, 1, 2]}],
+  "nodes": [{"name": "Moved", "translation": [1, 2, 3], "mesh": 0}, {"name": "Eye", "translation": [0, 1, 5],
+    "camera": 0}, {"name": "Lamp", "translation": [1, 2, 3],
+    "extensions": {"KHR_lights_punctual": {"light": 0}}}],
   "cameras": [{"type": "perspective", "perspective": {"yfov": 0.8, "aspectRatio": 1.5, "znear": 0.1}}],
-  "meshes": [{"primitives": [{"attributes": {"POSITION": 0}}]}],
-  "accessors": [{"bufferView": 0, "componentType": 5126, "count": 3, "type": "VEC3",
-                 "min": [0, 0, 0], "max": [1, 1, 0]}],
-  "bufferViews": [{"buffer": 0, "byteLength": 36}],
-  "buffers": [{"byteLength": 36,
-    "uri": "data:application/octet-stream;base64,AAAAAAAAAAAAAAAAAACAPwAAAAAAAAAAAAAAAAAAgD8AAAAA"}]
-})");
+  "meshes": [{"primitives": [{"attributes": {"POSITION": 0}}]}], "accessors": [{"bufferView": 0,
+    "componentType": 5126, "count": 3, "type": "VEC3", "min": [0, 0, 0], "max": [1, 1, 0]}],
+  "bufferViews": [{"buffer": 0, "byteLength": 36}], "buffers": [{"byteLength": 36,
+    "uri": "data:application/octet-stream;base64,AAAAAAAAAAAAAAAAAACAPwAAAAAAAAAAAAAAAAAAgD8AAAAA"}]})");
   Imported in(file);
   ASSERT_TRUE(in.ok) << in.error;
   const ImportedModel& model = in.model;

@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <fstream>
+#include <map>
 #include <sstream>
 #include <string>
 #include <tuple>
@@ -177,65 +179,45 @@ double ColorValue(const std::string& text) {
   return double((rgb >> 16) | (rgb & 0xFF00) | (rgb & 0xFF) << 16);
 }
 
+// Every render option's getter by name, its value as a number. The
+// background picture's name is read from the scene file's folder.
 using O = const MODE_RENDER_OPTIONS&;
-struct OptionRow {
-  const char *key, *getter, *value;  // a value that no new view has
-  double (*read)(O);
-  double expected;
-};
-#define OPTION(key, getter, value, expected)                              \
-  {                                                                       \
-    key, #getter, value, [](O o) { return double(o.getter()); }, expected \
-  }
+double BackgroundTexture(O o) {
+  return std::string(o.GetBackgroundTextureName()) == "/scenes/sky.jpg";
+}
+// clang-format off
+#define G(getter) {#getter, [](O o) { return double(o.getter()); }}
+const std::map<std::string, double (*)(O)> Getters = {
+    {"GetBackgroundTexture", BackgroundTexture}, G(DoPathTracing), G(DoCustomLighting), G(DoLighting),
+    G(DoPhotonMapping), G(DoIndirectLighting), G(DoRayTracedSoftShadows), G(DisplayShadows),
+    G(ShouldCalculateAllShadows), G(DoAmbientOcclusion), G(DoReflections), G(DoBumpMapping),
+    G(DoEmissiveMaterial), G(DoAntiAliasing), G(GetAntialiasingLevel), G(DoHDRTonalMapping),
+    G(GetHDRTonalMappingLevel), G(ApplyHDRGamma), G(GetHighlightColor), G(DisableSymbolLights),
+    G(IsHeadlightOn), G(GetHeadlightLightLevel), G(GetAmbientLightLevel), G(GetNumberOfIndirectBounces),
+    G(GetPhotonLevel), G(GetPhotonEnergy), G(GetPhotonSampleLevel), G(GetPhotonRadius),
+    G(GetPhotonDirectLightingContribution), G(GetFogLevel), G(GetMistLevel), G(GetMistOffset),
+    G(GetBackgroundColor), G(UseBackgroundTexture), G(IsBackgroundTexturePanoramic),
+    G(GetBackgroundImageXOffset), G(GetBackgroundImageYOffset), G(DisplayFaces), G(GetFaceDisplayType),
+    G(GetFaceOpacityLevel), G(UseFaceTextureScale), G(GetFaceTextureScale), G(GetMonochromeFaceColor)};
+// clang-format on
+#undef G
 
-// Every render option: the value a key sets lands in its own getter.
-const OptionRow Options[] = {
-    OPTION("pathTracing", DoPathTracing, "true", 1),
-    OPTION("customLighting", DoCustomLighting, "true", 1),
-    OPTION("lighting", DoLighting, "false", 0),
-    OPTION("photonMapping", DoPhotonMapping, "true", 1),
-    OPTION("indirectLighting", DoIndirectLighting, "true", 1),
-    OPTION("softShadows", DoRayTracedSoftShadows, "false", 0),
-    OPTION("shadows", DisplayShadows, "false", 0),
-    OPTION("allShadows", ShouldCalculateAllShadows, "true", 1),
-    OPTION("ambientOcclusion", DoAmbientOcclusion, "true", 1),
-    OPTION("reflections", DoReflections, "false", 0),
-    OPTION("bumpMapping", DoBumpMapping, "false", 0),
-    OPTION("emissiveMaterial", DoEmissiveMaterial, "false", 0),
-    OPTION("useAntialiasing", DoAntiAliasing, "false", 0),
-    OPTION("antialiasing", GetAntialiasingLevel, "3", 3),
-    OPTION("toneMapping", DoHDRTonalMapping, "true", 1),
-    OPTION("toneMappingLevel", GetHDRTonalMappingLevel, "40", 40),
-    OPTION("toneMappingGamma", ApplyHDRGamma, "false", 0),
-    OPTION("highlightColor", GetHighlightColor, R"("#123456")", 0x563412),
-    OPTION("disableSymbolLights", DisableSymbolLights, "true", 1),
-    OPTION("headlight", IsHeadlightOn, "true", 1),
-    OPTION("headlightLevel", GetHeadlightLightLevel, "25", 25),
-    OPTION("ambientLightLevel", GetAmbientLightLevel, "0.5", 0.5),
-    OPTION("indirectBounces", GetNumberOfIndirectBounces, "5", 5),
-    OPTION("photonLevel", GetPhotonLevel, "7", 7),
-    OPTION("photonEnergy", GetPhotonEnergy, "11", 11),
-    OPTION("photonSampleLevel", GetPhotonSampleLevel, "13", 13),
-    OPTION("photonRadius", GetPhotonRadius, "2.5", 2.5),
-    OPTION("photonDirectLighting", GetPhotonDirectLightingContribution, "30", 30),
-    OPTION("fogLevel", GetFogLevel, "12.5", 12.5),
-    OPTION("mistLevel", GetMistLevel, "20", 20),
-    OPTION("mistOffset", GetMistOffset, "-3", -3),
-    OPTION("backgroundColor", GetBackgroundColor, R"("#102030")", 0x302010),
-    OPTION("useBackgroundTexture", UseBackgroundTexture, "true", 1),
-    OPTION("backgroundPanoramic", IsBackgroundTexturePanoramic, "true", 1),
-    OPTION("backgroundXOffset", GetBackgroundImageXOffset, "-20", -20),
-    OPTION("backgroundYOffset", GetBackgroundImageYOffset, "15", 15),
-    OPTION("faces", DisplayFaces, "false", 0),
-    OPTION("faceDisplayType", GetFaceDisplayType, "0", 0),
-    OPTION("faceOpacity", GetFaceOpacityLevel, "60", 60),
-    OPTION("useFaceTextureScale", UseFaceTextureScale, "true", 1),
-    OPTION("faceTextureScale", GetFaceTextureScale, "50", 50),
-    OPTION("monochromeFaceColor", GetMonochromeFaceColor, R"("#FF0000")", 0x0000FF),
-    // The picture's name is read from the scene file's folder.
-    {"backgroundTexture", "GetBackgroundTexture", R"("sky.jpg")",
-     [](O o) { return double(std::string(o.GetBackgroundTextureName()) == "/scenes/sky.jpg"); }, 1},
-};
+// A value that a new view does not have, within the documented range: as
+// the scene file writes it, and as the getter reads it.
+std::pair<std::string, double> TestValue(const std::string& type, const std::string& fallback,
+                                         const std::string& range) {
+  if (fallback == "none") return {"\"sky.jpg\"", 1};
+  if (fallback[0] == '"') return {"\"#123456\"", ColorValue("\"#123456\"")};
+  if (type.rfind("bool", 0) == 0)
+    return fallback[0] == 't' ? std::pair("false", 0.0) : std::pair("true", 1.0);
+  const double low = std::stod(range), high = std::stod(range.substr(range.find(" to ") + 4));
+  const double fresh = std::stod(fallback);
+  double value = fresh == high ? (low + high) / 2 : (fresh + std::min(high, fresh + 2)) / 2;
+  if (type.rfind("whole number", 0) == 0) value = std::floor(value);
+  std::ostringstream text;
+  text << value;
+  return {text.str(), value};
+}
 
 TEST(SceneFile, EveryDocumentedRenderOptionIsReadWithItsDefaultAndRange) {
   const auto rows = DocumentedRenderOptions();
@@ -244,27 +226,24 @@ TEST(SceneFile, EveryDocumentedRenderOptionIsReadWithItsDefaultAndRange) {
   for (const auto& row : rows) {
     ASSERT_EQ(row.size(), 5u) << row[0];
     const std::string &key = row[0], &getter = row[1], &type = row[2], &fallback = row[3], &range = row[4];
-    const OptionRow* option = nullptr;
-    for (const OptionRow& o : Options)
-      if (key == o.key) option = &o;
-    ASSERT_NE(option, nullptr) << key;
-    EXPECT_EQ(getter, option->getter) << key;
+    ASSERT_EQ(Getters.count(getter), 1u) << key << ": " << getter;
+    const auto read = Getters.at(getter);
     // The documented default is a new view's (a bool's may say more after it).
     if (fallback[0] == '"') {
-      EXPECT_EQ(option->read(fresh), ColorValue(fallback)) << key;
+      EXPECT_EQ(read(fresh), ColorValue(fallback)) << key;
     } else if (fallback != "none") {
-      const bool flag = fallback.rfind("true", 0) == 0 || fallback.rfind("false", 0) == 0;
-      EXPECT_FLOAT_EQ(option->read(fresh), flag ? fallback[0] == 't' : std::stod(fallback)) << key;
+      EXPECT_FLOAT_EQ(read(fresh), type.rfind("bool", 0) == 0 ? fallback[0] == 't' : std::stod(fallback))
+          << key;
     }
     // Either name sets the option, and not both at once.
-    EXPECT_NE(option->read(fresh), option->expected) << key << ": the test value is the default";
+    const auto [value, expected] = TestValue(type, fallback, range);
+    EXPECT_NE(read(fresh), expected) << key << ": the test value is the default";
     for (const std::string& name : {key, getter})
-      EXPECT_EQ(option->read(OptionsOf("{\"" + name + "\": " + option->value + "}")), option->expected)
-          << name;
-    EXPECT_EQ(ErrorOf("{\"renderOptions\": {\"" + key + "\": " + option->value + ", \"" + getter +
-                      "\": " + option->value + "}}"),
-              "'renderOptions." + std::max(key, getter) + "' sets the same option as 'renderOptions." +
-                  std::min(key, getter) + "'");
+      EXPECT_FLOAT_EQ(read(OptionsOf("{\"" + name + "\": " + value + "}")), expected) << name;
+    EXPECT_EQ(
+        ErrorOf("{\"renderOptions\": {\"" + key + "\": " + value + ", \"" + getter + "\": " + value + "}}"),
+        "'renderOptions." + std::max(key, getter) + "' sets the same option as 'renderOptions." +
+            std::min(key, getter) + "'");
     // Just beyond the documented range is an error that quotes the range.
     const size_t to = range.find(" to ");
     if (to == std::string::npos) continue;
