@@ -11,6 +11,7 @@
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
+#include <tuple>
 #include <vector>
 
 #include "AppTestFiles.h"
@@ -101,12 +102,10 @@ TEST(RenderProgram, BadInputEndsInOneLineAndExitCode2) {
   EXPECT_TRUE(std::filesystem::is_fifo(pipe));
   EXPECT_EQ(std::filesystem::file_size(kept), 3u);
 
-  ProgramRun run = Program("--help");
-  EXPECT_EQ(run.code, 0);
-  EXPECT_EQ(run.output.rfind("Usage: brindlex-render [MODEL] [options]", 0), 0u);
-  run = Program("--version");
-  EXPECT_EQ(run.code, 0);
-  EXPECT_EQ(run.output.rfind("brindlex-render ", 0), 0u);
+  const ProgramRun help = Program("--help"), version = Program("--version");
+  EXPECT_EQ(std::tuple(help.code, help.output.rfind("Usage: brindlex-render [MODEL] [options]", 0)),
+            std::tuple(0, 0u));
+  EXPECT_EQ(std::tuple(version.code, version.output.rfind("brindlex-render ", 0)), std::tuple(0, 0u));
 }
 
 // One triangle in the middle of the view, far from the picture's corners.
@@ -123,14 +122,11 @@ TEST(RenderProgram, TheDemoShowsASkyOverAGroundAndAlphaKeepsTheBackgroundClear) 
   ASSERT_EQ(run.code, 0) << run.output;
   Picture picture;
   ASSERT_TRUE(picture.Load(demo));
-  EXPECT_EQ(picture.image.GetWidth(), 96);
-  EXPECT_EQ(picture.image.GetHeight(), 64);
+  EXPECT_EQ(std::tuple(picture.image.GetWidth(), picture.image.GetHeight()), std::tuple(96, 64));
   // The demo's camera looks at the house from above the ground: the top row
   // is blue sky, the bottom row green ground.
   const uint8_t *sky = picture.At(48, 0), *ground = picture.At(2, 63);
-  EXPECT_GT(sky[0], sky[2]);
-  EXPECT_GT(ground[1], ground[0]);
-  EXPECT_GT(ground[1], ground[2]);
+  EXPECT_TRUE(sky[0] > sky[2] && ground[1] > ground[0] && ground[1] > ground[2]);
 
   run = Program("--quiet --alpha --width 40 --height 40 " + Quoted(TriangleModel(folder)) + " -o " +
                 Quoted(clear));
@@ -184,8 +180,7 @@ TEST(RenderProgram, ATimeLimitOrCtrlCEndsPathTracingAfterAWholePass) {
   // Without the limit a million passes would run.
   ProgramRun run = Program("--quiet --path-tracing --passes 1000000 --time 0.5 --width 48 --height 32 " +
                            Quoted(model) + " -o " + Quoted(timed));
-  EXPECT_EQ(run.code, 0);
-  EXPECT_EQ(run.output, "");
+  EXPECT_EQ(std::tuple(run.code, run.output), std::tuple(0, ""));
   Picture picture;
   ASSERT_TRUE(picture.Load(timed));
   EXPECT_EQ(picture.image.GetWidth(), 48);
@@ -205,8 +200,7 @@ TEST(RenderProgram, ATimeLimitOrCtrlCEndsPathTracingAfterAWholePass) {
   kill(child, SIGINT);
   int status = 0;
   ASSERT_EQ(waitpid(child, &status, 0), child);
-  ASSERT_TRUE(WIFEXITED(status));
-  EXPECT_EQ(WEXITSTATUS(status), 130);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 130) << status;
   ASSERT_TRUE(picture.Load(stopped));
   EXPECT_EQ(picture.image.GetHeight(), 32);
   // Nothing half-written is left beside them.
@@ -226,8 +220,7 @@ TEST(RenderProgram, HDRPictureBesideTheToneMappedOne) {
                            " --hdr " + Quoted(exr));
   ASSERT_EQ(run.code, 0) << run.output;
   const HDRPicture beside = ReadHDRPicture(exr.string());
-  ASSERT_EQ(beside.width, 40);
-  ASSERT_EQ(beside.height, 40);
+  ASSERT_EQ(std::tuple(beside.width, beside.height), std::tuple(40, 40));
   const std::vector<Imf::Rgba>& hdr = beside.pixels;
   Picture picture;
   ASSERT_TRUE(picture.Load(png));
@@ -244,8 +237,7 @@ TEST(RenderProgram, HDRPictureBesideTheToneMappedOne) {
       }
     }
   // The background keeps its alpha of 0, the lamp covers the middle.
-  EXPECT_EQ(float(hdr[0].a), 0.0f);
-  EXPECT_EQ(float(hdr[20 * 40 + 20].a), 1.0f);
+  EXPECT_EQ(std::tuple(float(hdr[0].a), float(hdr[20 * 40 + 20].a)), std::tuple(0.0f, 1.0f));
 
   // "-o" with ".exr" writes the HDR picture alone, opaque without --alpha;
   // the path tracer does not clamp: the lamp is brighter than white, which
