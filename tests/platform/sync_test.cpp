@@ -15,7 +15,7 @@ using platform::Semaphore;
 using platform::Thread;
 
 // The count before a release of `add`, or -1 when the release is refused.
-long Released(Semaphore& semaphore, long add) {
+static long Released(Semaphore& semaphore, long add) {
   long previous = -1;
   return semaphore.Release(add, &previous) ? previous : -1;
 }
