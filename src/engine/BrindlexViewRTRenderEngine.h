@@ -282,9 +282,6 @@ class RT_RENDER_ENGINE : public RT_RENDER_ENGINE_BASE, public RENDER_PROGRESS_IN
                                    double reliefDepth, uint32_t reliefTextureId, double u, double v,
                                    double dudx, double dvdx, double dudy, double dvdy,
                                    SCENE_VERTEX_XYZ_64& normal) const;
-  // One call of ShadePixel on a hit: its arguments, the surface and the
-  // per-ray values worked out on demand (src/shading/ShadingGroup.h).
-  struct ShadingGroup;
   // The path tracer's shader: follows the one ray of `sample`, which met
   // `result` when `hit`, choosing at random at each hit whether it passes
   // through, mirrors or is shaded with one diffuse bounce, and returns its
@@ -295,26 +292,6 @@ class RT_RENDER_ENGINE : public RT_RENDER_ENGINE_BASE, public RENDER_PROGRESS_IN
                               const SWRayIntersectionResult& result, const PixelRaySample& sample,
                               RT_RANDOM_NUMBER_GENERATOR& generator, float nearDistance, float farDistance,
                               uint32_t bounceCount, uint32_t depth, bool& abort);
-
- private:
-  friend class ShadingTestAccess;
-
-  // The local colour of a visible surface into every ray of the group, and
-  // the surface's alpha into `group.alpha`.
-  void ShadeSurface(ShadingGroup& group) const;
-  // Diffuse and specular light at the first ray's point, from the lights,
-  // the headlight, the default lights and the photon maps as the options say.
-  void GatherSurfaceLight(ShadingGroup& group, const SCENE_VERTEX_XYZ& diffuseColor,
-                          const SCENE_VERTEX_XYZ& specularColor, SCENE_VERTEX_XYZ& diffuseSum,
-                          SCENE_VERTEX_XYZ& specularSum) const;
-  // The surface's colour at the first ray, from the material's texture.
-  SCENE_VERTEX_XYZW SampleSurfaceTexture(ShadingGroup& group) const;
-  // Straight-on rays behind a see-through surface, blended by its alpha.
-  void TraceTransparency(ShadingGroup& group, bool& abort);
-  // Mirror rays, blended by the material's reflectivity.
-  void TraceReflections(ShadingGroup& group, bool& abort);
-  // Traces one continuation sample and shades it as a group of one.
-  void ShadeContinuation(ShadingGroup& group, PixelRaySample& next, uint32_t reflectionDepth, bool& abort);
 
  public:
   // Frame pipeline (src/pipeline)
@@ -349,6 +326,7 @@ class RT_RENDER_ENGINE : public RT_RENDER_ENGINE_BASE, public RENDER_PROGRESS_IN
  public:
  private:
   friend class EngineTestAccess;
+  friend class ShadingTestAccess;
   friend class TextureTestAccess;
   friend class PipelineTestAccess;
   friend class LightingTestAccess;
