@@ -207,11 +207,6 @@ class RT_RENDER_ENGINE : public RT_RENDER_ENGINE_BASE, public RENDER_PROGRESS_IN
                              const RTRendererLight* light, uint32_t level, uint32_t reserved) const;
 
  private:
-  // The work kinds of the maps: whether a tile has what it needs, a tile of
-  // rays, and a tile of the filter. An abort leaves the map's tile alone.
-  bool ShadowMapJobCanRun(const SWRT_RENDER_THREAD_DATA& data) const;
-  void RenderShadowMapTile(const SWRT_RENDER_THREAD_DATA& data, bool& abort) const;
-  void FilterShadowMapTile(const SWRT_RENDER_THREAD_DATA& data, bool& abort) const;
   // One light's map by its type: a camera at the light, the rotate-to-camera
   // geometry turned towards it, the tiles, the filter.
   void RenderSWPointShadowmap(int lightNumber, ENVIRONMENT_3D_VIEW* view, SCENE_GRAPH* sceneGraph,
@@ -333,11 +328,8 @@ class RT_RENDER_ENGINE : public RT_RENDER_ENGINE_BASE, public RENDER_PROGRESS_IN
 
   void StartWorkerThreads();
   void StopWorkerThreads();
-  void DestroySemaphores();
   void RunWorkItem(const WorkItem& item, bool& abort);
   void RunRenderJob(SWRT_RENDER_THREAD_DATA& data, bool& abort);
-  bool RenderJobCanRun(const SWRT_RENDER_THREAD_DATA& data) const;
-  void RaiseDoneSemaphoreForGood();
   // Traces every pixel of a block into `samples`, lending the processors of
   // idle workers to helper threads in the tail of a batch. False on abort.
   bool TraceBlockPixels(SWRT_RENDER_THREAD_DATA* data, SCENE_VERTEX_XYZW* samples, PixelTracer tracer);
