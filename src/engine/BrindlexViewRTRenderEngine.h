@@ -5,7 +5,6 @@
 #include <atomic>
 #include <cstdint>
 #include <deque>
-#include <initializer_list>
 #include <map>
 #include <memory>
 #include <set>
@@ -225,10 +224,6 @@ class RT_RENDER_ENGINE : public RT_RENDER_ENGINE_BASE, public RENDER_PROGRESS_IN
   void TraceShadowMapView(SCENE_GRAPH_NODE_INTERFACE* root, const SCENE_MATRIX_64& lightView,
                           const SCENE_MATRIX_64& lightProjection, int projectionType,
                           SWRT_RENDER_THREAD_DATA tile);
-  // Queues the tiles of a map of width x height, each with every kind of
-  // `kinds` in turn, and waits for them.
-  void RunShadowMapTiles(const SWRT_RENDER_THREAD_DATA& tile, int width, int height,
-                         std::initializer_list<uint16_t> kinds);
 
  public:
   // Render to file (src/pipeline)

@@ -5,10 +5,13 @@
 
 #include <atomic>
 #include <cstdint>
+#include <deque>
 #include <memory>
+#include <vector>
 
 #include "pipeline/RenderThreadData.h"
 #include "host/SceneRecords.h"
+#include "platform/CriticalSection.h"
 #include "platform/Thread.h"
 
 class RT_RENDER_ENGINE;
@@ -49,3 +52,8 @@ struct RaytraceBlockThreadData {
   std::atomic<bool>* abort = nullptr;
   PixelTracer tracer = nullptr;
 };
+
+// Copies each job onto `queue` under `lock`, in order. A job that can't be
+// allocated is left out: its pixels keep what they held.
+void QueueRenderJobs(const std::vector<SWRT_RENDER_THREAD_DATA>& jobs, std::deque<WorkItem>& queue,
+                     platform::CriticalSection& lock);

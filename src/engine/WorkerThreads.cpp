@@ -4,6 +4,8 @@
 // by exactly one post of `doneSemaphore` when the woken worker falls idle
 // again, whichever worker ran which entry: that is what lets a producer wait
 // for a batch by counting.
+#include <new>
+
 #include "host/BrindlexViewModel.h"
 #include "engine/BrindlexViewRTRenderEngine.h"
 #include "pipeline/DistributedJob.h"
@@ -186,6 +188,15 @@ void RT_RENDER_ENGINE::RunRenderJob(SWRT_RENDER_THREAD_DATA& data, bool& abort) 
     FilterShadowMapTile(data, sources, shouldAbort, abort);
   else
     RenderShadowMapTile(*this, data, sources, shouldAbort, abort);
+}
+
+void QueueRenderJobs(const std::vector<SWRT_RENDER_THREAD_DATA>& jobs, std::deque<WorkItem>& queue,
+                     platform::CriticalSection& lock) {
+  platform::CriticalSectionGuard guard(lock);
+  for (const SWRT_RENDER_THREAD_DATA& job : jobs) {
+    auto* data = new (std::nothrow) SWRT_RENDER_THREAD_DATA(job);
+    if (data) queue.push_back({RT_JOB_RENDER, data});
+  }
 }
 
 void RT_RENDER_ENGINE::WaitForCompletion() {
