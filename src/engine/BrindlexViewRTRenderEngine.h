@@ -325,9 +325,6 @@ class RT_RENDER_ENGINE : public RT_RENDER_ENGINE_BASE, public RENDER_PROGRESS_IN
   void StopWorkerThreads();
   void RunWorkItem(const WorkItem& item, bool& abort);
   void RunRenderJob(SWRT_RENDER_THREAD_DATA& data, bool& abort);
-  // Traces every pixel of a block into `samples`, lending the processors of
-  // idle workers to helper threads in the tail of a batch. False on abort.
-  bool TraceBlockPixels(SWRT_RENDER_THREAD_DATA* data, SCENE_VERTEX_XYZW* samples, PixelTracer tracer);
 
  protected:
   KDTree* kdTrees = nullptr;  // two: ordinary and rotate-to-camera geometry
