@@ -75,16 +75,3 @@ TEST(EngineLifecycle, AModelNotificationMakesTheNextUpdateRebuild) {
   scene.engine->ShutDownModel();
   EXPECT_EQ(scene.engine->QueryRenderer(6), 0);
 }
-
-TEST(EngineLifecycle, RenderToFileNamesUpToTheLongestPath) {
-  auto* engine = static_cast<RT_RENDER_ENGINE*>(CreateRenderEngine());
-  EngineTestAccess access(engine);
-  const std::string longest(259, 'a'), tooLong(260, 'a');
-  engine->SetRenderToFileName(longest.c_str());
-  EXPECT_EQ(std::string(access.RenderToFileName()), longest);
-  engine->SetRenderToFileName(nullptr);  // ignored
-  EXPECT_EQ(std::string(access.RenderToFileName()), longest);
-  engine->SetRenderToFileName(tooLong.c_str());  // refused, not cut
-  EXPECT_STREQ(access.RenderToFileName(), "");
-  engine->Release();
-}

@@ -4,9 +4,6 @@
 #include <cstdlib>
 #include <memory>
 #include <new>
-#include <random>
-#include <set>
-#include <thread>
 #include <vector>
 
 #include "engine/BrindlexViewRTRenderEngine.h"
@@ -98,10 +95,6 @@ bool CountRun(void* context) {
   return false;
 }
 
-WorkItem BlockJob() {
-  return WorkItem{RT_JOB_RENDER, new SWRT_RENDER_THREAD_DATA()};
-}
-
 }  // namespace
 
 TEST_F(EngineFixture, TenThousandJobsInBatchesRunExactlyOnce) {
@@ -126,47 +119,6 @@ TEST_F(EngineFixture, TenThousandJobsInBatchesRunExactlyOnce) {
   }
   for (size_t i = 0; i < total; ++i) ASSERT_EQ(ledger.runs[i].load(), 1) << "job " << i;
   EXPECT_EQ(access->CoreTokens(), long(workers));
-}
-
-namespace {
-struct AbortAfter {
-  std::atomic<int> polls{0};
-  int limit;
-};
-bool AbortAfterLimit(void* context) {
-  auto* abort = static_cast<AbortAfter*>(context);
-  return abort->polls.fetch_add(1) + 1 > abort->limit;
-}
-}  // namespace
-
-TEST_F(EngineFixture, AbortAtRandomMomentsEmptiesTheQueueAndKeepsTheTokens) {
-  std::mt19937 random(1234);
-  const int jobs = 400;
-  for (int round = 0; round < 30; ++round) {
-    AbortAfter abort;
-    abort.limit = std::uniform_int_distribution<int>(0, jobs)(random);
-    engine->SetShouldAbortRenderFunction(&AbortAfterLimit, &abort);
-    std::vector<WorkItem> items;
-    for (int i = 0; i < jobs; ++i) items.push_back(BlockJob());
-    access->Push(items);
-    access->WaitForCompletion();
-    // Every block either polled or was cleared; ASan sees any payload left.
-    EXPECT_EQ(access->QueueLength(), 0u);
-    EXPECT_LE(abort.polls.load(), jobs);
-    if (abort.limit < jobs) {
-      EXPECT_GT(abort.polls.load(), abort.limit);
-    }
-    EXPECT_EQ(access->CoreTokens(), long(workers));
-    engine->SetShouldAbortRenderFunction(nullptr, nullptr);
-  }
-}
-
-TEST_F(EngineFixture, UnknownJobClassIsIgnoredAndItsPayloadLeftAlone) {
-  int untouched = 42;
-  access->Push({WorkItem{7, &untouched}, WorkItem{RT_JOB_RENDER, nullptr}, BlockJob()});
-  access->WaitForCompletion();
-  EXPECT_EQ(untouched, 42);
-  EXPECT_EQ(access->QueueLength(), 0u);
 }
 
 namespace {

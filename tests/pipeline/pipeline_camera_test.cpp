@@ -165,19 +165,3 @@ TEST(PipelineBlocks, RingsRunClockwiseFromTheMiddleAndSkipTheOutside) {
     }
   }
 }
-
-TEST_F(CameraTest, BlocksAreCutAtTheTileAndPlacedInFrameAndView) {
-  SWRT_RENDER_THREAD_DATA frame = Camera({0, 0, 40, 8});
-  frame.passNumber = 3;
-  const std::vector<SWRT_RENDER_THREAD_DATA> blocks = FrameBlocks(frame, {5, 2, 38, 3}, 40, 8);
-  ASSERT_EQ(blocks.size(), 2u);
-  const uint32_t expected[2][6] = {{0, 0, 5, 2, 32, 1}, {32, 0, 37, 2, 1, 1}};  // frameX, frameY, x, y, w, h
-  for (int i = 0; i < 2; ++i) {
-    const SWRT_RENDER_THREAD_DATA& b = blocks[i];
-    const uint32_t actual[6] = {b.frameX, b.frameY, b.x, b.y, b.width, b.height};
-    for (int f = 0; f < 6; ++f) EXPECT_EQ(actual[f], expected[i][f]) << i << " field " << f;
-    EXPECT_EQ(uint64_t(b.passNumber), 3u);
-  }
-  EXPECT_EQ(FrameBlocks(frame, {0, 0, 40, 8}, 40, 8).size(), 2u);
-  EXPECT_TRUE(FrameBlocks(frame, {3, 3, 3, 8}, 40, 8).empty());
-}
