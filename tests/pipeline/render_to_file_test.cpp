@@ -257,31 +257,6 @@ TEST_F(RenderToFileTest, LargePictureMovesTileByTileThroughTheFrameBuffer) {
   EXPECT_EQ(misplaced, 0);
 }
 
-TEST_F(RenderToFileTest, CheckpointsEveryTwentyFivePassesBesideThePicture) {
-  Start(64, 64);
-  engine->SetRenderToFileSavePathTracingCheckpoints(true);
-  const std::string name = folder + "view.png";
-  int missing = 0;  // each pass must write the file anew: it is taken away before the next
-  passes.beforePass = [&](uint64_t pass) { missing += pass > 1 && !fs::remove(name); };
-  Render(8, 8, name, 60);
-  EXPECT_EQ(missing, 0);
-  EXPECT_TRUE(fs::exists(name));
-  EXPECT_EQ(passes.Passes().size(), 60u);
-  EXPECT_EQ(FilesIn(folder + "CheckPoint"), (std::set<std::string>{"view_25.png", "view_50.png"}));
-  EXPECT_TRUE(StartsWith(FileBytes(folder + "CheckPoint/view_50.png"), Png));
-  passes.beforePass = nullptr;
-
-  // A leaf without extension is saved as JPEG and checkpointed without one;
-  // a dot in the folder's name is no extension.
-  fs::create_directories(folder + "v1.2");
-  Render(8, 8, folder + "v1.2/shot", 25);
-  EXPECT_EQ(FilesIn(folder + "v1.2/CheckPoint"), std::set<std::string>{"shot_25"});
-  EXPECT_TRUE(StartsWith(FileBytes(folder + "v1.2/CheckPoint/shot_25"), Jpeg));
-
-  EXPECT_EQ(Status(), 0);
-  EXPECT_TRUE(Complete());
-}
-
 TEST_F(RenderToFileTest, ExtensionChoosesTheEncoderAndBackgroundAlphaReachesThePicture) {
   Start(64, 64);
   const std::pair<std::string, std::string> encoders[] = {
