@@ -17,6 +17,7 @@
 #include "engine/BrindlexViewRTRenderEngine.h"
 #include "EngineTestAccess.h"
 #include "LogCapture.h"
+#include "TestDoubles.h"
 #include "PipelineTestAccess.h"
 #include "pipeline/PixelRayGroups.h"
 #include "platform/Window.h"
@@ -289,6 +290,77 @@ TEST_F(FrameTest, LentProcessorsFinishALoneBlockAndEachPixelIsTracedOnce) {
     }
     EXPECT_EQ(EngineTestAccess(engine).CoreTokens(), long(workers));
   }
+}
+
+namespace {
+// Deals out the 32 x 32 tiles of a 70 x 40 view, and one that lies outside.
+class TileServer : public ThreadCountServer {
+ public:
+  TileServer() : ThreadCountServer(2) {
+    for (unsigned y = 0; y < 40; y += 32)
+      for (unsigned x = 0; x < 70; x += 32) tiles.push_back({x, y});
+    tiles.push_back({70 + 32, 0});
+  }
+  void BeginDistributedFrame(unsigned int threads, uint64_t pass) override {
+    frames.push_back({threads, pass});
+  }
+  void BeginDistributedJob() override { ++jobs; }
+  bool GetNextDistributedTile(unsigned int* x, unsigned int* y, unsigned short* size, unsigned short* pass,
+                              unsigned short* passCount) override {
+    std::lock_guard<std::mutex> lock(mutex);
+    if (next == tiles.size()) return false;
+    std::tie(*x, *y) = tiles[next++];
+    *size = 32;
+    *pass = *passCount = 1;
+    return true;
+  }
+  // Every sample must be the background, 0x00336699 (red in the low
+  // byte), with no alpha; the buffer starts zeroed.
+  void SubmitDistributedTile(SCENE_VERTEX_XYZW* samples, unsigned int x, unsigned int y, unsigned short size,
+                             unsigned short, unsigned short, unsigned int width,
+                             unsigned int height) override {
+    bool allWritten = size == 32;
+    for (unsigned i = 0; i < width * height; ++i) {
+      const SCENE_VERTEX_XYZW s = samples[i];
+      allWritten &= s.x == float(0x99 / 255.0) && s.y == float(0x66 / 255.0) && s.z == float(0x33 / 255.0) &&
+                    s.w == 0.0f;
+    }
+    std::lock_guard<std::mutex> lock(mutex);
+    submitted.insert({x, y, width, height, allWritten});
+  }
+  void SetDistributedTileTracing(bool tracing) override { ++(tracing ? tracingOn : tracingOff); }
+
+  std::mutex mutex;
+  std::vector<std::pair<unsigned, unsigned>> tiles;
+  size_t next = 0;
+  std::vector<std::pair<unsigned, uint64_t>> frames;
+  std::atomic<int> jobs{0}, tracingOn{0}, tracingOff{0};
+  std::multiset<std::tuple<unsigned, unsigned, unsigned, unsigned, bool>> submitted;
+};
+}  // namespace
+
+TEST_F(FrameTest, DistributedFrameSubmitsEveryDealtTileOnce) {
+  TileServer server;
+  engine = static_cast<RT_RENDER_ENGINE*>(CreateRenderEngine());
+  engine->Initialize(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
+  engine->SetRenderDistributedServerInterface(&server);
+  window = std::make_unique<platform::RecordingWindow>(70, 40);
+  engine->InitializeRendererWindow(window.get(), nullptr);  // no frame buffer of its own
+  view.GetViewFileState()->SetCameraInfo({{0, 10, 0}, {0, 0, 0}, 60.0f, 10.0f, 0.0f});
+  options.SetBackgroundColor(0x00336699);
+  rect = {0, 0, 70, 40};
+  AbortPlan plan;
+  Render(plan);
+  const unsigned shares = engine->GetProcessorCount();
+  EXPECT_EQ(server.frames, (std::vector<std::pair<unsigned, uint64_t>>{{shares, 1}}));
+  EXPECT_EQ(server.jobs.load(), int(shares));
+  EXPECT_EQ(server.tracingOn.load(), 6);  // not the tile outside the view
+  EXPECT_EQ(server.tracingOff.load(), 6);
+  const std::multiset<std::tuple<unsigned, unsigned, unsigned, unsigned, bool>> expected = {
+      {0, 0, 32, 32, true}, {32, 0, 32, 32, true}, {64, 0, 6, 32, true},
+      {0, 32, 32, 8, true}, {32, 32, 32, 8, true}, {64, 32, 6, 8, true}};
+  EXPECT_EQ(server.submitted, expected);
+  engine->SetRenderDistributedServerInterface(nullptr);
 }
 
 TEST(PixelRayGrouping, RaysOnOneTriangleShareOneShadingCall) {
