@@ -72,7 +72,11 @@ TEST_F(CameraTest, PrimaryRaysLeaveTheEyeThroughTheirPixels) {
   ExpectPoint(Meet(Rays(frame, 0, 0).rays[0], 0), -third, 0, third);
   ExpectPoint(Meet(Rays(frame, 2, 1).rays[0], 0), third, 0, 0);
   ExpectPoint(Meet(Rays(frame, 2, 2).rays[0], -10), 0, -10, 0);  // every ray comes from the eye
-  // Antialiased, each of the 16 rays passes inside its own pixel.
+  // Four rays at the offsets of their table from the pixel's centre.
+  const double four[4][2] = {{-0.1, -0.4}, {0.4, -0.1}, {-0.4, 0.1}, {0.1, 0.4}};
+  const PixelRaySet rays = Rays(frame, 1, 1, 4);
+  for (int i = 0; i < 4; ++i) ExpectPoint(Meet(rays.rays[i], 0), four[i][0] * third, 0, -four[i][1] * third);
+  // Sixteen rays, each inside the pixel and no two alike.
   const PixelRaySet sixteen = Rays(frame, 2, 2, 16);
   ASSERT_EQ(uint32_t(sixteen.count), 16u);
   std::set<std::pair<double, double>> spots;
