@@ -57,6 +57,9 @@ class PathTraceTest : public ::testing::Test {
       scene.Quad("Pane", {-10, -10, z}, {10, -10, z}, {10, 10, z}, {-10, 10, z});
     }
     scene.Options().SetBackgroundColor(0);
+    // Custom lighting without lights: what a path shows is glow alone, and
+    // no update draws the default lights' shadow map.
+    scene.Options().SetCustomLighting(true);
     scene.Update();
   }
   void Restyle(const Style& surface) {
