@@ -72,23 +72,6 @@ void DeepenBox(RenderScene& scene, const char* material) {
 
 }  // namespace
 
-TEST(ShadedPicture, EmissiveAndAmbientOnlySurfaces) {
-  RenderScene scene(32, 32);
-  MATERIAL_3D_NODE* material = scene.Material("Quad", [](TEXTURE_LINK& l) { Glowing(l, 0x003264C8); });
-  scene.Quad("Quad", {-20, -20, 0}, {20, -20, 0}, {20, 20, 0}, {-20, 20, 0});
-  DeepenBox(scene, "Quad");
-  scene.Render();
-  ExpectPicture(scene, 200 / 255.0f, 100 / 255.0f, 50 / 255.0f, 1);
-
-  // White, ambient only: the default lighting's ambient light is 0.3.
-  RenderScene::Restyle(material, [](TEXTURE_LINK& l) {
-    l.SetDiffuseLevel(0);
-    l.SetSpecularLevel(0);
-  });
-  scene.Render();
-  ExpectPicture(scene, 0.3f, 0.3f, 0.3f, 1);
-}
-
 TEST(ShadedPicture, HalfTransparentPaneOverTheBackground) {
   RenderScene scene(16, 16);
   scene.Material("Pane", [](TEXTURE_LINK& l) {
@@ -100,23 +83,6 @@ TEST(ShadedPicture, HalfTransparentPaneOverTheBackground) {
   scene.Options().SetBackgroundColor(0x00FF0000);  // blue
   scene.Render();
   ExpectPicture(scene, 0, 0.5f, 0.5f, 0.5f);
-}
-
-TEST(ShadedPicture, MirrorShowsTheWallAboveTheCamera) {
-  RenderScene scene(16, 16);
-  scene.Material("Mirror", [](TEXTURE_LINK& l) {
-    Glowing(l, 0x00FFFFFF);
-    l.SetReflecting(true);
-    l.SetReflectivityLevel(100);
-  });
-  scene.Material("Wall", [](TEXTURE_LINK& l) { Glowing(l, 0x00FF8000); });
-  scene.Quad("Mirror", {-20, -20, 0}, {20, -20, 0}, {20, 20, 0}, {-20, 20, 0});
-  scene.Quad("Wall", {-80, -80, 20}, {-80, 80, 20}, {80, 80, 20}, {80, -80, 20});
-  // Custom lighting with no lights: under the wall the default lights
-  // would shoot photons, which this picture does not need.
-  scene.Options().SetCustomLighting(true);
-  scene.Render();
-  ExpectPicture(scene, 0, 128 / 255.0f, 1, 1);
 }
 
 TEST(ShadedPicture, FogGrowsWithDistanceAndMissesAreWhite) {

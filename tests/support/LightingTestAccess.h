@@ -16,8 +16,6 @@ class LightingTestAccess {
  public:
   explicit LightingTestAccess(RT_RENDER_ENGINE* engine) : engine(engine) {}
 
-  RTRendererLight& DefaultLight(int i) { return engine->defaultLights[i]; }
-  RTRendererLight& Headlight() { return *engine->headlight; }
   uint32_t MaximumRayDepth() const { return engine->maximumRayDepth; }
 
  private:

@@ -1,5 +1,5 @@
-// Reaches the frame pipeline's internals for its tests: the frame buffer,
-// the camera of a frame, the queue of blocks and a block's finish step.
+// Reaches the frame pipeline's internals for its tests: the frame buffer
+// and a block's finish step.
 #pragma once
 
 #include <vector>
@@ -13,7 +13,6 @@ class PipelineTestAccess {
  public:
   explicit PipelineTestAccess(RT_RENDER_ENGINE* engine) : engine(engine) {}
 
-  EngineFlags& Flags() { return engine->engineFlags; }
   uint32_t FrameWidth() const { return engine->frameWidth; }
   uint32_t FrameHeight() const { return engine->frameHeight; }
   Gdiplus::Bitmap* FrameBitmap() const { return engine->frameBitmap; }
@@ -46,7 +45,6 @@ class PipelineTestAccess {
         engine->engineFlags.IsSet(RenderToFile) && engine->engineFlags.IsSet(BackgroundAlpha),
         engine->renderProgress, engine->cubeMapProgressBar);
   }
-  long CoreTokens() const { return engine->coreTokenSemaphore->Count(); }
 
  private:
   RT_RENDER_ENGINE* engine;

@@ -17,6 +17,7 @@
 #include "engine/BrindlexViewRTRenderEngine.h"
 #include "PipelineTestAccess.h"
 #include "SceneTestAccess.h"
+#include "ShadingTestAccess.h"
 #include "platform/Window.h"
 
 class RenderScene {
@@ -133,4 +134,27 @@ class RenderScene {
   MATERIAL_3D_NODE* materials = nullptr;
   int meshes = 0;
   int64_t frameTag = 0;
+};
+
+// A white 40 x 40 quad "Surface" at z = 0 over a wall "Wall" at z = -2
+// (red 128, the background black), shaded by rays straight down from
+// z = 5 through ShadePixel.
+class SurfaceScene : public RenderScene {
+ public:
+  explicit SurfaceScene(const std::function<void(TEXTURE_LINK&)>& style) : RenderScene(8, 8) {
+    surface = Material("Surface", style);
+    Material("Wall", [](TEXTURE_LINK& l) { l.SetColor(0x00000080); });
+    Quad("Surface", {-20, -20, 0}, {20, -20, 0}, {20, 20, 0}, {-20, 20, 0});
+    Quad("Wall", {-20, -20, -2}, {20, -20, -2}, {20, 20, -2}, {-20, 20, -2});
+    Options().SetBackgroundColor(0);
+  }
+  // The colour of the ray down from (x, y, 5), shaded at `depth` in a
+  // frame whose fog runs from 1 to `farDistance`.
+  SCENE_VERTEX_XYZW Shade(double x = 0, double y = 0, uint32_t depth = 0, float farDistance = 100.0f) {
+    PixelRaySample sample = CameraRay({x, y, 5}, {0, 0, -1});
+    ShadingTestAccess(engine).ShadeGroup(View(), Options(), &sample, 1, 1.0f, farDistance, depth);
+    return sample.color;
+  }
+
+  MATERIAL_3D_NODE* surface = nullptr;
 };

@@ -16,7 +16,6 @@ class ShadingTestAccess {
  public:
   explicit ShadingTestAccess(RT_RENDER_ENGINE* engine) : engine(engine) {}
 
-  std::vector<SWTexture*>& Textures() { return engine->textures; }
   uint32_t& BackgroundTexture() { return engine->backgroundTexture; }
 
   // The engine's row of the material whose node id is `id`, or null.
