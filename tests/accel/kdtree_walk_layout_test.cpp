@@ -34,23 +34,18 @@ TEST(KDWalkLayout, DepthFirstLowerChildNextAndLeafRunsInWalkOrder) {
   layout.Make(tree);
   ASSERT_EQ(layout.nodes.size(), 5u);
   EXPECT_TRUE(layout.Matches(tree));
-  // Walk order: root, node 1, leaf 3, leaf 4, leaf 2.
-  const LaidNode root = At(layout, 0), inner = At(layout, 1);
-  EXPECT_EQ(root.index, 4u);
-  EXPECT_EQ(root.axisOrTag, 0u);
-  EXPECT_EQ(root.count, std::bit_cast<uint32_t>(0.5f));
-  EXPECT_EQ(inner.index, 3u);
-  EXPECT_EQ(inner.axisOrTag, 1u);
-  // Leaf runs in walk order, without the degenerate triangle 1; triangle 0
+  // Walk order: root, node 1, leaf 3, leaf 4, leaf 2, as {index, axis or 3,
+  // split or count}. Leaf runs without the degenerate triangle 1; triangle 0
   // stands in two leaves and is named in both.
-  EXPECT_EQ(layout.leafEntries, (std::vector<uint32_t>{2, 3, 0, 0}));
-  const uint32_t leafRows[3][3] = {{2, 0, 1}, {3, 1, 2}, {4, 3, 1}};  // row, first, count
-  for (const auto& row : leafRows) {
-    const LaidNode leaf = At(layout, row[0]);
-    EXPECT_EQ(leaf.axisOrTag, 3u);
-    EXPECT_EQ(leaf.index, row[1]);
-    EXPECT_EQ(leaf.count, row[2]);
+  const uint32_t expected[5][3] = {
+      {4, 0, std::bit_cast<uint32_t>(0.5f)}, {3, 1, std::bit_cast<uint32_t>(0.25f)}, {0, 3, 1}, {1, 3, 2}, {3, 3, 1}};
+  for (size_t row = 0; row < 5; ++row) {
+    const LaidNode n = At(layout, row);
+    EXPECT_EQ((std::vector<uint32_t>{n.index, n.axisOrTag, n.count}),
+              (std::vector<uint32_t>(expected[row], expected[row] + 3)))
+        << row;
   }
+  EXPECT_EQ(layout.leafEntries, (std::vector<uint32_t>{2, 3, 0, 0}));
   tree.nodes.push_back(Leaf(0, 0));
   EXPECT_FALSE(layout.Matches(tree));
 
@@ -72,7 +67,6 @@ TEST(KDWalkLayout, DepthFirstLowerChildNextAndLeafRunsInWalkOrder) {
 TEST(KDWalkLayout, BuiltTreesAnswerExactlyAsTheirOwnFields) {
   AccelTestEngine* engine = new AccelTestEngine();
   engine->Initialize(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
-  AccelTestEngine& access = *engine;
   // Triangles on a grid of 0.5, so that many share coordinates with each
   // other and with split planes, and rays start on those planes too.
   std::mt19937 random(7);
@@ -92,7 +86,7 @@ TEST(KDWalkLayout, BuiltTreesAnswerExactlyAsTheirOwnFields) {
   }
   table.instances.push_back({0, 0, 0});
   KDTree tree;
-  access.Build(tree, table);
+  engine->Build(tree, table);
   ASSERT_TRUE(tree.WalkLayout().Matches(tree));
   const KDTree fields = tree;  // a copy holds other vectors: it walks its own fields
   ASSERT_FALSE(fields.WalkLayout().Matches(fields));
