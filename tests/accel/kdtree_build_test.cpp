@@ -43,8 +43,18 @@ uint32_t AddTranslation(SWMeshTable& table, float x, float y, float z) {
 std::array<double, 12> Computed(SCENE_VERTEX_XYZ_64 a, SCENE_VERTEX_XYZ_64 b, SCENE_VERTEX_XYZ_64 c) {
   SWTriangle t{};
   ComputeSWTriangle(a, b, c, t);
-  return {double(t.degenerate), double(t.dominantAxis), t.normalU, t.normalV, t.planeD, t.vertexU,
-          t.vertexV, t.edge1U, t.edge1NegV, t.edge2V, t.edge2NegU, t.instanceIndex * 1000.0 + t.triangleIndex};
+  return {double(t.degenerate),
+          double(t.dominantAxis),
+          t.normalU,
+          t.normalV,
+          t.planeD,
+          t.vertexU,
+          t.vertexV,
+          t.edge1U,
+          t.edge1NegV,
+          t.edge2V,
+          t.edge2NegU,
+          t.instanceIndex * 1000.0 + t.triangleIndex};
 }
 
 struct Leaf {
@@ -68,7 +78,8 @@ std::vector<Leaf> Leaves(const KDTree& tree) {
     const uint32_t axis = word & 3, index = word >> 2;
     if (axis == 3) {
       if (uint64_t(index) + second > tree.leafTriangles.size()) return {};
-      leaves.push_back({box, {tree.leafTriangles.begin() + index, tree.leafTriangles.begin() + index + second}});
+      leaves.push_back(
+          {box, {tree.leafTriangles.begin() + index, tree.leafTriangles.begin() + index + second}});
       continue;
     }
     if (index <= n || index + 1 >= tree.nodes.size()) return {};
@@ -186,7 +197,8 @@ TEST_F(KDBuildFixture, HandWorkedTrees) {
     KDTree tree;
     engine->Build(tree, cases[i].table);
     ASSERT_FALSE(tree.nodes.empty());
-    EXPECT_EQ((std::array<uint32_t, 2>{tree.nodes[0].childAndAxis, tree.nodes[0].splitOrCount}), cases[i].root)
+    EXPECT_EQ((std::array<uint32_t, 2>{tree.nodes[0].childAndAxis, tree.nodes[0].splitOrCount}),
+              cases[i].root)
         << "case " << i;
     EXPECT_EQ(Leaves(tree), cases[i].leaves) << "case " << i;
   }
@@ -248,7 +260,8 @@ TEST(KDEventLists, SortIsTheStableListOrderAtEverySizeAndMergeKeepsOlderEventsFi
   // and -0 meets +0 as an equal.
   KDEventList into = {
       {KD_EVENT_END, -0.0f, 0, 0}, {KD_EVENT_START, 1.0f, 1, 0}, {KD_EVENT_START, 2.0f, 2, 1}};
-  MergeEvents(into, {{KD_EVENT_END, 0.0f, 10, 0}, {KD_EVENT_START, 1.0f, 11, 0}, {KD_EVENT_END, 2.0f, 12, 1}});
+  MergeEvents(into,
+              {{KD_EVENT_END, 0.0f, 10, 0}, {KD_EVENT_START, 1.0f, 11, 0}, {KD_EVENT_END, 2.0f, 12, 1}});
   std::vector<uint32_t> order;
   for (const KDEvent& e : into) order.push_back(e.triangle);
   EXPECT_EQ(order, std::vector<uint32_t>({0, 10, 1, 11, 12, 2}));

@@ -41,8 +41,8 @@ TEST(KDTreeBounds, SlabsSkipParallelAxesAndNullDirectionsMiss) {
     bool start, hit;
     double tNear, tFar;
   } cases[] = {
-      {Ray({0.5, 0.5, 0.5}, {1, 0, 0}), false, true, 0.0, 0.5},  // starts inside
-      {Ray({0.5, 0.5, 0.5}, {1, 0, 0}), true, true, 0.25, 0.3},  // a narrower interval given
+      {Ray({0.5, 0.5, 0.5}, {1, 0, 0}), false, true, 0.0, 0.5},   // starts inside
+      {Ray({0.5, 0.5, 0.5}, {1, 0, 0}), true, true, 0.25, 0.3},   // a narrower interval given
       {Ray({0.5, 2.0, -1.0}, {0, 0, 1}), false, true, 1.0, 2.0},  // outside in y, parallel to it
       {Ray({2.0, 0.5, 0.5}, {1, 0, 0}), false, false, 0, 0},
       {Ray({0.5, 0.5, 0.5}, {1e-8, -1e-7, 0}), false, false, 0, 0},
@@ -50,8 +50,8 @@ TEST(KDTreeBounds, SlabsSkipParallelAxesAndNullDirectionsMiss) {
   for (const auto& c : cases) {
     double tNear = -1, tFar = -1;
     const TestRay& r = c.ray;
-    ASSERT_EQ(tree.IntersectBounds(r.origin, r.direction, r.inverse, tNear, tFar, c.start ? &startNear : nullptr,
-                                   c.start ? &startFar : nullptr),
+    ASSERT_EQ(tree.IntersectBounds(r.origin, r.direction, r.inverse, tNear, tFar,
+                                   c.start ? &startNear : nullptr, c.start ? &startFar : nullptr),
               c.hit);
     if (!c.hit) continue;
     EXPECT_EQ(tNear, c.tNear);
@@ -62,7 +62,8 @@ TEST(KDTreeBounds, SlabsSkipParallelAxesAndNullDirectionsMiss) {
 TEST(KDTreeWalk, RaysAgainstHandMadeTrees) {
   const KDTree unit = OneLeaf({UnitTriangle(5)}), empty;
   const KDTree degenerate = OneLeaf({Triangle({0, 0, 0}, {1, 1, 0}, {2, 2, 0}, 0)});
-  const KDTree twins = OneLeaf({UnitTriangle(1), UnitTriangle(2), Triangle({0, 0, 2}, {1, 0, 2}, {0, 1, 2}, 3)});
+  const KDTree twins =
+      OneLeaf({UnitTriangle(1), UnitTriangle(2), Triangle({0, 0, 2}, {1, 0, 2}, {0, 1, 2}, 3)});
   // Split at x = 0. Lower leaf: L in y = 1. Upper leaf: R in y = 2, X in x = 1.
   const std::vector<SWTriangle> lrx = {Triangle({-1, 1, -1}, {1, 1, -1}, {0, 1, 3}, 0),
                                        Triangle({-1, 2, -1}, {1, 2, -1}, {0, 2, 3}, 1),

@@ -10,51 +10,15 @@
 #include "accel/KDWalkLayout.h"
 #include "TraversalTestHelpers.h"
 
-namespace {
-
-struct LaidNode {
-  uint32_t index, axisOrTag, count;
-};
-LaidNode At(const KDWalkLayout& layout, size_t row) {
-  const KDWalkNode node = layout.nodes[row];
-  return {node.childAndAxis >> 2, node.childAndAxis & 3, node.splitOrCount};
-}
-
-}  // namespace
-
-TEST(KDWalkLayout, DepthFirstLowerChildNextAndLeafRunsInWalkOrder) {
-  // Root (x) -> lower: node 1 (y) -> leaves 3, 4; upper: leaf 2.
-  KDTree tree;
-  tree.triangles = {
-      Triangle({0, 0, 0}, {1, 0, 0}, {0, 1, 0}, 0), Triangle({0, 0, 0}, {1, 1, 1}, {2, 2, 2}, 1),
-      Triangle({0, 0, 1}, {0, 1, 1}, {0, 0, 2}, 2, 5), Triangle({0, 0, 0}, {1, 0, 0}, {0, 0, 1}, 3)};
-  tree.leafTriangles = {0, 1, 2, 3, 0};
-  tree.nodes = {Inner(0, 1, 0.5f), Inner(1, 3, 0.25f), Leaf(0, 2), Leaf(2, 1), Leaf(3, 2)};
+TEST(KDWalkLayout, TreesThatAreNotSoundGetNoLayout) {
+  // A run past leafTriangles holds nothing; a child at or before its
+  // parent, or past the end, leaves no layout at all.
+  KDTree tree = OneLeaf({Triangle({0, 0, 0}, {1, 0, 0}, {0, 1, 0}, 0)});
+  tree.nodes = {Leaf(4, 2)};
   KDWalkLayout layout;
   layout.Make(tree);
-  ASSERT_EQ(layout.nodes.size(), 5u);
-  EXPECT_TRUE(layout.Matches(tree));
-  // Walk order: root, node 1, leaf 3, leaf 4, leaf 2, as {index, axis or 3,
-  // split or count}. Leaf runs without the degenerate triangle 1; triangle 0
-  // stands in two leaves and is named in both.
-  const uint32_t expected[5][3] = {
-      {4, 0, std::bit_cast<uint32_t>(0.5f)}, {3, 1, std::bit_cast<uint32_t>(0.25f)}, {0, 3, 1}, {1, 3, 2}, {3, 3, 1}};
-  for (size_t row = 0; row < 5; ++row) {
-    const LaidNode n = At(layout, row);
-    EXPECT_EQ((std::vector<uint32_t>{n.index, n.axisOrTag, n.count}),
-              (std::vector<uint32_t>(expected[row], expected[row] + 3)))
-        << row;
-  }
-  EXPECT_EQ(layout.leafEntries, (std::vector<uint32_t>{2, 3, 0, 0}));
-  tree.nodes.push_back(Leaf(0, 0));
-  EXPECT_FALSE(layout.Matches(tree));
-
-  // A run past leafTriangles holds nothing; trees that are not sound get no
-  // layout: a child at or before its parent, or past the end.
-  tree.nodes = {Leaf(4, 2)};
-  layout.Make(tree);
   ASSERT_EQ(layout.nodes.size(), 1u);
-  EXPECT_EQ(At(layout, 0).count, 0u);
+  EXPECT_EQ(layout.nodes[0].splitOrCount, 0u);
   for (const std::vector<KDNode>& unsound :
        {std::vector<KDNode>{Inner(0, 0, 0), Leaf(0, 1)}, std::vector<KDNode>{Inner(0, 1, 0), Leaf(0, 1)}}) {
     tree.nodes = unsound;

@@ -198,41 +198,24 @@ TEST_F(UpdateFrameTest, TexturesAreSharedKeptApartByTransparencyAndRowsReused) {
   EXPECT_EQ(access.Textures()[sky], nullptr);
   EXPECT_EQ(access.Textures()[paneRow], nullptr);
   EXPECT_NE(access.Textures()[TextureRowOf(0)], nullptr);
-}
 
-TEST_F(UpdateFrameTest, ABackgroundThatCannotBeLoadedLeavesNoRowBehind) {
-  // A name with no file, and a file that is no picture.
+  // A background named with no file, or a file that is no picture, leaves
+  // the plain colour, never a row that another texture takes over next.
   std::FILE* broken = std::fopen((folder + "broken.png").c_str(), "wb");
   ASSERT_NE(broken, nullptr);
   std::fputs("not a picture", broken);
   std::fclose(broken);
-  WritePicture(folder + "sky.png", 50);
-  WritePicture(folder + "wood.png", 100);
-  const std::string backgrounds[] = {"missing.png", "broken.png"};
-  for (int i = 0; i < 2; ++i) {
-    const std::string id = "Wall" + std::to_string(i), stone = "stone" + std::to_string(i) + ".png";
-    WritePicture(folder + stone, 150);
-    MATERIAL_3D_NODE* wall = TexturedMaterial(id.c_str(), "wood.png", false);
-    AddMesh(id.c_str());
+  for (const char* background : {"missing.png", "broken.png"}) {
     Options().SetUseBackgroundTexture(true);
-    Options().SetBackgroundTextureName("sky.png");
-    engine->ShutDownModel();
-    Update(1);
-    ASSERT_LT(access.BackgroundTexture(), access.Textures().size());
-
-    // The sky gives way to a picture that cannot be had, and the wall's
-    // wood to a new file, which takes the first free row.
-    Options().SetBackgroundTextureName(backgrounds[i].c_str());
-    TEXTURE_LINK link = *wall->GetTextureLink();
-    link.SetTextureLinkFullFileName(stone.c_str());
-    wall->SetTextureLink(&link);
+    Options().SetBackgroundTextureName(background);
+    TEXTURE_LINK link;
+    link.SetTextureLinkFullFileName(background[0] == 'm' ? "glass.png" : "wood.png");
+    pane->SetTextureLink(&link);
     engine->ModifyAllMaterialTypes();
     Update(1);
-    const uint32_t wallRow = TextureRowOf(access.SWMaterials().size() - 1);
-    ASSERT_LT(wallRow, access.Textures().size());
-    EXPECT_EQ(access.Textures()[wallRow]->name, folder + stone);
-    // No background picture: the plain colour shows, never the wall.
-    EXPECT_EQ(access.BackgroundTexture(), 0xFFFFFFFFu) << backgrounds[i];
+    EXPECT_EQ(access.BackgroundTexture(), 0xFFFFFFFFu) << background;
+    ASSERT_LT(TextureRowOf(2), access.Textures().size());
+    EXPECT_NE(access.Textures()[TextureRowOf(2)], nullptr);
   }
 }
 
@@ -256,19 +239,6 @@ TEST_F(UpdateFrameTest, SwitchingToDefaultLightingWithoutAModelChangeLightsTheSc
   EXPECT_EQ(intensity, 20);
 }
 
-namespace {
-// Nine lights that cast shadows, at the given positions, numbered 0 to 8.
-void AddShadowLights(SCENE_LIGHTS* lights, const std::vector<SCENE_VERTEX_XYZ>& positions) {
-  for (const SCENE_VERTEX_XYZ& position : positions) {
-    SCENE_LIGHT_DEFINITION light{};
-    light.type = 1;
-    light.flags = LightEnabled | LightCastsShadows;
-    light.position = position;
-    lights->AddLightInstance(lights->AddLightDefinition(light), nullptr);
-  }
-}
-}  // namespace
-
 class ShadowChoiceTest : public UpdateFrameTest {
  protected:
   void SetUp() override {
@@ -279,8 +249,18 @@ class ShadowChoiceTest : public UpdateFrameTest {
     Options().SetRayTracedSoftShadows(true);
     Options().SetCalculateAllShadows(false);
   }
-  // Gives every light a map, as if all had been drawn, and runs an update.
-  std::set<int32_t> MapsKeptAfterUpdate() {
+  // Nine lights that cast shadows, numbered 0 to 8. With a map each, as if
+  // all had been drawn, an update keeps the nearest eight.
+  void ExpectTheLastLosesItsMap(const std::vector<SCENE_VERTEX_XYZ>& positions) {
+    for (const SCENE_VERTEX_XYZ& position : positions) {
+      SCENE_LIGHT_DEFINITION light{};
+      light.type = 1;
+      light.flags = LightEnabled | LightCastsShadows;
+      light.position = position;
+      project.GetSceneLights()->AddLightInstance(project.GetSceneLights()->AddLightDefinition(light),
+                                                 nullptr);
+    }
+    Update(1);
     access.DirtyShadowLights().clear();
     for (int32_t number = 0; number < 9; ++number) {
       access.ShadowMapIndexSingle()[number] = number;
@@ -289,34 +269,35 @@ class ShadowChoiceTest : public UpdateFrameTest {
     Update(1);
     std::set<int32_t> kept;
     for (const auto& entry : access.ShadowMapIndexSingle()) kept.insert(entry.first);
-    return kept;
+    EXPECT_EQ(kept, (std::set<int32_t>{0, 1, 2, 3, 4, 5, 6, 7}));
+    EXPECT_EQ(access.ShadowMapsSingle()[8], nullptr);
+    EXPECT_EQ(access.DirtyShadowLights(), std::set<int32_t>{8});
   }
 };
 
+// Nine lights at heights 10 to 18 over the camera: the farthest, 8, loses
+// its map. Nine exactly 10 away: a tie never displaces a chosen light.
 TEST_F(ShadowChoiceTest, TheFarthestOfNineLightsLosesItsMap) {
-  std::vector<SCENE_VERTEX_XYZ> positions;
-  for (int i = 0; i < 9; ++i) positions.push_back({0, 0, 10.0f + i});  // light 8 is farthest
-  AddShadowLights(project.GetSceneLights(), positions);
-  Update(1);
-  const std::set<int32_t> kept = MapsKeptAfterUpdate();
-  EXPECT_EQ(kept, (std::set<int32_t>{0, 1, 2, 3, 4, 5, 6, 7}));
-  EXPECT_EQ(access.ShadowMapsSingle()[8], nullptr);
-  EXPECT_EQ(access.DirtyShadowLights(), std::set<int32_t>{8});
+  ExpectTheLastLosesItsMap({{0, 0, 10},
+                            {0, 0, 11},
+                            {0, 0, 12},
+                            {0, 0, 13},
+                            {0, 0, 14},
+                            {0, 0, 15},
+                            {0, 0, 16},
+                            {0, 0, 17},
+                            {0, 0, 18}});
 }
-
 TEST_F(ShadowChoiceTest, ATieNeverDisplacesAChosenLight) {
-  // All nine exactly 10 away: the first eight rows keep their maps.
-  AddShadowLights(project.GetSceneLights(), {{10, 0, 0},
-                                             {-10, 0, 0},
-                                             {0, 10, 0},
-                                             {0, -10, 0},
-                                             {0, 0, 10},
-                                             {0, 0, -10},
-                                             {6, 8, 0},
-                                             {8, 6, 0},
-                                             {0, 6, 8}});
-  Update(1);
-  EXPECT_EQ(MapsKeptAfterUpdate(), (std::set<int32_t>{0, 1, 2, 3, 4, 5, 6, 7}));
+  ExpectTheLastLosesItsMap({{10, 0, 0},
+                            {-10, 0, 0},
+                            {0, 10, 0},
+                            {0, -10, 0},
+                            {0, 0, 10},
+                            {0, 0, -10},
+                            {6, 8, 0},
+                            {8, 6, 0},
+                            {0, 6, 8}});
 }
 
 namespace {

@@ -129,29 +129,28 @@ class ShadowMapRenderTest : public ::testing::Test {
 
 }  // namespace
 
-TEST_F(ShadowMapRenderTest, SpotLightGivesAPenumbra) {
-  // The shadow reaches from the box to x = -2.25.
-  Box(-1, -1, 1, 1, 2);
-  Light(1, {4, 0, 10}, {0, 0, 0});
-  LookAt(-1.5f, 0);
-  ExpectPenumbraOnlyWhenSoft();
-}
-
-TEST_F(ShadowMapRenderTest, DirectLightGivesAPenumbra) {
-  // The shadow lies 1 and 2/3 beyond the box in x and y.
-  Box(-1, -1, 1, 1, 2);
-  Light(2, {-30, -20, 60}, {0, 0, 0});
-  LookAt(1, 0.5f);
-  ExpectPenumbraOnlyWhenSoft();
-}
-
-TEST_F(ShadowMapRenderTest, AreaLightGivesAPenumbra) {
-  // A panel of 1 x 1 where the spot light stood; its map is drawn from a
-  // point behind the panel.
-  Box(-1, -1, 1, 1, 2);
-  Light(3, {4, 0, 10}, {0, 0, 0}, 45.0, {0.5f, 0, 0}, {0, 0.5f, 0});
-  LookAt(-1.5f, 0);
-  ExpectPenumbraOnlyWhenSoft();
+TEST_F(ShadowMapRenderTest, SpotDirectAndAreaLightsGiveAPenumbraOnlyWhenSoft) {
+  // A box of 2 x 2 x 2 on the floor. The spot light's shadow reaches from the
+  // box to x = -2.25; the direct light's lies 1 and 2/3 beyond the box in x
+  // and y; the area light is a panel of 1 x 1 where the spot light stood,
+  // its map drawn from a point behind the panel.
+  const struct {
+    const char* name;
+    uint16_t type;
+    SCENE_VERTEX_XYZ position, axisU, axisV;
+    float x, y;  // the floor point the camera looks at
+  } cases[] = {{"spot", 1, {4, 0, 10}, {}, {}, -1.5f, 0},
+               {"direct", 2, {-30, -20, 60}, {}, {}, 1, 0.5f},
+               {"area", 3, {4, 0, 10}, {0.5f, 0, 0}, {0, 0.5f, 0}, -1.5f, 0}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    scene = std::make_unique<RenderScene>(Side, Side);
+    Populate();
+    Box(-1, -1, 1, 1, 2);
+    Light(c.type, c.position, {0, 0, 0}, 45.0, c.axisU, c.axisV);
+    LookAt(c.x, c.y);
+    ExpectPenumbraOnlyWhenSoft();
+  }
 }
 
 TEST_F(ShadowMapRenderTest, PointLightShadowCrossesACubeSeamWithoutALine) {
