@@ -58,23 +58,15 @@ SCENE_VERTEX Vertex(double x, double y, double z) {
   return v;
 }
 
-// Rotation by `angle` about the unit axis after a scale, then a move.
-SCENE_MATRIX Placement(SCENE_VERTEX_XYZ_64 axis, double angle, SCENE_VERTEX_XYZ_64 scale,
-                       SCENE_VERTEX_XYZ_64 move) {
-  const double c = std::cos(angle), s = std::sin(angle), t = 1 - c;
-  const double x = axis.x, y = axis.y, z = axis.z;
-  const double r[3][3] = {{t * x * x + c, t * x * y - s * z, t * x * z + s * y},
-                          {t * x * y + s * z, t * y * y + c, t * y * z - s * x},
-                          {t * x * z - s * y, t * y * z + s * x, t * z * z + c}};
-  const double k[3] = {scale.x, scale.y, scale.z};
-  const double m[3] = {move.x, move.y, move.z};
-  SCENE_MATRIX out{};
-  for (int row = 0; row < 3; ++row) {
-    for (int col = 0; col < 3; ++col) out.m[col * 4 + row] = float(r[row][col] * k[col]);
-    out.m[12 + row] = float(m[row]);
-  }
-  out.m[15] = 1.0f;
-  return out;
+// A random affine placement: any mix of rotation, scale and shear, moved
+// by up to `reach` in each axis.
+SCENE_MATRIX Placement(Random& random, double reach) {
+  SCENE_MATRIX m{};
+  for (int col = 0; col < 3; ++col)
+    for (int row = 0; row < 3; ++row) m.m[col * 4 + row] = float(random.Uniform(-1.5, 1.5));
+  for (int row = 0; row < 3; ++row) m.m[12 + row] = float(random.Uniform(0, reach));
+  m.m[15] = 1.0f;
+  return m;
 }
 
 // Random triangles of every size in 0 ... 10. One in six lies in an axis
@@ -337,34 +329,21 @@ class GroundTruth {
 
 }  // namespace
 
-TEST(KDTreeGroundTruth, RandomTriangleSoup) {
+TEST(KDTreeGroundTruth, SoupsFloorsAndSharedPlacedInstancesInBothTrees) {
   Random random;
   GroundTruth truth;
   SWMeshTable& table = truth.Table(0);
-  table.meshes.push_back(RandomSoup(random, 2500));
-  table.instances.push_back({0, 0, 0});
-  truth.BuildAndCompare(random);
-}
-
-TEST(KDTreeGroundTruth, SharedAndTransformedInstancesInBothTrees) {
-  Random random;
-  GroundTruth truth;
-  SWMeshTable& table = truth.Table(0);
-  table.meshes.push_back(RandomSoup(random, 200));
-  table.meshes.push_back(Floor(20, 12.0));
-  for (int i = 0; i < 5; ++i) {
-    table.transforms.push_back(
-        Placement(random.UnitVector(), random.Uniform(0, 6.28),
-                  {random.Uniform(0.3, 2), random.Uniform(0.3, 2), random.Uniform(0.3, 2)},
-                  {random.Uniform(1, 11), random.Uniform(1, 11), random.Uniform(0, 3)}));
-    table.instances.push_back({0, uint32_t(i + 1), 0});
+  table.meshes = {RandomSoup(random, 2500), RandomSoup(random, 100), Floor(20, 12.0)};
+  table.instances = {{0, 0, 0}, {2, 0, 0}};
+  for (uint32_t i = 1; i <= 5; ++i) {
+    table.transforms.push_back(Placement(random, 11));
+    table.instances.push_back({1, i, 0});
   }
-  table.instances.push_back({1, 0, 0});
   table.instances.push_back({7, 0, 0});   // no such mesh: absent
-  table.instances.push_back({0, 99, 0});  // no such transform: as stored
+  table.instances.push_back({1, 99, 0});  // no such transform: as stored
   SWMeshTable& rotated = truth.Table(1);
   rotated.meshes.push_back(RandomSoup(random, 300));
-  rotated.transforms.push_back(Placement({0, 0, 1}, 0.5, {0.8, 0.8, 0.5}, {1, 1, 1}));
+  rotated.transforms.push_back(Placement(random, 3));
   rotated.instances.push_back({0, 1, 0});
   truth.BuildAndCompare(random);
 }
@@ -390,7 +369,8 @@ bool LoadModel(const std::string& path, SWMeshTable& table) {
     table.meshes.push_back(mesh);
     table.instances.push_back({m, 0, 0});
   }
-  table.transforms.push_back(Placement({0, 0, 1}, 1.0, {1, 1, 1}, {1.5, 0, 0}));
+  Random random;
+  table.transforms.push_back(Placement(random, 2));
   table.instances.push_back({0, 1, 0});
   return true;
 }

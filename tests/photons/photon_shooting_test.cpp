@@ -325,14 +325,6 @@ TEST(PhotonPicture, LightBouncedOffTheFloorReachesTheCeiling) {
   scene.Render();
   EXPECT_GT(scene.Color(8, 8).x, ambientOnly + 0.1f);
   EXPECT_GT(scene.Color(2, 2).x, ambientOnly + 0.1f);
-
-  // With photons for all of the direct light the lights themselves are left
-  // out, and the floor in the cone is lit by the direct photons alone.
-  o.SetIndirectLighting(false);
-  o.SetPhotonDirectLightingContribution(100.0f);
-  scene.SetCamera({0, 0, 8}, {0.5f, 0, 0}, 40.0f);
-  scene.Render();
-  EXPECT_GT(scene.Color(8, 8).x, ambientOnly + 0.1f);
 }
 
 TEST_F(PhotonShooting, TheProgressBarCountsStoredPhotonsOfBothLists) {
