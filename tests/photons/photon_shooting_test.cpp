@@ -270,34 +270,19 @@ TEST(PhotonShootingLimits, AListTooLargeForMemoryLeavesNoPhotonsAndTheLightStays
     GTEST_SKIP() << "this machine could hold the lists";
   // Level 42950 asks for more than 2^32 photons a list. Wrapped round to
   // 32 bits it would be 32 704; kept at the largest list, it can't be had.
-  RenderScene scene(8, 8);
-  EngineTestAccess access(scene.engine);
-  scene.Material("Floor", [](TEXTURE_LINK& l) {
-    l.SetAmbientLevel(0);
-    l.SetSpecularLevel(0);
-  });
-  scene.Quad("Floor", {-10, -10, 0}, {10, -10, 0}, {10, 10, 0}, {-10, 10, 0});
-  SCENE_LIGHT_DEFINITION bulb{};
-  bulb.position = {0, 0, 5};
-  bulb.color = 0x00FFFFFF;
-  bulb.flags = LightEnabled | LightDiffuse;
-  bulb.intensity = 10;
-  scene.Lights()->AddLightInstance(scene.Lights()->AddLightDefinition(bulb), nullptr);
-  MODE_RENDER_OPTIONS& o = scene.Options();
-  o.SetCustomLighting(true);
-  o.SetPhotonMapping(true);
-  o.SetIndirectLighting(true);
+  PhotonRoom room;
+  room.Light(0, {0, 0, 5});
+  room.scene.SetCamera({0, 0, 9}, {0, 0, 0});
+  MODE_RENDER_OPTIONS& o = room.scene.Options();
   o.SetPhotonLevel(42950);
-  o.SetDisplayShadows(false);
-  scene.Render();
-  EXPECT_TRUE(access.Photons(true).empty());
-  EXPECT_TRUE(access.Photons(false).empty());
+  room.scene.Render();
+  EXPECT_TRUE(room.Photons(true).empty() && room.Photons(false).empty());
   // The direct light is all there, as without photon mapping.
-  const float lit = scene.Color(4, 4).x;
+  const float lit = room.scene.Color(8, 8).x;
   o.SetPhotonMapping(false);
-  scene.Render();
+  room.scene.Render();
   EXPECT_GT(lit, 0.5f);
-  EXPECT_EQ(lit, scene.Color(4, 4).x);
+  EXPECT_EQ(lit, room.scene.Color(8, 8).x);
 }
 
 // A room lit by one spot light aimed at the floor: the ceiling lies outside

@@ -4,13 +4,12 @@
 #include <string>
 #include <vector>
 
-#include <unistd.h>
-
 #include "host/BrindlexTexture.h"
 #include "EngineTestAccess.h"
 #include "LogCapture.h"
 #include "textures/SWTexture.h"
 #include "SceneTestAccess.h"
+#include "TextureTestAccess.h"
 #include "accel/KDTree.h"
 #include "scene/LightTable.h"
 #include "scene/SWMeshTable.h"
@@ -20,32 +19,19 @@ using namespace scene_test;
 
 namespace {
 
-// A 2 x 2 picture of one colour, written where the engine looks for textures.
-void WritePicture(const std::string& path, uint8_t shade) {
-  std::vector<uint8_t> pixels(2 * 2 * 4, shade);
-  platform::PixelSurface surface{2, 2, 32, pixels.data(), 8};
-  ASSERT_TRUE(SavePictureFile(path.c_str(), surface, PictureFileFormat::Png));
-}
-
 class UpdateFrameTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    // Test programs run side by side: one folder per test and process.
-    folder = ::testing::TempDir() + "update_frame_" +
-             ::testing::UnitTest::GetInstance()->current_test_info()->name() + "_" +
-             std::to_string(getpid()) + "/";
-    std::string command = "mkdir -p " + folder;
-    ASSERT_EQ(std::system(command.c_str()), 0);
-    engine->Initialize(folder.c_str(), "", "", "", nullptr, nullptr);
+    engine->Initialize(folder.File("").c_str(), "", "", "", nullptr, nullptr);
     materials = project.CreateMaterialRoot(0);
     SetCamera({0, -20, 10});
   }
-  void TearDown() override {
-    engine->Release();
-    std::string command = "rm -rf " + folder;
-    std::system(command.c_str());
-  }
+  void TearDown() override { engine->Release(); }
 
+  // A 2 x 2 picture of one grey, written where the engine looks for textures.
+  void WritePicture(const char* name, uint8_t shade) {
+    folder.Picture(name, 2, 2, 32, [=](int, int, int) { return shade; });
+  }
   void SetCamera(SCENE_VERTEX_XYZ eye) {
     view->GetViewFileState()->SetCameraInfo({eye, {0, 0, 0}, 45, 10, 0});
   }
@@ -69,7 +55,7 @@ class UpdateFrameTest : public ::testing::Test {
   }
   uint32_t TextureRowOf(size_t materialRow) { return access.SWMaterials()[materialRow].textureIndex; }
 
-  std::string folder;
+  TextureFolder folder;
   SceneTestEngine* engine = new SceneTestEngine();
   EngineTestAccess access{engine};
   ENVIRONMENT_3D_PROJECT project;
@@ -151,9 +137,9 @@ TEST_F(UpdateFrameTest, LightsFollowTheHostAcrossTagsAndShutDownModel) {
 }
 
 TEST_F(UpdateFrameTest, TexturesAreSharedKeptApartByTransparencyAndRowsReused) {
-  WritePicture(folder + "wood.png", 100);
-  WritePicture(folder + "glass.png", 200);
-  WritePicture(folder + "sky.png", 50);
+  WritePicture("wood.png", 100);
+  WritePicture("glass.png", 200);
+  WritePicture("sky.png", 50);
   TexturedMaterial("Floor", "wood.png", false);
   TexturedMaterial("Table", "wood.png", false);
   MATERIAL_3D_NODE* pane = TexturedMaterial("Pane", "wood.png", true);
@@ -179,12 +165,12 @@ TEST_F(UpdateFrameTest, TexturesAreSharedKeptApartByTransparencyAndRowsReused) {
   // The background is named in other letters and its file is gone: it is
   // the same picture and must not be read again.
   Options().SetBackgroundTextureName("SKY.PNG");
-  std::remove((folder + "sky.png").c_str());
+  std::remove(folder.File("sky.png").c_str());
   engine->ModifyAllMaterialTypes();
   Update(1);
   EXPECT_EQ(TextureRowOf(2), paneRow);
-  EXPECT_EQ(access.Textures()[paneRow]->name, folder + "glass.png");
-  EXPECT_EQ(access.TransparentTextureIndex().count(folder + "wood.png"), 0u);
+  EXPECT_EQ(access.Textures()[paneRow]->name, folder.File("glass.png"));
+  EXPECT_EQ(access.TransparentTextureIndex().count(folder.File("wood.png")), 0u);
   EXPECT_EQ(access.BackgroundTexture(), sky);
   ASSERT_NE(access.Textures()[sky], nullptr);
   EXPECT_EQ(access.Textures().size(), 3u);
@@ -201,7 +187,7 @@ TEST_F(UpdateFrameTest, TexturesAreSharedKeptApartByTransparencyAndRowsReused) {
 
   // A background named with no file, or a file that is no picture, leaves
   // the plain colour, never a row that another texture takes over next.
-  std::FILE* broken = std::fopen((folder + "broken.png").c_str(), "wb");
+  std::FILE* broken = std::fopen(folder.File("broken.png").c_str(), "wb");
   ASSERT_NE(broken, nullptr);
   std::fputs("not a picture", broken);
   std::fclose(broken);
@@ -308,8 +294,8 @@ bool PollCounter(void* context) {
 
 TEST_F(UpdateFrameTest, AnAbortAtAnyPollLeavesARebuildForTheNextCall) {
   // A and C share a file, B has its own: an abort must cost neither row.
-  WritePicture(folder + "wood.png", 100);
-  WritePicture(folder + "stone.png", 150);
+  WritePicture("wood.png", 100);
+  WritePicture("stone.png", 150);
   const char* files[] = {"wood.png", "stone.png", "wood.png"};
   const char* ids[] = {"A", "B", "C"};
   for (int i = 0; i < 3; ++i) {
@@ -345,7 +331,7 @@ TEST_F(UpdateFrameTest, AnAbortAtAnyPollLeavesARebuildForTheNextCall) {
       const uint32_t texture = TextureRowOf(row);
       ASSERT_LT(texture, access.Textures().size()) << "abort at poll " << n;
       ASSERT_NE(access.Textures()[texture], nullptr) << "abort at poll " << n << ", material " << row;
-      EXPECT_EQ(access.Textures()[texture]->name, folder + files[row]);
+      EXPECT_EQ(access.Textures()[texture]->name, folder.File(files[row]));
     }
   }
   engine->SetShouldAbortRenderFunction(nullptr, nullptr);
