@@ -1,10 +1,12 @@
 // Built trees against a test of every triangle: the nearest hit of
-// IntersectSWGeometry must be the same triangle at the same distance.
+// IntersectSWGeometry must be the same triangle at the same distance, and
+// the walk over the tree's layout must answer as the walk over its fields.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstring>
 #include <map>
 #include <random>
 #include <string>
@@ -135,10 +137,20 @@ class GroundTruth {
     access.BuildTree(1);
     Prepare();
     ASSERT_FALSE(targets.empty());
-    int compared = 0, onPlanes = 0, ties = 0, hits = 0, failures = 0;
+    // A copy holds other vectors, so it walks its own fields rather than the
+    // walk layout: the two walks must agree to the byte, weights included.
+    const KDTree& laid = access.Trees()[0];
+    const KDTree fields = laid;
+    ASSERT_TRUE(laid.WalkLayout().Matches(laid));
+    ASSERT_FALSE(fields.WalkLayout().Matches(fields));
+    int compared = 0, onPlanes = 0, ties = 0, hits = 0, failures = 0, walksApart = 0;
     while (compared < ComparedRays) {
       const int kind = (compared + onPlanes) % 6;
       const TestRay ray = MakeRay(random, kind);
+      SWRayIntersectionResult a{}, b{};
+      const bool hitA = laid.Intersect(ray.origin, ray.direction, ray.inverse, a);
+      const bool hitB = fields.Intersect(ray.origin, ray.direction, ray.inverse, b);
+      walksApart += hitA != hitB || std::memcmp(&a, &b, sizeof a) != 0;
       Answer tree, every;
       tree.hit = engine->IntersectSWGeometry(ray.origin, ray.direction, ray.inverse, tree.result);
       every.hit = EveryTriangle(ray, every.result);
@@ -166,6 +178,7 @@ class GroundTruth {
                       << " triangle " << every.Triangle();
       }
     }
+    EXPECT_EQ(walksApart, 0);
     EXPECT_EQ(failures, 0) << ties << " exact ties, " << onPlanes << " rays in split planes";
     EXPECT_GT(hits, ComparedRays / 5);
   }
