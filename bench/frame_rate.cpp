@@ -7,6 +7,11 @@
 //
 //   frame_rate <model> [width height [frames [brindlex-render options...]]]
 //
+// On the screen the path tracer runs passes until the host aborts, so with
+// --path-tracing each "frame" is a fixed stretch of tracing (PathTraceSeconds)
+// and its time is the stretch over the frames' worth of pixels whose blocks
+// finished in it; the pictures of two such runs are not compared.
+//
 // Prints one line: pixels per second (the median frame) for one worker and
 // for all, their ratio, the share of the frames' time in which the workers
 // ran or were ready to run, the processor time of a frame, and whether the
@@ -19,6 +24,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <ctime>
@@ -36,6 +42,25 @@
 namespace {
 
 using Clock = std::chrono::steady_clock;
+
+constexpr double PathTraceSeconds = 5.0;
+
+// Counts the pixels of the blocks that reach the frame buffer.
+class BlockCounter : public RENDER_PROGRESS_INTERFACE {
+ public:
+  void DisplayBeginProgress(unsigned long, unsigned int, unsigned int, unsigned int, unsigned int,
+                            unsigned int, unsigned int) override {}
+  bool DisplayEndProgress(Gdiplus::Bitmap*, unsigned int, unsigned int, unsigned int, unsigned int,
+                          unsigned int width, unsigned int height) override {
+    pixels += uint64_t{width} * height;
+    return true;
+  }
+  std::atomic<uint64_t> pixels{0};
+};
+
+bool PastDeadline(void* deadline) {
+  return Clock::now() >= *static_cast<const Clock::time_point*>(deadline);
+}
 
 struct FrameFigures {
   double updateSeconds = 0.0;
@@ -70,7 +95,7 @@ cpu_set_t FirstProcessors(const cpu_set_t& allowed, int count) {
   return set;
 }
 
-FrameFigures Render(HostScene& host, int width, int height, int frames) {
+FrameFigures Render(HostScene& host, int width, int height, int frames, bool timed) {
   FrameFigures figures;
   platform::NullWindow window(width, height);
   auto* engine = static_cast<RT_RENDER_ENGINE*>(CreateRenderEngine());
@@ -81,17 +106,31 @@ FrameFigures Render(HostScene& host, int width, int height, int frames) {
   engine->UpdateFrame(&host.Project(), &view, &host.Graph(), &host.Lights(), host.HorizonNode(),
                       host.HorizonMaterialID(), view.GetViewMaterialSet(), host.Project().GetFrameTag());
   figures.updateSeconds = std::chrono::duration<double>(Clock::now() - start).count();
+  BlockCounter counter;
+  Clock::time_point deadline;
+  if (timed) {
+    engine->SetRenderProgressInterface(&counter);
+    engine->SetShouldAbortRenderFunction(&PastDeadline, &deadline);
+  }
   std::vector<double> seconds;
   const std::map<int, double> busyBefore = ThreadBusyTimes();
   const Clock::time_point first = Clock::now();
   const std::clock_t processorStart = std::clock();
+  double framesTraced = timed ? 0.0 : frames;
   for (int frame = 0; frame < frames; ++frame) {
+    counter.pixels = 0;
     start = Clock::now();
+    deadline =
+        start + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(PathTraceSeconds));
     engine->RenderFrame(&host.Project(), &view, &host.Graph(), {0, 0, width, height}, true);
-    seconds.push_back(std::chrono::duration<double>(Clock::now() - start).count());
+    const double elapsed = std::chrono::duration<double>(Clock::now() - start).count();
+    if (timed) framesTraced += double(counter.pixels) / (double(width) * height);
+    seconds.push_back(timed ? elapsed * double(width) * height / double(std::max<uint64_t>(counter.pixels, 1))
+                            : elapsed);
   }
   const double wall = std::chrono::duration<double>(Clock::now() - first).count();
-  figures.processorSeconds = double(std::clock() - processorStart) / CLOCKS_PER_SEC / frames;
+  figures.processorSeconds =
+      double(std::clock() - processorStart) / CLOCKS_PER_SEC / std::max(framesTraced, 1e-9);
   double busy = 0.0;
   int workers = 0;
   for (const auto& [thread, after] : ThreadBusyTimes()) {
@@ -136,9 +175,10 @@ int main(int argc, char** argv) {
   const int all = CPU_COUNT(&allowed);
   const cpu_set_t one = FirstProcessors(allowed, 1);
   sched_setaffinity(0, sizeof one, &one);
-  const FrameFigures single = Render(host, width, height, frames);
+  const bool timed = settings.pathTracing;
+  const FrameFigures single = Render(host, width, height, frames, timed);
   sched_setaffinity(0, sizeof allowed, &allowed);
-  const FrameFigures every = Render(host, width, height, frames);
+  const FrameFigures every = Render(host, width, height, frames, timed);
   const double pixels = double(width) * height;
   std::printf(
       "model=%s size=%dx%d frames=%d update_s_1=%.3f frame_s_1=%.3f pixels_per_s_1=%.0f workers=%d "
@@ -149,6 +189,8 @@ int main(int argc, char** argv) {
       pixels / every.medianSeconds, single.medianSeconds / every.medianSeconds, single.busyShare,
       every.busyShare, single.processorSeconds, every.processorSeconds,
       all * every.busyShare * single.processorSeconds / every.processorSeconds,
-      single.pixels == every.pixels ? "yes" : "no");
+      timed                           ? "n/a"
+      : single.pixels == every.pixels ? "yes"
+                                      : "no");
   return 0;
 }

@@ -5,7 +5,6 @@
 #include <atomic>
 #include <cstdint>
 #include <deque>
-#include <initializer_list>
 #include <map>
 #include <memory>
 #include <set>
@@ -207,11 +206,6 @@ class RT_RENDER_ENGINE : public RT_RENDER_ENGINE_BASE, public RENDER_PROGRESS_IN
                              const RTRendererLight* light, uint32_t level, uint32_t reserved) const;
 
  private:
-  // The work kinds of the maps: whether a tile has what it needs, a tile of
-  // rays, and a tile of the filter. An abort leaves the map's tile alone.
-  bool ShadowMapJobCanRun(const SWRT_RENDER_THREAD_DATA& data) const;
-  void RenderShadowMapTile(const SWRT_RENDER_THREAD_DATA& data, bool& abort) const;
-  void FilterShadowMapTile(const SWRT_RENDER_THREAD_DATA& data, bool& abort) const;
   // One light's map by its type: a camera at the light, the rotate-to-camera
   // geometry turned towards it, the tiles, the filter.
   void RenderSWPointShadowmap(int lightNumber, ENVIRONMENT_3D_VIEW* view, SCENE_GRAPH* sceneGraph,
@@ -230,10 +224,6 @@ class RT_RENDER_ENGINE : public RT_RENDER_ENGINE_BASE, public RENDER_PROGRESS_IN
   void TraceShadowMapView(SCENE_GRAPH_NODE_INTERFACE* root, const SCENE_MATRIX_64& lightView,
                           const SCENE_MATRIX_64& lightProjection, int projectionType,
                           SWRT_RENDER_THREAD_DATA tile);
-  // Queues the tiles of a map of width x height, each with every kind of
-  // `kinds` in turn, and waits for them.
-  void RunShadowMapTiles(const SWRT_RENDER_THREAD_DATA& tile, int width, int height,
-                         std::initializer_list<uint16_t> kinds);
 
  public:
   // Render to file (src/pipeline)
@@ -282,9 +272,6 @@ class RT_RENDER_ENGINE : public RT_RENDER_ENGINE_BASE, public RENDER_PROGRESS_IN
                                    double reliefDepth, uint32_t reliefTextureId, double u, double v,
                                    double dudx, double dvdx, double dudy, double dvdy,
                                    SCENE_VERTEX_XYZ_64& normal) const;
-  // One call of ShadePixel on a hit: its arguments, the surface and the
-  // per-ray values worked out on demand (src/shading/ShadingGroup.h).
-  struct ShadingGroup;
   // The path tracer's shader: follows the one ray of `sample`, which met
   // `result` when `hit`, choosing at random at each hit whether it passes
   // through, mirrors or is shaded with one diffuse bounce, and returns its
@@ -295,26 +282,6 @@ class RT_RENDER_ENGINE : public RT_RENDER_ENGINE_BASE, public RENDER_PROGRESS_IN
                               const SWRayIntersectionResult& result, const PixelRaySample& sample,
                               RT_RANDOM_NUMBER_GENERATOR& generator, float nearDistance, float farDistance,
                               uint32_t bounceCount, uint32_t depth, bool& abort);
-
- private:
-  friend class ShadingTestAccess;
-
-  // The local colour of a visible surface into every ray of the group, and
-  // the surface's alpha into `group.alpha`.
-  void ShadeSurface(ShadingGroup& group) const;
-  // Diffuse and specular light at the first ray's point, from the lights,
-  // the headlight, the default lights and the photon maps as the options say.
-  void GatherSurfaceLight(ShadingGroup& group, const SCENE_VERTEX_XYZ& diffuseColor,
-                          const SCENE_VERTEX_XYZ& specularColor, SCENE_VERTEX_XYZ& diffuseSum,
-                          SCENE_VERTEX_XYZ& specularSum) const;
-  // The surface's colour at the first ray, from the material's texture.
-  SCENE_VERTEX_XYZW SampleSurfaceTexture(ShadingGroup& group) const;
-  // Straight-on rays behind a see-through surface, blended by its alpha.
-  void TraceTransparency(ShadingGroup& group, bool& abort);
-  // Mirror rays, blended by the material's reflectivity.
-  void TraceReflections(ShadingGroup& group, bool& abort);
-  // Traces one continuation sample and shades it as a group of one.
-  void ShadeContinuation(ShadingGroup& group, PixelRaySample& next, uint32_t reflectionDepth, bool& abort);
 
  public:
   // Frame pipeline (src/pipeline)
@@ -349,20 +316,15 @@ class RT_RENDER_ENGINE : public RT_RENDER_ENGINE_BASE, public RENDER_PROGRESS_IN
  public:
  private:
   friend class EngineTestAccess;
+  friend class ShadingTestAccess;
   friend class TextureTestAccess;
   friend class PipelineTestAccess;
   friend class LightingTestAccess;
 
   void StartWorkerThreads();
   void StopWorkerThreads();
-  void DestroySemaphores();
   void RunWorkItem(const WorkItem& item, bool& abort);
   void RunRenderJob(SWRT_RENDER_THREAD_DATA& data, bool& abort);
-  bool RenderJobCanRun(const SWRT_RENDER_THREAD_DATA& data) const;
-  void RaiseDoneSemaphoreForGood();
-  // Traces every pixel of a block into `samples`, lending the processors of
-  // idle workers to helper threads in the tail of a batch. False on abort.
-  bool TraceBlockPixels(SWRT_RENDER_THREAD_DATA* data, SCENE_VERTEX_XYZW* samples, PixelTracer tracer);
 
  protected:
   KDTree* kdTrees = nullptr;  // two: ordinary and rotate-to-camera geometry

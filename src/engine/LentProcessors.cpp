@@ -10,6 +10,7 @@
 #include <new>
 
 #include "engine/BrindlexViewRTRenderEngine.h"
+#include "platform/Semaphore.h"
 
 namespace {
 // Traces pixels taken from the shared counter until none is left.
@@ -33,10 +34,12 @@ unsigned long RT_RENDER_ENGINE::RaytraceBlockThread(void* data) {
   return 0;
 }
 
-bool RT_RENDER_ENGINE::TraceBlockPixels(SWRT_RENDER_THREAD_DATA* data, SCENE_VERTEX_XYZW* samples,
-                                        PixelTracer tracer) {
+bool TraceBlockPixels(RT_RENDER_ENGINE* engine, const LentProcessors& lent, SWRT_RENDER_THREAD_DATA* data,
+                      SCENE_VERTEX_XYZW* samples, PixelTracer tracer) {
   const uint32_t total = data->width * data->height;
-  const unsigned int n = GetProcessorCount();
+  const unsigned int n = lent.processors;
+  platform::Semaphore* coreTokenSemaphore = lent.tokens;
+  std::atomic<bool>& idleCoreAvailable = lent.idleHint;
   std::atomic<uint32_t> pixelCounter{0};
   std::atomic<bool> abort{false};
   std::unique_ptr<RaytraceBlockThreadData[]> helperData;
@@ -67,8 +70,8 @@ bool RT_RENDER_ENGINE::TraceBlockPixels(SWRT_RENDER_THREAD_DATA* data, SCENE_VER
         // ones join a counter that running helpers already use.
         if (helpers == 0) pixelCounter = i;
         RaytraceBlockThreadData& helper = helperData[helpers];
-        helper = {0, this, *data, &pixelCounter, samples, &abort, tracer};
-        helperThreads[helpers] = platform::Thread::Create(&RaytraceBlockThread, &helper);
+        helper = {0, engine, *data, &pixelCounter, samples, &abort, tracer};
+        helperThreads[helpers] = platform::Thread::Create(&RT_RENDER_ENGINE::RaytraceBlockThread, &helper);
         if (!helperThreads[helpers]) {
           coreTokenSemaphore->Release(1);  // no thread to lend it to
           break;
@@ -77,7 +80,7 @@ bool RT_RENDER_ENGINE::TraceBlockPixels(SWRT_RENDER_THREAD_DATA* data, SCENE_VER
       }
       if (!tookToken) idleCoreAvailable = false;
     }
-    if (!tracer(this, data, i, samples[i], abort)) {
+    if (!tracer(engine, data, i, samples[i], abort)) {
       abort = true;
       break;
     }

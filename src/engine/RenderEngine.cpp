@@ -82,7 +82,9 @@ void RT_RENDER_ENGINE::Initialize(const char* a, const char* b, const char* c, c
 
 void RT_RENDER_ENGINE::ShutDown() {
   StopWorkerThreads();
-  DestroySemaphores();
+  DeleteAndClear(doneSemaphore);
+  DeleteAndClear(wakeSemaphore);
+  DeleteAndClear(coreTokenSemaphore);
   ShutDownRendererWindow();
   ShutDownModel();
 
@@ -97,12 +99,6 @@ void RT_RENDER_ENGINE::ShutDown() {
   lastFrameTag = 0;
 
   RT_RENDER_ENGINE_BASE::ShutDown();
-}
-
-void RT_RENDER_ENGINE::DestroySemaphores() {
-  DeleteAndClear(doneSemaphore);
-  DeleteAndClear(wakeSemaphore);
-  DeleteAndClear(coreTokenSemaphore);
 }
 
 void RT_RENDER_ENGINE::ShutDownModel() {

@@ -5,10 +5,13 @@
 
 #include <atomic>
 #include <cstdint>
+#include <deque>
 #include <memory>
+#include <vector>
 
 #include "pipeline/RenderThreadData.h"
 #include "host/SceneRecords.h"
+#include "platform/CriticalSection.h"
 #include "platform/Thread.h"
 
 class RT_RENDER_ENGINE;
@@ -49,3 +52,27 @@ struct RaytraceBlockThreadData {
   std::atomic<bool>* abort = nullptr;
   PixelTracer tracer = nullptr;
 };
+
+namespace platform {
+class Semaphore;
+}
+
+// The processors that idle workers lend to a block: the semaphore that holds
+// their tokens, a hint that a token may be there (a stale hint only costs a
+// chance), and how many processors there are.
+struct LentProcessors {
+  platform::Semaphore* tokens = nullptr;
+  std::atomic<bool>& idleHint;
+  unsigned int processors = 0;
+};
+
+// Traces every pixel of a block into `samples` through `tracer`, lending
+// the processors of idle workers to helper threads in the tail of a batch.
+// False on abort.
+bool TraceBlockPixels(RT_RENDER_ENGINE* engine, const LentProcessors& lent, SWRT_RENDER_THREAD_DATA* data,
+                      SCENE_VERTEX_XYZW* samples, PixelTracer tracer);
+
+// Copies each job onto `queue` under `lock`, in order. A job that can't be
+// allocated is left out: its pixels keep what they held.
+void QueueRenderJobs(const std::vector<SWRT_RENDER_THREAD_DATA>& jobs, std::deque<WorkItem>& queue,
+                     platform::CriticalSection& lock);

@@ -4,16 +4,38 @@
 // by exactly one post of `doneSemaphore` when the woken worker falls idle
 // again, whichever worker ran which entry: that is what lets a producer wait
 // for a batch by counting.
+#include <new>
+
 #include "host/BrindlexViewModel.h"
 #include "engine/BrindlexViewRTRenderEngine.h"
 #include "pipeline/DistributedJob.h"
 #include "accel/KDTree.h"
 #include "photons/ShootPhotonsThreadData.h"
+#include "shadows/ShadowMapTiles.h"
 #include "host/brindlexutil.h"
 
 namespace {
 constexpr long SemaphoreMaximum = 0x7FFFFFFF;
+
+// Once a worker has gone, nothing may hang on the done semaphore: raise it
+// as far as its maximum lets it.
+void RaiseForGood(platform::Semaphore& semaphore) {
+  long previous = 0;
+  if (!semaphore.Release(1, &previous)) return;
+  for (;;) {
+    if (semaphore.Release(SemaphoreMaximum - (previous + 1))) return;
+    if (!semaphore.Release(1, &previous)) return;
+  }
 }
+
+bool IsRaytraceKind(uint16_t kind) {
+  return kind == RT_WORK_RAYTRACE_BLOCK || kind > RT_WORK_DISTRIBUTED;
+}
+
+bool IsFilterKind(uint16_t kind) {
+  return kind == RT_WORK_SHADOWMAP_FILTER || kind >= RT_WORK_CUBE_SHADOWMAP_FILTER;
+}
+}  // namespace
 
 void RT_RENDER_ENGINE::StartWorkerThreads() {
   unsigned long count = ::GetProcessorCount();
@@ -91,19 +113,8 @@ unsigned long RT_RENDER_ENGINE::SoftwareRaytraceThread() {
       if (distributedServer) distributedServer->NotifyDistributedWorkerActive();
     }
   }
-  RaiseDoneSemaphoreForGood();
+  RaiseForGood(*doneSemaphore);
   return 0;
-}
-
-// Once a worker has gone, nothing may hang on `doneSemaphore`: raise it as
-// far as its maximum lets it.
-void RT_RENDER_ENGINE::RaiseDoneSemaphoreForGood() {
-  long previous = 0;
-  if (!doneSemaphore->Release(1, &previous)) return;
-  for (;;) {
-    if (doneSemaphore->Release(SemaphoreMaximum - (previous + 1))) return;
-    if (!doneSemaphore->Release(1, &previous)) return;
-  }
 }
 
 // Deletes the payload of a job of a known class. An unknown class's payload
@@ -148,29 +159,43 @@ void RT_RENDER_ENGINE::RunWorkItem(const WorkItem& item, bool& abort) {
   DeletePayload(item);
 }
 
-bool RT_RENDER_ENGINE::RenderJobCanRun(const SWRT_RENDER_THREAD_DATA& data) const {
-  uint16_t kind = data.workKind;
-  if (kind == RT_WORK_RAYTRACE_BLOCK || kind > RT_WORK_DISTRIBUTED) return kdTrees != nullptr;
-  if (kind == RT_WORK_DISTRIBUTED) return distributedServer && kdTrees;
-  return ShadowMapJobCanRun(data);
-}
-
 void RT_RENDER_ENGINE::RunRenderJob(SWRT_RENDER_THREAD_DATA& data, bool& abort) {
-  if (!RenderJobCanRun(data)) return;
-  if (data.workKind == RT_WORK_RAYTRACE_BLOCK || data.workKind > RT_WORK_DISTRIBUTED) {
+  const uint16_t kind = data.workKind;
+  if (IsRaytraceKind(kind)) {
+    if (!kdTrees) return;
     if (ShouldAbort()) {
       abort = true;
       return;
     }
     // A block that failed while nobody asks to abort costs only itself.
     if (!RaytraceBlock(&data, nullptr, 0) && ShouldAbort()) abort = true;
-  } else if (data.workKind == RT_WORK_DISTRIBUTED) {
-    RunDistributedJob(
-        *this, *distributedServer, data, frameWidth, frameHeight, [this] { return ShouldAbort(); }, abort);
-  } else if (data.workKind == RT_WORK_SHADOWMAP_FILTER || data.workKind >= RT_WORK_CUBE_SHADOWMAP_FILTER) {
-    FilterShadowMapTile(data, abort);
-  } else {
-    RenderShadowMapTile(data, abort);
+    return;
+  }
+  const std::function<bool()> shouldAbort = [this] { return ShouldAbort(); };
+  if (kind == RT_WORK_DISTRIBUTED) {
+    if (distributedServer && kdTrees)
+      RunDistributedJob(*this, *distributedServer, data, frameWidth, frameHeight, shouldAbort, abort);
+    return;
+  }
+  const ShadowMapTileSources sources{
+      {shadowMapIndexSingle, shadowMapsSingle, shadowMapIndexCube, shadowMapsCube},
+      lightTable,
+      defaultLights,
+      kdTrees != nullptr,
+      cubeMapProgressBar};
+  if (!ShadowMapJobCanRun(data, sources)) return;
+  if (IsFilterKind(kind))
+    FilterShadowMapTile(data, sources, shouldAbort, abort);
+  else
+    RenderShadowMapTile(*this, data, sources, shouldAbort, abort);
+}
+
+void QueueRenderJobs(const std::vector<SWRT_RENDER_THREAD_DATA>& jobs, std::deque<WorkItem>& queue,
+                     platform::CriticalSection& lock) {
+  platform::CriticalSectionGuard guard(lock);
+  for (const SWRT_RENDER_THREAD_DATA& job : jobs) {
+    auto* data = new (std::nothrow) SWRT_RENDER_THREAD_DATA(job);
+    if (data) queue.push_back({RT_JOB_RENDER, data});
   }
 }
 

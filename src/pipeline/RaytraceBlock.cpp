@@ -33,7 +33,8 @@ bool RT_RENDER_ENGINE::RaytraceBlock(SWRT_RENDER_THREAD_DATA* data, SCENE_VERTEX
     if (!own) return false;  // no memory for the samples: the block is dropped
     samples = own.get();
   }
-  const bool stopped = !TraceBlockPixels(data, samples, &TraceOnePixel);
+  const bool stopped = !TraceBlockPixels(this, {coreTokenSemaphore, idleCoreAvailable, GetProcessorCount()},
+                                         data, samples, &TraceOnePixel);
   bool result = false;
   if (!stopped) {
     FrameBufferGuard guard(*this);

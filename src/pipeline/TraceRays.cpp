@@ -1,6 +1,5 @@
 // From a frame's camera to work on the queue: the blocks of a picture, or
 // a distributed frame's shares, and the wait until they are done.
-#include <new>
 #include <vector>
 
 #include "engine/BrindlexViewRTRenderEngine.h"
@@ -29,15 +28,7 @@ void RT_RENDER_ENGINE::TraceRays(ENVIRONMENT_3D_VIEW* view, SCENE_GRAPH* scene, 
     blocks = FrameBlocks(frame, tileRect, frameWidth, frameHeight);
   }
   if (!ShouldAbort()) {
-    {
-      platform::CriticalSectionGuard guard(queueLock);
-      for (const SWRT_RENDER_THREAD_DATA& block : blocks) {
-        // A block that can't be allocated is left out: its pixels keep
-        // what the frame buffer held.
-        auto* data = new (std::nothrow) SWRT_RENDER_THREAD_DATA(block);
-        if (data) workQueue.push_back({RT_JOB_RENDER, data});
-      }
-    }
+    QueueRenderJobs(blocks, workQueue, queueLock);
     WaitForCompletion();
   }
   if (distributedServer) distributedServer->EndDistributedFrame();

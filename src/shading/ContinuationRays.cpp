@@ -11,20 +11,23 @@
 #include "lighting/VectorOps.h"
 #include "host/Numbers.h"
 
+namespace {
+// Traces one continuation sample and shades it as a group of one.
 // Continuation rays are traced one after the other, so a level keeps one
 // sample and one hit record on its stack for them, not one per ray.
-void RT_RENDER_ENGINE::ShadeContinuation(ShadingGroup& group, PixelRaySample& next, uint32_t reflectionDepth,
-                                         bool& abort) {
+void ShadeContinuation(ShadingGroup& group, PixelRaySample& next, uint32_t reflectionDepth, bool& abort) {
   SWRayIntersectionResult result{};
-  const bool hit = IntersectSWGeometry(next.origin, next.direction, next.inverseDirection, result);
+  const bool hit =
+      group.engine->IntersectSWGeometry(next.origin, next.direction, next.inverseDirection, result);
   const SWRayIntersectionResult* results[1] = {&result};
   PixelRaySample* samples[1] = {&next};
-  ShadePixel(group.view, group.options, hit, results, samples, 1, group.nearDistance, group.farDistance,
-             group.depth + 1, reflectionDepth, abort);
+  group.engine->ShadePixel(group.view, group.options, hit, results, samples, 1, group.nearDistance,
+                           group.farDistance, group.depth + 1, reflectionDepth, abort);
 }
+}  // namespace
 
-void RT_RENDER_ENGINE::TraceTransparency(ShadingGroup& group, bool& abort) {
-  if (!(group.alpha < 1.0f) || group.depth >= maximumRayDepth || !kdTrees) return;
+void TraceTransparency(ShadingGroup& group, const ShadingSources& sources, bool& abort) {
+  if (!(group.alpha < 1.0f) || group.depth >= sources.maximumRayDepth || !sources.hasTrees) return;
   const float alpha = group.alpha;
   for (uint32_t i = 0; i < group.count; ++i) {
     PixelRaySample& sample = *group.samples[i];
@@ -51,17 +54,17 @@ void RT_RENDER_ENGINE::TraceTransparency(ShadingGroup& group, bool& abort) {
   }
 }
 
-void RT_RENDER_ENGINE::TraceReflections(ShadingGroup& group, bool& abort) {
+void TraceReflections(ShadingGroup& group, const ShadingSources& sources, bool& abort) {
   const TEXTURE_LINK& link = *group.link;
   // Opacity and lighting play no part: a clear or unlit mirror reflects too.
   if (!group.visible || link.IsReflecting() == 0 || !(link.GetReflectivityLevel() > 0) ||
-      !group.options->DoReflections() || group.reflectionDepth >= maximumReflectionDepth ||
-      group.depth >= maximumRayDepth || !kdTrees)
+      !group.options->DoReflections() || group.reflectionDepth >= sources.maximumReflectionDepth ||
+      group.depth >= sources.maximumRayDepth || !sources.hasTrees)
     return;
   const float reflectivity = PercentLevel(link.GetReflectivityLevel());
   for (uint32_t i = 0; i < group.count; ++i) {
     PixelRaySample& sample = *group.samples[i];
-    const SCENE_VERTEX_XYZ_64 normal = group.ShadingNormal(*this, i, 1.0);
+    const SCENE_VERTEX_XYZ_64 normal = group.ShadingNormal(i, 1.0);
     PixelRaySample next = ContinuationOf(sample);
     next.direction = MirrorDirection(sample.direction, normal);
     next.origin = GetPointOnRay(group.HitPoint(i), next.direction, SurfaceOffset);

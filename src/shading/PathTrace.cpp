@@ -18,8 +18,6 @@
 #include "host/Numbers.h"
 
 namespace {
-using ShadingGroup = RT_RENDER_ENGINE::ShadingGroup;
-
 // From this reflectivity on, in percent, a mirror always mirrors and no
 // number is drawn for it.
 constexpr double CertainMirrorLevel = 99.1;
@@ -72,6 +70,7 @@ SCENE_VERTEX_XYZW RT_RENDER_ENGINE::PathTrace(ENVIRONMENT_3D_VIEW* view, const M
   const SWRayIntersectionResult* results[1] = {&result};
   PixelRaySample* samples[1] = {&ray};
   ShadingGroup group;
+  group.engine = this;
   group.view = view;
   group.options = options;
   group.results = results;
@@ -115,12 +114,12 @@ SCENE_VERTEX_XYZW RT_RENDER_ENGINE::PathTrace(ENVIRONMENT_3D_VIEW* view, const M
   group.alpha = SurfaceAlpha(*link, *options);
   SCENE_VERTEX_XYZW texel = none;
   if (group.textured) {
-    texel = SampleSurfaceTexture(group);
+    texel = group.SampleTexture();
     group.alpha *= texel.w;
   }
   if (PassesThrough(group.alpha, generator)) return passThrough();
   // The relief map is read at the unscaled coordinates here.
-  const SCENE_VERTEX_XYZ_64 normal = group.ShadingNormal(*this, 0, 1.0);
+  const SCENE_VERTEX_XYZ_64 normal = group.ShadingNormal(0, 1.0);
 
   // The first mirror bounce is never refused by the bounce limit.
   const uint16_t bounceLimit = options->GetNumberOfIndirectBounces();

@@ -12,8 +12,6 @@
 #include "shading/SurfaceMaterial.h"
 
 namespace {
-using ShadingGroup = RT_RENDER_ENGINE::ShadingGroup;
-
 bool GroupIsComplete(const SWRayIntersectionResult* const* results, PixelRaySample* const* samples,
                      uint32_t count) {
   for (uint32_t i = 0; i < count; ++i)
@@ -74,7 +72,22 @@ void RT_RENDER_ENGINE::ShadePixel(ENVIRONMENT_3D_VIEW* view, const MODE_RENDER_O
                                                                            depth, farDistance);
   if (status == SWHitSurfaceStatus::VertexOutOfRange) return;
 
+  ShadingSources sources;
+  sources.textures = &textures;
+  sources.lightTable = lightTable;
+  sources.headlight = headlight;
+  sources.defaultLights = defaultLights;
+  sources.directPhotonMap = directPhotonMap;
+  sources.directPhotons = &directPhotons;
+  sources.indirectPhotonMap = indirectPhotonMap;
+  sources.indirectPhotons = &indirectPhotons;
+  sources.cameraUnderCover = engineFlags.IsSet(CameraUnderCover);
+  sources.hasTrees = kdTrees != nullptr;
+  sources.maximumRayDepth = maximumRayDepth;
+  sources.maximumReflectionDepth = maximumReflectionDepth;
+
   ShadingGroup group;
+  group.engine = this;
   group.view = view;
   group.options = options;
   group.results = results;
@@ -89,18 +102,19 @@ void RT_RENDER_ENGINE::ShadePixel(ENVIRONMENT_3D_VIEW* view, const MODE_RENDER_O
   // An invisible surface keeps alpha 0: it adds nothing of its own, and the
   // transparency ray shows what lies behind it.
   group.visible = group.material->IsVisible() != 0;
-  if (group.visible) ShadeSurface(group);
-  TraceTransparency(group, abort);
-  TraceReflections(group, abort);
+  if (group.visible) ShadeSurface(group, sources);
+  TraceTransparency(group, sources, abort);
+  TraceReflections(group, sources, abort);
   if (depth == 0) ApplyHaze(group);
   for (uint32_t i = 0; i < count; ++i) samples[i]->color.w = group.alpha;
 }
 
-void RT_RENDER_ENGINE::ShadeSurface(ShadingGroup& group) const {
+void ShadeSurface(ShadingGroup& group, const ShadingSources& sources) {
   ++ThreadShadingCounters().surfaces;
   const MODE_RENDER_OPTIONS& options = *group.options;
   const TEXTURE_LINK& link = *group.link;
-  group.textured = !UsesMaterialColor(link, options) && IsUsableTexture(textures, group.row->textureIndex);
+  group.textured =
+      !UsesMaterialColor(link, options) && IsUsableTexture(*sources.textures, group.row->textureIndex);
   group.alpha = SurfaceAlpha(link, options);
   if (!(group.alpha > 0)) return;
   group.textureScale = SurfaceTextureScale(link, options);
@@ -109,7 +123,7 @@ void RT_RENDER_ENGINE::ShadeSurface(ShadingGroup& group) const {
   if (!options.DoLighting()) {
     // Unlit: the texture as it is, alpha included, or the material colour.
     if (!group.textured) return WriteColor(group, materialColor);
-    const SCENE_VERTEX_XYZW texel = SampleSurfaceTexture(group);
+    const SCENE_VERTEX_XYZW texel = group.SampleTexture();
     for (uint32_t i = 0; i < group.count; ++i) group.samples[i]->color = texel;
     return;
   }
@@ -117,34 +131,22 @@ void RT_RENDER_ENGINE::ShadeSurface(ShadingGroup& group) const {
   const SCENE_VERTEX_XYZ baseColor = group.textured ? SCENE_VERTEX_XYZ{1.0f, 1.0f, 1.0f} : materialColor;
   SurfaceTerms terms = MaterialTerms(link, options, baseColor);
   const SCENE_VERTEX_XYZ_64 point = group.HitPoint(0);
-  const SCENE_VERTEX_XYZ_64 normal = group.ShadingNormal(*this, 0, group.textureScale);
+  const SCENE_VERTEX_XYZ_64 normal = group.ShadingNormal(0, group.textureScale);
   if (options.DoCustomLighting() && options.DoAmbientOcclusion()) {
-    const float openness = static_cast<float>(GetAmbientOcclusionFactor(point, normal));
+    const float openness = static_cast<float>(group.engine->GetAmbientOcclusionFactor(point, normal));
     terms.ambient = {terms.ambient.x * openness, terms.ambient.y * openness, terms.ambient.z * openness};
   }
 
   SCENE_VERTEX_XYZ diffuseSum = {0.0f, 0.0f, 0.0f}, specularSum = {0.0f, 0.0f, 0.0f};
-  GatherSurfaceLight(group, terms.diffuse, terms.specular, diffuseSum, specularSum);
+  GatherSurfaceLight(group, sources, terms.diffuse, terms.specular, diffuseSum, specularSum);
   SCENE_VERTEX_XYZ local = Sum(Sum(terms.ambient, diffuseSum), terms.emissive);
   if (!group.textured) {
     local = Sum(local, specularSum);
   } else {
     // The texture tints every term but the highlight.
-    const SCENE_VERTEX_XYZW texel = SampleSurfaceTexture(group);
+    const SCENE_VERTEX_XYZW texel = group.SampleTexture();
     local = Sum({local.x * texel.x, local.y * texel.y, local.z * texel.z}, specularSum);
     group.alpha = group.alpha * texel.w;
   }
   WriteColor(group, {ClampToOne(local.x), ClampToOne(local.y), ClampToOne(local.z)});
-}
-
-SCENE_VERTEX_XYZW RT_RENDER_ENGINE::SampleSurfaceTexture(ShadingGroup& group) const {
-  ++ThreadShadingCounters().textureSamples;
-  const ShadingRay& coordinates = group.TextureCoordinates(0);
-  const ShadingRay& footprint = group.Differentials(0);
-  SCENE_VERTEX_XYZW color = {0.0f, 0.0f, 0.0f, 0.0f};
-  SampleSWTexture(group.row->textureIndex, static_cast<float>(coordinates.textureU * group.textureScale),
-                  static_cast<float>(coordinates.textureV * group.textureScale),
-                  static_cast<float>(footprint.dudx), static_cast<float>(footprint.dvdx),
-                  static_cast<float>(footprint.dudy), static_cast<float>(footprint.dvdy), color);
-  return color;
 }

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <vector>
 
 #include "engine/BrindlexViewRTRenderEngine.h"
 #include "shading/HitGeometry.h"
@@ -24,8 +25,27 @@ struct ShadingRay {
   SCENE_VERTEX_XYZ_64 shadingNormal;
 };
 
-struct RT_RENDER_ENGINE::ShadingGroup {
-  // The call.
+// What the surface shader reads of the engine beyond its public operations:
+// the texture table, the lights, the photon maps and the limits of the rays
+// that continue from a surface. ShadePixel fills it from the engine's tables.
+struct ShadingSources {
+  const std::vector<SWTexture*>* textures = nullptr;
+  const RTLightTable* lightTable = nullptr;
+  const RTRendererLight* headlight = nullptr;
+  const RTRendererLight* defaultLights = nullptr;  // two, or null
+  const SWPhotonMap* directPhotonMap = nullptr;
+  const std::vector<SWPhoton>* directPhotons = nullptr;
+  const SWPhotonMap* indirectPhotonMap = nullptr;
+  const std::vector<SWPhoton>* indirectPhotons = nullptr;
+  bool cameraUnderCover = false;
+  bool hasTrees = false;
+  uint32_t maximumRayDepth = 0;
+  uint32_t maximumReflectionDepth = 0;
+};
+
+struct ShadingGroup {
+  // The call, and the engine that traces and samples for it.
+  RT_RENDER_ENGINE* engine = nullptr;
   ENVIRONMENT_3D_VIEW* view = nullptr;
   const MODE_RENDER_OPTIONS* options = nullptr;
   const SWRayIntersectionResult* const* results = nullptr;
@@ -58,7 +78,9 @@ struct RT_RENDER_ENGINE::ShadingGroup {
   const ShadingRay& Differentials(uint32_t i);
   // The shading normal of ray `i`, read at texture coordinates multiplied
   // by `scale` when it has to be worked out; a normal already known stays.
-  const SCENE_VERTEX_XYZ_64& ShadingNormal(const RT_RENDER_ENGINE& engine, uint32_t i, double scale);
+  const SCENE_VERTEX_XYZ_64& ShadingNormal(uint32_t i, double scale);
+  // The surface's colour at the first ray, from the material's texture.
+  SCENE_VERTEX_XYZW SampleTexture();
 
   bool HasDifferentials(uint32_t i) const { return (samples[i]->flags & PixelRayDifferentialsValid) != 0; }
 
@@ -66,3 +88,16 @@ struct RT_RENDER_ENGINE::ShadingGroup {
   SCENE_VERTEX_XYZ_64 geometricNormal;
   bool knowsGeometricNormal = false;
 };
+
+// The local colour of a visible surface into every ray of the group, and the
+// surface's alpha into `group.alpha`.
+void ShadeSurface(ShadingGroup& group, const ShadingSources& sources);
+// Diffuse and specular light at the first ray's point, from the lights, the
+// headlight, the default lights and the photon maps as the options say.
+void GatherSurfaceLight(ShadingGroup& group, const ShadingSources& sources,
+                        const SCENE_VERTEX_XYZ& diffuseColor, const SCENE_VERTEX_XYZ& specularColor,
+                        SCENE_VERTEX_XYZ& diffuseSum, SCENE_VERTEX_XYZ& specularSum);
+// Straight-on rays behind a see-through surface, blended by its alpha.
+void TraceTransparency(ShadingGroup& group, const ShadingSources& sources, bool& abort);
+// Mirror rays, blended by the material's reflectivity.
+void TraceReflections(ShadingGroup& group, const ShadingSources& sources, bool& abort);

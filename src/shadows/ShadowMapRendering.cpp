@@ -4,6 +4,7 @@
 // only in how they frame the map; a point light draws six faces of a cube
 // and mends the seams between them.
 #include <algorithm>
+#include <vector>
 #include <new>
 #include <numbers>
 
@@ -50,29 +51,25 @@ SWRT_RENDER_THREAD_DATA TileTemplate(ENVIRONMENT_3D_VIEW* view, const MODE_RENDE
   tile.shadowLightId = static_cast<uint32_t>(lightNumber);
   return tile;
 }
-}  // namespace
 
-void RT_RENDER_ENGINE::RunShadowMapTiles(const SWRT_RENDER_THREAD_DATA& tile, int width, int height,
-                                         std::initializer_list<uint16_t> kinds) {
-  {
-    platform::CriticalSectionGuard guard(queueLock);
-    for (uint32_t x = 0; x < uint32_t(width); x += TileSide)
-      for (uint32_t y = 0; y < uint32_t(height); y += TileSide)
-        for (uint16_t kind : kinds) {
-          // A tile that can't be allocated is left out: its pixels keep
-          // what the map held.
-          auto* data = new (std::nothrow) SWRT_RENDER_THREAD_DATA(tile);
-          if (!data) continue;
-          data->workKind = kind;
-          data->x = data->frameX = x;
-          data->y = data->frameY = y;
-          data->width = std::min(TileSide, uint32_t(width) - x);
-          data->height = std::min(TileSide, uint32_t(height) - y);
-          workQueue.push_back({RT_JOB_RENDER, data});
-        }
-  }
-  WaitForCompletion();
+// The tiles of a map of width x height, columns of tiles outermost, each
+// with every kind of `kinds` in turn.
+std::vector<SWRT_RENDER_THREAD_DATA> MapTiles(const SWRT_RENDER_THREAD_DATA& tile, int width, int height,
+                                              std::initializer_list<uint16_t> kinds) {
+  std::vector<SWRT_RENDER_THREAD_DATA> tiles;
+  for (uint32_t x = 0; x < uint32_t(width); x += TileSide)
+    for (uint32_t y = 0; y < uint32_t(height); y += TileSide)
+      for (uint16_t kind : kinds) {
+        SWRT_RENDER_THREAD_DATA& data = tiles.emplace_back(tile);
+        data.workKind = kind;
+        data.x = data.frameX = x;
+        data.y = data.frameY = y;
+        data.width = std::min(TileSide, uint32_t(width) - x);
+        data.height = std::min(TileSide, uint32_t(height) - y);
+      }
+  return tiles;
 }
+}  // namespace
 
 void RT_RENDER_ENGINE::TraceShadowMapView(SCENE_GRAPH_NODE_INTERFACE* root, const SCENE_MATRIX_64& lightView,
                                           const SCENE_MATRIX_64& lightProjection, int projectionType,
@@ -98,7 +95,9 @@ void RT_RENDER_ENGINE::TraceShadowMapView(SCENE_GRAPH_NODE_INTERFACE* root, cons
   kdTrees[1].Clear();
   meshTables[1].Clear();
   BuildGeometryPass(1, tile.view, root, nullptr, nullptr, &narrowView, &projectionType);
-  RunShadowMapTiles(tile, int(tile.viewWidth), int(tile.viewHeight), {tile.workKind});
+  QueueRenderJobs(MapTiles(tile, int(tile.viewWidth), int(tile.viewHeight), {tile.workKind}), workQueue,
+                  queueLock);
+  WaitForCompletion();
 }
 
 void RT_RENDER_ENGINE::RenderSWPointShadowmap(int lightNumber, ENVIRONMENT_3D_VIEW* view,
@@ -143,9 +142,11 @@ void RT_RENDER_ENGINE::RenderSWPointShadowmap(int lightNumber, ENVIRONMENT_3D_VI
   if (!filtered.pixels) return;
   tile.cubeShadowMap = &filtered;
   const uint16_t filter = RT_WORK_CUBE_SHADOWMAP_FILTER;
-  RunShadowMapTiles(tile, map->width, map->height,
-                    {filter, uint16_t(filter + 1), uint16_t(filter + 2), uint16_t(filter + 3),
-                     uint16_t(filter + 4), uint16_t(filter + 5)});
+  QueueRenderJobs(MapTiles(tile, map->width, map->height,
+                           {filter, uint16_t(filter + 1), uint16_t(filter + 2), uint16_t(filter + 3),
+                            uint16_t(filter + 4), uint16_t(filter + 5)}),
+                  workQueue, queueLock);
+  WaitForCompletion();
   *map = filtered;
   MendCubeShadowMapSeams(*map, filtered);
   *map = filtered;
@@ -245,6 +246,7 @@ void RT_RENDER_ENGINE::RenderSWFlatShadowmap(int lightNumber, ENVIRONMENT_3D_VIE
   SWShadowMap filtered(*map);
   if (!filtered.pixels) return;
   tile.shadowMap = &filtered;
-  RunShadowMapTiles(tile, map->width, map->height, {RT_WORK_SHADOWMAP_FILTER});
+  QueueRenderJobs(MapTiles(tile, map->width, map->height, {RT_WORK_SHADOWMAP_FILTER}), workQueue, queueLock);
+  WaitForCompletion();
   *map = filtered;
 }

@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <vector>
 
+#include "shadows/ShadowMapTiles.h"
+
 #include "engine/BrindlexViewRTRenderEngine.h"
 #include "platform/Gdi.h"
 #include "host/RenderOptions.h"
@@ -120,48 +122,54 @@ RTRendererLight* FindShadowMapLight(RTLightTable* lightTable, RTRendererLight* d
   return defaultLights && (number == 0 || number == 1) ? &defaultLights[number] : nullptr;
 }
 
-bool RT_RENDER_ENGINE::ShadowMapJobCanRun(const SWRT_RENDER_THREAD_DATA& data) const {
+bool ShadowMapJobCanRun(const SWRT_RENDER_THREAD_DATA& data, const ShadowMapTileSources& sources) {
   const uint16_t kind = data.workKind;
   const bool cube = IsCubeKind(kind);
   const bool hasTarget =
       cube ? data.cubeShadowMap && data.cubeShadowMap->pixels : data.shadowMap && data.shadowMap->pixels;
   if (!hasTarget) return false;
   if (IsRenderKind(kind))
-    return data.view && data.options && kdTrees && lightTable && defaultLights && data.samples == 1;
+    return data.view && data.options && sources.hasTrees && sources.lightTable && sources.defaultLights &&
+           data.samples == 1;
   const int32_t number = static_cast<int32_t>(data.shadowLightId);
-  return cube ? FindUsableShadowMap(shadowMapIndexCube, shadowMapsCube, number) != nullptr
-              : FindUsableShadowMap(shadowMapIndexSingle, shadowMapsSingle, number) != nullptr;
+  const ShadowMapTables& maps = sources.maps;
+  return cube ? FindUsableShadowMap(maps.indexCube, maps.cube, number) != nullptr
+              : FindUsableShadowMap(maps.indexSingle, maps.single, number) != nullptr;
 }
 
-void RT_RENDER_ENGINE::RenderShadowMapTile(const SWRT_RENDER_THREAD_DATA& data, bool& abort) const {
-  const RTRendererLight* light = FindShadowMapLight(lightTable, defaultLights, int32_t(data.shadowLightId),
-                                                    data.options->DoCustomLighting());
+void RenderShadowMapTile(const RT_RENDER_ENGINE& engine, const SWRT_RENDER_THREAD_DATA& data,
+                         const ShadowMapTileSources& sources, const std::function<bool()>& shouldAbort,
+                         bool& abort) {
+  const RTRendererLight* light =
+      FindShadowMapLight(sources.lightTable, sources.defaultLights, int32_t(data.shadowLightId),
+                         data.options->DoCustomLighting());
   const int projection = data.workKind == RT_WORK_SHADOWMAP_PARALLEL ? 1 : 0;
   SW_PIXEL_G64R64F local[TilePixels];
   PixelRaySet rays;
   uint32_t i = 0;
   for (uint32_t px = data.x; px < data.x + data.width && i < TilePixels && !abort; ++px)
     for (uint32_t py = data.y; py < data.y + data.height && i < TilePixels && !abort; ++py, ++i) {
-      BuildPixelRays(rays, px, py, data.samples, &data.planeOrigin, data.stepX, data.stepY, &data.eyeToWorld,
-                     projection, data.viewWidth, data.viewHeight, false);
+      RT_RENDER_ENGINE::BuildPixelRays(rays, px, py, data.samples, &data.planeOrigin, data.stepX, data.stepY,
+                                       &data.eyeToWorld, projection, data.viewWidth, data.viewHeight, false);
       PixelRaySample& ray = rays.rays[0];
       SWRayIntersectionResult result{};
-      const bool hit = IntersectSWGeometry(ray.origin, ray.direction, ray.inverseDirection, result);
-      ProcessShadowmapPixel(hit, result, ray, local[i], false, 0.0, light, 0, 0);
-      if (ShouldAbort()) abort = true;
+      const bool hit = engine.IntersectSWGeometry(ray.origin, ray.direction, ray.inverseDirection, result);
+      engine.ProcessShadowmapPixel(hit, result, ray, local[i], false, 0.0, light, 0, 0);
+      if (shouldAbort()) abort = true;
     }
   if (abort) return;
   StoreTile(data, local, i);
-  if (cubeMapProgressBar) PostMessageA(cubeMapProgressBar, RT_SHADOW_MAP_TILE_MESSAGE, 0, 0);
+  if (sources.progressBar) PostMessageA(sources.progressBar, RT_SHADOW_MAP_TILE_MESSAGE, 0, 0);
 }
 
-void RT_RENDER_ENGINE::FilterShadowMapTile(const SWRT_RENDER_THREAD_DATA& data, bool& abort) const {
+void FilterShadowMapTile(const SWRT_RENDER_THREAD_DATA& data, const ShadowMapTileSources& sources,
+                         const std::function<bool()>& shouldAbort, bool& abort) {
   const int32_t number = static_cast<int32_t>(data.shadowLightId);
   const bool cube = IsCubeKind(data.workKind);
   const SWShadowMap* flat =
-      cube ? nullptr : FindUsableShadowMap(shadowMapIndexSingle, shadowMapsSingle, number);
+      cube ? nullptr : FindUsableShadowMap(sources.maps.indexSingle, sources.maps.single, number);
   const SWCubeShadowMap* source =
-      cube ? FindUsableShadowMap(shadowMapIndexCube, shadowMapsCube, number) : nullptr;
+      cube ? FindUsableShadowMap(sources.maps.indexCube, sources.maps.cube, number) : nullptr;
   const int face = FaceOf(data.workKind);
   const int32_t width = cube ? source->width : flat->width, height = cube ? source->height : flat->height;
   const FilterTaps taps =
@@ -176,9 +184,9 @@ void RT_RENDER_ENGINE::FilterShadowMapTile(const SWRT_RENDER_THREAD_DATA& data, 
   for (uint32_t px = data.x; px < data.x + data.width && i < TilePixels && !abort; ++px)
     for (uint32_t py = data.y; py < data.y + data.height && i < TilePixels && !abort; ++py, ++i) {
       local[i] = taps.Filter(px, py);
-      if (ShouldAbort()) abort = true;
+      if (shouldAbort()) abort = true;
     }
   if (abort) return;
   StoreTile(data, local, i);
-  if (cubeMapProgressBar) PostMessageA(cubeMapProgressBar, RT_SHADOW_MAP_TILE_MESSAGE, 0, 0);
+  if (sources.progressBar) PostMessageA(sources.progressBar, RT_SHADOW_MAP_TILE_MESSAGE, 0, 0);
 }

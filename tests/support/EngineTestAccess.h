@@ -62,7 +62,9 @@ class EngineTestAccess {
   }
   void WaitForCompletion() { engine->WaitForCompletion(); }
   bool TraceBlockPixels(SWRT_RENDER_THREAD_DATA* data, SCENE_VERTEX_XYZW* samples, PixelTracer tracer) {
-    return engine->TraceBlockPixels(data, samples, tracer);
+    return ::TraceBlockPixels(
+        engine, {engine->coreTokenSemaphore, engine->idleCoreAvailable, engine->GetProcessorCount()}, data,
+        samples, tracer);
   }
 
  private:
