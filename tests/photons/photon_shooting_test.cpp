@@ -73,14 +73,6 @@ size_t StoredRows(const std::vector<SWPhoton>& photons) {
   return stored;
 }
 
-bool AllFinite(const std::vector<SWPhoton>& photons) {
-  for (const SWPhoton& photon : photons) {
-    const SCENE_VERTEX_XYZ_64 e = photon.energy;
-    if (!std::isfinite(e.x) || !std::isfinite(e.y) || !std::isfinite(e.z)) return false;
-  }
-  return true;
-}
-
 }  // namespace
 
 TEST_F(PhotonShooting, ADistributedRunRepeatsAndEveryPhotonCarriesItsShare) {
@@ -124,7 +116,7 @@ TEST_F(PhotonShooting, ADistributedRunRepeatsAndEveryPhotonCarriesItsShare) {
   }
 }
 
-TEST_F(PhotonShooting, SettingsThatStoreNothingLeaveEmptyMapsAndNoNotANumber) {
+TEST_F(PhotonShooting, SettingsAndLightsThatStoreNothingLeaveEmptyMapsAndNoNotANumber) {
   Light(0, {0, 0, 5});
   RepeatableUpdate();
   ASSERT_FALSE(access.PhotonMap(true).nodes.empty());
@@ -132,10 +124,8 @@ TEST_F(PhotonShooting, SettingsThatStoreNothingLeaveEmptyMapsAndNoNotANumber) {
   // Level 0: both limits are 0, and a map built before is replaced.
   scene.Options().SetPhotonLevel(0);
   RepeatableUpdate();
-  EXPECT_TRUE(Photons(true).empty());
-  EXPECT_TRUE(Photons(false).empty());
-  EXPECT_TRUE(access.PhotonMap(true).nodes.empty());
-  EXPECT_TRUE(access.PhotonMap(false).nodes.empty());
+  EXPECT_TRUE(Photons(true).empty() && Photons(false).empty());
+  EXPECT_TRUE(access.PhotonMap(true).nodes.empty() && access.PhotonMap(false).nodes.empty());
 
   // No bounces: photons stop at their first surface.
   scene.Options().SetPhotonLevel(1);
@@ -143,62 +133,49 @@ TEST_F(PhotonShooting, SettingsThatStoreNothingLeaveEmptyMapsAndNoNotANumber) {
   RepeatableUpdate();
   EXPECT_EQ(StoredRows(Photons(true)), 100000u);
   EXPECT_EQ(StoredRows(Photons(false)), 0u);
-}
 
-TEST_F(PhotonShooting, ALightThatReachesNothingShootsNoEnergy) {
   // A spot under the floor, turned away from the room, whose cone of 80
   // degrees stays below the horizon: no photon is ever counted, and the
   // lists must not turn into 0 / 0.
-  Light(1, {0, 0, -1}, {0, 0, -10}, 80.0);
-  RepeatableUpdate();
-  EXPECT_EQ(StoredRows(Photons(true)), 0u);
-  EXPECT_TRUE(AllFinite(Photons(true)));
-  const SCENE_VERTEX_XYZ_64 light = access.PhotonMap(true).GatherPhotons({0, 0, 0}, 24.0, Photons(true),
-                                                                         {0, 0, 1}, {1.0f, 1.0f, 1.0f}, 100);
-  EXPECT_EQ(light.x, 0.0);
+  PhotonRoom dark;
+  dark.Light(1, {0, 0, -1}, {0, 0, -10}, 80.0);
+  dark.RepeatableUpdate();
+  EXPECT_EQ(StoredRows(dark.Photons(true)), 0u);
+  for (const SWPhoton& photon : dark.Photons(true)) {
+    const SCENE_VERTEX_XYZ_64 e = photon.energy;
+    ASSERT_TRUE(std::isfinite(e.x) && std::isfinite(e.y) && std::isfinite(e.z));
+  }
+  EXPECT_EQ(dark.access.PhotonMap(true)
+                .GatherPhotons({0, 0, 0}, 24.0, dark.Photons(true), {0, 0, 1}, {1, 1, 1}, 100)
+                .x,
+            0.0);
 }
 
-TEST_F(PhotonShooting, SeeThroughPanesStoreByTheirOpacity) {
-  // A pane across the room at z = 8, under the bulb at z = 9. Photons that
-  // cross it keep their bounce, so below it they are still direct ones.
-  struct Case {
-    const char* name;
-    bool visible;
-    float opacity;
-    bool paneStores;
-    double floorShare;  // energy of a direct photon on the floor, of one above the pane
-  };
-  const Case cases[] = {{"Invisible", false, 100, false, 1.0},
-                        {"Clear", true, 0, false, 1.0},
-                        // Half the light is let through, tinted by the pane's diffuse 50.
-                        {"Glass", true, 50, true, 0.5}};
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    PhotonRoom room;
-    room.scene.Material(
-        c.name,
-        [&](TEXTURE_LINK& l) {
-          l.SetOpacityLevel(c.opacity);
-          l.SetDiffuseLevel(50);
-        },
-        c.visible);
-    room.scene.Quad(c.name, {-10, -10, 8}, {10, -10, 8}, {10, 10, 8}, {-10, 10, 8});
-    room.Light(0, {0, 0, 9});
-    room.RepeatableUpdate();
-    size_t onPane = 0, onFloor = 0;
-    double above = 0.0, below = 0.0;
-    for (const SWPhoton& photon : room.Photons(true)) {
-      const SCENE_VERTEX_XYZ_64 p = photon.position;
-      const double energy = SCENE_VERTEX_XYZ_64(photon.energy).y;
-      if (std::fabs(p.z - 8.0) < 1e-6) ++onPane;
-      if (p.z > 8.5) above = energy;
-      if (std::fabs(p.z) < 1e-6) ++onFloor, below = energy;
-    }
-    EXPECT_EQ(onPane > 0, c.paneStores);
-    ASSERT_GT(onFloor, 0u);
-    ASSERT_GT(above, 0.0);
-    EXPECT_EQ(below, above * c.floorShare);
+TEST_F(PhotonShooting, AGlassPaneStoresAndLetsHalfTheLightThrough) {
+  // A pane of opacity 50 and diffuse 50 across the room at z = 8, under the
+  // bulb at z = 9. Photons that cross it keep their bounce, so below it they
+  // are still direct ones, with half the energy of those above. (Clear and
+  // invisible panes, which store nothing, are the chain test's.)
+  scene.Material("Glass", [&](TEXTURE_LINK& l) {
+    l.SetOpacityLevel(50);
+    l.SetDiffuseLevel(50);
+  });
+  scene.Quad("Glass", {-10, -10, 8}, {10, -10, 8}, {10, 10, 8}, {-10, 10, 8});
+  Light(0, {0, 0, 9});
+  RepeatableUpdate();
+  size_t onPane = 0, onFloor = 0;
+  double above = 0.0, below = 0.0;
+  for (const SWPhoton& photon : Photons(true)) {
+    const SCENE_VERTEX_XYZ_64 p = photon.position;
+    const double energy = SCENE_VERTEX_XYZ_64(photon.energy).y;
+    if (std::fabs(p.z - 8.0) < 1e-6) ++onPane;
+    if (p.z > 8.5) above = energy;
+    if (std::fabs(p.z) < 1e-6) ++onFloor, below = energy;
   }
+  EXPECT_GT(onPane, 0u);
+  ASSERT_GT(onFloor, 0u);
+  ASSERT_GT(above, 0.0);
+  EXPECT_EQ(below, above * 0.5);
 }
 
 TEST(PhotonShootingLimits, ALongChainOfSeeThroughSurfacesTakesNoStackPerSurface) {
@@ -240,29 +217,26 @@ TEST(PhotonShootingLimits, ALongChainOfSeeThroughSurfacesTakesNoStackPerSurface)
                                       &shots,       &noLights,        &generator};
   access.PhotonList(true).assign(1, SWPhoton{});
   access.PhotonList(false).assign(1, SWPhoton{});
+  // One photon straight down from above the panes, on a thread of 256 KiB.
   struct Flight {
     RT_RENDER_ENGINE* engine;
     SWRT_SHOOT_PHOTONS_THREAD_DATA* data;
   } flight{scene.engine, &data};
+  const auto fly = [](void* argument) -> void* {
+    Flight& f = *static_cast<Flight*>(argument);
+    SCENE_VERTEX_XYZ_64 origin = {0.3, 0.2, 50.0}, down = {0.0, 0.0, -1.0},
+                        inverse = {1.7976931348623157e308, 1.7976931348623157e308, -1.0},
+                        energy = {1.0, 2.0, 3.0};
+    SWRayIntersectionResult result{};
+    const bool hit = f.engine->IntersectSWGeometry(origin, down, inverse, result);
+    f.engine->ProcessPhotonIntersectionThread(*f.data, hit, result, origin, down, inverse, energy, 0);
+    return nullptr;
+  };
   pthread_attr_t attributes;
   pthread_attr_init(&attributes);
   pthread_attr_setstacksize(&attributes, 256 * 1024);
   pthread_t thread;
-  ASSERT_EQ(pthread_create(
-                &thread, &attributes,
-                [](void* argument) -> void* {
-                  Flight& f = *static_cast<Flight*>(argument);
-                  SCENE_VERTEX_XYZ_64 origin = {0.3, 0.2, 50.0}, down = {0.0, 0.0, -1.0},
-                                      inverse = {1.7976931348623157e308, 1.7976931348623157e308, -1.0},
-                                      energy = {1.0, 2.0, 3.0};
-                  SWRayIntersectionResult result{};
-                  const bool hit = f.engine->IntersectSWGeometry(origin, down, inverse, result);
-                  f.engine->ProcessPhotonIntersectionThread(*f.data, hit, result, origin, down, inverse,
-                                                            energy, 0);
-                  return nullptr;
-                },
-                &flight),
-            0);
+  ASSERT_EQ(pthread_create(&thread, &attributes, fly, &flight), 0);
   pthread_join(thread, nullptr);
   pthread_attr_destroy(&attributes);
 
@@ -270,9 +244,7 @@ TEST(PhotonShootingLimits, ALongChainOfSeeThroughSurfacesTakesNoStackPerSurface)
   EXPECT_EQ(indirect.load(), 0u);
   const SWPhoton stored = access.Photons(true)[0];
   const SCENE_VERTEX_XYZ_64 p = stored.position, d = stored.direction, e = stored.energy;
-  EXPECT_NEAR(p.x, 0.3, 1e-9);
-  EXPECT_NEAR(p.y, 0.2, 1e-9);
-  EXPECT_NEAR(p.z, 0.0, 1e-9);
+  EXPECT_NEAR(std::fabs(p.x - 0.3) + std::fabs(p.y - 0.2) + std::fabs(p.z), 0.0, 1e-9);
   EXPECT_EQ(d.z, -1.0);
   EXPECT_TRUE(e.x == 1.0 && e.y == 2.0 && e.z == 3.0);
 }
@@ -282,65 +254,32 @@ TEST(PhotonShootingLimits, AListTooLargeForMemoryLeavesNoPhotonsAndTheLightStays
     GTEST_SKIP() << "this machine could hold the lists";
   // Level 42950 asks for more than 2^32 photons a list. Wrapped round to
   // 32 bits it would be 32 704; kept at the largest list, it can't be had.
-  RenderScene scene(8, 8);
-  EngineTestAccess access(scene.engine);
-  scene.Material("Floor", [](TEXTURE_LINK& l) {
-    l.SetAmbientLevel(0);
-    l.SetSpecularLevel(0);
-  });
-  scene.Quad("Floor", {-10, -10, 0}, {10, -10, 0}, {10, 10, 0}, {-10, 10, 0});
-  SCENE_LIGHT_DEFINITION bulb{};
-  bulb.position = {0, 0, 5};
-  bulb.color = 0x00FFFFFF;
-  bulb.flags = LightEnabled | LightDiffuse;
-  bulb.intensity = 10;
-  scene.Lights()->AddLightInstance(scene.Lights()->AddLightDefinition(bulb), nullptr);
-  MODE_RENDER_OPTIONS& o = scene.Options();
-  o.SetCustomLighting(true);
-  o.SetPhotonMapping(true);
-  o.SetIndirectLighting(true);
+  PhotonRoom room;
+  room.Light(0, {0, 0, 5});
+  room.scene.SetCamera({0, 0, 9}, {0, 0, 0});
+  MODE_RENDER_OPTIONS& o = room.scene.Options();
   o.SetPhotonLevel(42950);
-  o.SetDisplayShadows(false);
-  scene.Render();
-  EXPECT_TRUE(access.Photons(true).empty());
-  EXPECT_TRUE(access.Photons(false).empty());
+  room.scene.Render();
+  EXPECT_TRUE(room.Photons(true).empty() && room.Photons(false).empty());
   // The direct light is all there, as without photon mapping.
-  const float lit = scene.Color(4, 4).x;
+  const float lit = room.scene.Color(8, 8).x;
   o.SetPhotonMapping(false);
-  scene.Render();
+  room.scene.Render();
   EXPECT_GT(lit, 0.5f);
-  EXPECT_EQ(lit, scene.Color(4, 4).x);
+  EXPECT_EQ(lit, room.scene.Color(8, 8).x);
 }
 
 // A room lit by one spot light aimed at the floor: the ceiling lies outside
 // the cone and shows only the ambient light, unless photons carry the
 // light that the floor throws back up to it.
 TEST(PhotonPicture, LightBouncedOffTheFloorReachesTheCeiling) {
-  RenderScene scene(16, 16);
-  scene.Material("Room", [](TEXTURE_LINK& l) {
-    l.SetDiffuseLevel(50);
-    l.SetSpecularLevel(0);
-  });
-  scene.Quad("Room", {-10, -10, 0}, {10, -10, 0}, {10, 10, 0}, {-10, 10, 0});
-  scene.Quad("Room", {-10, -10, 10}, {-10, 10, 10}, {10, 10, 10}, {10, -10, 10});
-  scene.Quad("Room", {-10, -10, 0}, {-10, 10, 0}, {-10, 10, 10}, {-10, -10, 10});
-  scene.Quad("Room", {10, -10, 0}, {10, -10, 10}, {10, 10, 10}, {10, 10, 0});
-  scene.Quad("Room", {-10, -10, 0}, {-10, -10, 10}, {10, -10, 10}, {10, -10, 0});
-  scene.Quad("Room", {-10, 10, 0}, {10, 10, 0}, {10, 10, 10}, {-10, 10, 10});
-  SCENE_LIGHT_DEFINITION spot{};
-  spot.type = 1;
-  spot.position = {0, 0, 9};
-  spot.target = {0, 0, 0};
-  spot.angle = 40;
-  spot.color = 0x00FFFFFF;
-  spot.flags = LightEnabled | LightDiffuse;
-  spot.intensity = 10;
-  scene.Lights()->AddLightInstance(scene.Lights()->AddLightDefinition(spot), nullptr);
+  PhotonRoom room;
+  RenderScene& scene = room.scene;
+  room.Light(1, {0, 0, 9}, {0, 0, 0}, 40);
   MODE_RENDER_OPTIONS& o = scene.Options();
-  o.SetCustomLighting(true);
-  o.SetDisplayShadows(false);
+  o.SetPhotonMapping(false);
+  o.SetIndirectLighting(false);
   o.SetAmbientLightLevel(0.2f);
-  o.SetPhotonLevel(1);
   o.SetPhotonRadius(4.0f);
   // Looking up at the ceiling from the middle of the room.
   scene.SetCamera({0, 0, 2}, {0.5f, 0, 10}, 40.0f);
@@ -355,14 +294,6 @@ TEST(PhotonPicture, LightBouncedOffTheFloorReachesTheCeiling) {
   scene.Render();
   EXPECT_GT(scene.Color(8, 8).x, ambientOnly + 0.1f);
   EXPECT_GT(scene.Color(2, 2).x, ambientOnly + 0.1f);
-
-  // With photons for all of the direct light the lights themselves are left
-  // out, and the floor in the cone is lit by the direct photons alone.
-  o.SetIndirectLighting(false);
-  o.SetPhotonDirectLightingContribution(100.0f);
-  scene.SetCamera({0, 0, 8}, {0.5f, 0, 0}, 40.0f);
-  scene.Render();
-  EXPECT_GT(scene.Color(8, 8).x, ambientOnly + 0.1f);
 }
 
 TEST_F(PhotonShooting, TheProgressBarCountsStoredPhotonsOfBothLists) {

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <array>
 #include <vector>
 
 #include "host/BrindlexViewModel.h"
@@ -17,20 +18,14 @@ std::vector<int32_t> Order(const RTLightTable& table) {
   return numbers;
 }
 
-void ExpectPoint(const SCENE_VERTEX_XYZ& p, float x, float y, float z) {
-  const SCENE_VERTEX_XYZ copy = p;
-  EXPECT_EQ(copy.x, x);
-  EXPECT_EQ(copy.y, y);
-  EXPECT_EQ(copy.z, z);
+std::array<float, 3> Point(const SCENE_VERTEX_XYZ& p) {
+  return {p.x, p.y, p.z};
 }
 
-void ExpectLight(const RTRendererLight& light, int number, int type, int flags, int intensity) {
-  const RTRendererLight copy = light;
-  EXPECT_EQ(int{copy.number}, number);
-  EXPECT_EQ(+copy.definition.type, type);
-  EXPECT_EQ(uint32_t{copy.definition.color}, 0x00FFFFFFu);
-  EXPECT_EQ(+copy.definition.flags, flags);
-  EXPECT_EQ(+copy.definition.intensity, intensity);
+// Number, type, flags and intensity; the colour is always white.
+std::array<int, 4> Kind(const RTRendererLight& light) {
+  EXPECT_EQ(uint32_t{light.definition.color}, 0x00FFFFFFu);
+  return {int{light.number}, +light.definition.type, +light.definition.flags, +light.definition.intensity};
 }
 
 SCENE_CAMERA_INFO Camera(float x, float y, float z) {
@@ -52,9 +47,9 @@ TEST(LightTable, KeepsInsertionOrderUntilTheFirstRemovalAndNumberOrderAfter) {
   EXPECT_EQ(Order(table), (std::vector<int32_t>{5, 2, 9, 7}));
   RTRendererLight* two = table.FindLight(2);
   ASSERT_NE(two, nullptr);
-  ExpectPoint(two->definition.position, 2, 3, 4);  // position and target move
-  ExpectPoint(two->definition.target, 1, 2, 3);
-  ExpectPoint(two->definition.axisU, 1, 0, 0);  // the area axes do not
+  EXPECT_EQ(Point(two->definition.position), (std::array<float, 3>{2, 3, 4}));  // position and target move
+  EXPECT_EQ(Point(two->definition.target), (std::array<float, 3>{1, 2, 3}));
+  EXPECT_EQ(Point(two->definition.axisU), (std::array<float, 3>{1, 0, 0}));  // the area axes do not
 
   // An update keeps the record's address and clears its shadow fields.
   two->shadowNear = 4.0;
@@ -94,11 +89,11 @@ TEST(LightSets, DrainIntoTheTableWithTheAlternateLightLastAndMarkEveryChangeDirt
   alternate.definition.position = {0, 0, 9};
   DrainModifiedLights(&table, &host, modified, dirty);
   ApplyAlternateLight(&table, &alternate, false, dirty);
-  ExpectPoint(table.FindLight(b)->definition.position, 1, 0, 0);
+  EXPECT_EQ(Point(table.FindLight(b)->definition.position), (std::array<float, 3>{1, 0, 0}));
   ApplyAlternateLight(&table, &alternate, true, dirty);
   EXPECT_TRUE(modified.empty());
   EXPECT_EQ(dirty, (std::set<int32_t>{a, b}));
-  ExpectPoint(table.FindLight(b)->definition.position, 0, 0, 9);
+  EXPECT_EQ(Point(table.FindLight(b)->definition.position), (std::array<float, 3>{0, 0, 9}));
 
   // A light the host dropped is noted as lost, then removed and dirty; a
   // modified number whose instance is gone is dropped without a trace.
@@ -121,21 +116,21 @@ TEST(DefaultLights, SetUpFollowTheCameraAndTheUpwardTestSeesTheRoof) {
   scene.Update();
   RTRendererLight lights[2] = {};
   SetDefaultLights(lights, Camera(3, 4, 0));  // world (3, -4, 0): under the roof; (3, 4) is not
-  ExpectLight(lights[0], 0, 0, LightEnabled | LightDiffuse, 7);
-  ExpectLight(lights[1], 1, 2, LightEnabled | LightDiffuse | LightCastsShadows, 20);
-  ExpectPoint(lights[0].definition.position, 3, -4, 0);
-  ExpectPoint(lights[1].definition.position, -50, -50, 100);
-  ExpectPoint(lights[1].definition.target, 0, 0, 0);
+  EXPECT_EQ(Kind(lights[0]), (std::array<int, 4>{0, 0, LightEnabled | LightDiffuse, 7}));
+  EXPECT_EQ(Kind(lights[1]), (std::array<int, 4>{1, 2, LightEnabled | LightDiffuse | LightCastsShadows, 20}));
+  EXPECT_EQ(Point(lights[0].definition.position), (std::array<float, 3>{3, -4, 0}));
+  EXPECT_EQ(Point(lights[1].definition.position), (std::array<float, 3>{-50, -50, 100}));
+  EXPECT_EQ(Point(lights[1].definition.target), (std::array<float, 3>{0, 0, 0}));
   EXPECT_TRUE(TestCameraUnderCover(*scene.engine, lights[0].definition.position));
   EXPECT_FALSE(TestCameraUnderCover(*scene.engine, {3, 4, 0}));
 
   EXPECT_FALSE(FollowCameraWithDefaultLight(lights, Camera(3, 4, 0)));  // not moved
   EXPECT_TRUE(FollowCameraWithDefaultLight(lights, Camera(0, 0, 20)));
-  ExpectPoint(lights[0].definition.position, 0, 0, 20);
+  EXPECT_EQ(Point(lights[0].definition.position), (std::array<float, 3>{0, 0, 20}));
   EXPECT_FALSE(TestCameraUnderCover(*scene.engine, lights[0].definition.position));  // above the roof
   RTRendererLight unset[2] = {};
   EXPECT_TRUE(FollowCameraWithDefaultLight(unset, Camera(1, 1, 1)));  // never set: both are set up
-  ExpectLight(unset[1], 1, 2, LightEnabled | LightDiffuse | LightCastsShadows, 20);
+  EXPECT_EQ(Kind(unset[1]), (std::array<int, 4>{1, 2, LightEnabled | LightDiffuse | LightCastsShadows, 20}));
 
   RTRendererLight headlight{};
   headlight.definition.flags = LightDiffuse;
@@ -144,10 +139,11 @@ TEST(DefaultLights, SetUpFollowTheCameraAndTheUpwardTestSeesTheRoof) {
   options.SetHeadlight(true);
   options.SetHeadlightLightLevel(15);
   SetHeadlight(headlight, options, Camera(1, 2, 3));
-  ExpectLight(headlight, 0, 0, LightEnabled | LightDiffuse, 15);
-  ExpectPoint(headlight.definition.position, 1, -2, 3);
+  EXPECT_EQ(Kind(headlight), (std::array<int, 4>{0, 0, LightEnabled | LightDiffuse, 15}));
+  EXPECT_EQ(Point(headlight.definition.position), (std::array<float, 3>{1, -2, 3}));
   options.SetHeadlightLightLevel(0);
   SetHeadlight(headlight, options, Camera(4, 5, 6));
-  ExpectLight(headlight, 0, 0, LightDiffuse, 15);  // disabled, and otherwise left as it was
-  ExpectPoint(headlight.definition.position, 1, -2, 3);
+  EXPECT_EQ(Kind(headlight),
+            (std::array<int, 4>{0, 0, LightDiffuse, 15}));  // disabled, and otherwise left as it was
+  EXPECT_EQ(Point(headlight.definition.position), (std::array<float, 3>{1, -2, 3}));
 }

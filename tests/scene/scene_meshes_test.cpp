@@ -86,7 +86,7 @@ class SceneMeshes : public ::testing::Test {
 
 }  // namespace
 
-TEST_F(SceneMeshes, OrdinaryPassBakesSingleMeshesSharesRepeatedOnesAndDropsHiddenOnes) {
+TEST_F(SceneMeshes, OrdinaryPassBakesSingleMeshesSharesRepeatedOnesDropsHiddenOnesAndLeadsHitsBack) {
   BuildScene();
   const SWMeshTable& table = access.MeshTable(0);
   ASSERT_EQ(table.meshes.size(), 3u);
@@ -113,6 +113,34 @@ TEST_F(SceneMeshes, OrdinaryPassBakesSingleMeshesSharesRepeatedOnesAndDropsHidde
   ExpectBox(access.SceneBox(0), 0, 0, 0);
   ExpectBox(access.SceneBox(1), 12, 5, 20);
   EXPECT_TRUE(access.MeshTable(1).instances.empty());
+
+  // Hits lead back to world vertices, or say what is missing.
+  SWHitSurface surface;
+  auto resolve = [&](uint32_t tree, uint32_t instance, uint32_t triangle) {
+    SWRayIntersectionResult hit{};
+    hit.treeIndex = tree, hit.instanceIndex = instance, hit.triangleIndex = triangle;
+    return ResolveHitSurface(&access.MeshTable(0), access.SWMaterials(), hit, surface);
+  };
+  ASSERT_EQ(resolve(0, 2, 0), SWHitSurfaceStatus::Resolved);  // shared under T(0,0,30)
+  EXPECT_EQ(surface.material, &access.SWMaterials()[0]);
+  ExpectPosition(surface.vertices[1], 0, 0, 31);
+  ASSERT_EQ(resolve(0, 0, 0), SWHitSurfaceStatus::Resolved);  // baked
+  ExpectPosition(surface.vertices[1], 12, 0, 0);
+
+  for (uint32_t tree : {1u, 2u}) EXPECT_EQ(resolve(tree, 0, 0), SWHitSurfaceStatus::NoSurface);
+  EXPECT_EQ(resolve(0, 5, 0), SWHitSurfaceStatus::NoSurface);
+  EXPECT_EQ(resolve(0, 0, 1), SWHitSurfaceStatus::NoSurface);
+  EXPECT_EQ(resolve(0, 0, 0x55555555), SWHitSurfaceStatus::NoSurface);  // 3t + 2 wraps in 32 bits
+
+  access.MeshTable(0).transforms.resize(2);  // instance 3's transform is gone: vertices as stored
+  ASSERT_EQ(resolve(0, 3, 0), SWHitSurfaceStatus::Resolved);
+  ExpectPosition(surface.vertices[2], 1, 0, 0);
+  access.MeshTable(0).meshes[0].indices[2] = 3;
+  EXPECT_EQ(resolve(0, 0, 0), SWHitSurfaceStatus::VertexOutOfRange);
+  access.SWMaterials()[0].material = nullptr;
+  EXPECT_EQ(resolve(0, 1, 0), SWHitSurfaceStatus::NoSurface);
+  access.SWMaterials().clear();
+  EXPECT_EQ(resolve(0, 1, 0), SWHitSurfaceStatus::NoSurface);
 }
 
 TEST_F(SceneMeshes, RotateToCameraGeometryGoesOnlyToTheSecondTableTurnedToTheViewer) {
@@ -143,6 +171,28 @@ TEST_F(SceneMeshes, RotateToCameraGeometryGoesOnlyToTheSecondTableTurnedToTheVie
   ExpectPosition(turned.meshes[0].vertices[2], 5, 0, 1, 1e-5f);
   EXPECT_EQ(MaterialOf(access.SWMaterials()[1]),
             access.MaterialRoots()[5]->GetNodeThatControlsMaterial("Brick"));
+
+  // A rotate node without a matrix turns about the world origin, as with
+  // the identity for its matrix (eye at (10,0,0)), and stays in world space;
+  // the stack is back at its bottom after it.
+  SCENE_GRAPH bare;
+  SCENE_GRAPH_NODE_INTERFACE* top = bare.GetSceneGraphNode("Scene Graph Root");
+  top->CreateNodeGroupData()->SetGroupMaterialID("Brick");
+  SCENE_GRAPH_NODE* plain = Group(top, "Plain", nullptr);
+  plain->GetNodeGroupData()->SetGroupRotateToCamera(true);
+  plain->AddChildNode(MeshNode("leaf", {Vertex(0, 0, 0), Vertex(1, 0, 0), Vertex(0, 0, 1)}));
+  const SCENE_MATRIX at5 = Translation(5, 0, 0);
+  SCENE_GRAPH_NODE* second = Group(top, "Second", nullptr, &at5);
+  second->GetNodeGroupData()->SetGroupRotateToCamera(true);
+  second->AddChildNode(MeshNode("dot", {Vertex(0, 0, 0), Vertex(1, 0, 0), Vertex(0, 0, 1)}));
+  camera = {{10, 0, 0}, {0, 0, 0}, 45.0f, 10.0f, 0.0f};
+  CalculateModelViewMatrix(&view, &camera);
+  access.Walk(1, top, nullptr, nullptr, &view);
+  ASSERT_EQ(access.MeshTable(1).meshes.size(), 2u);
+  ExpectPosition(access.MeshTable(1).meshes[0].vertices[0], 0, 0, 0, 1e-5f);
+  ExpectPosition(access.MeshTable(1).meshes[0].vertices[1], 0, 1, 0, 1e-5f);
+  ExpectPosition(access.MeshTable(1).meshes[0].vertices[2], 0, 0, 1, 1e-5f);
+  ExpectPosition(access.MeshTable(1).meshes[1].vertices[0], 5, 0, 0, 1e-5f);
 }
 
 TEST_F(SceneMeshes, HorizonComesFirstWithYNegatedAndStaysOutOfTheBox) {
@@ -181,37 +231,6 @@ TEST_F(SceneMeshes, HorizonComesFirstWithYNegatedAndStaysOutOfTheBox) {
   ExpectBox(access.SceneBox(1), 1, 1, 0);
 }
 
-TEST_F(SceneMeshes, HitsLeadBackToWorldVerticesOrReportWhatIsMissing) {
-  BuildScene();
-  SWHitSurface surface;
-  auto resolve = [&](uint32_t tree, uint32_t instance, uint32_t triangle) {
-    SWRayIntersectionResult hit{};
-    hit.treeIndex = tree, hit.instanceIndex = instance, hit.triangleIndex = triangle;
-    return ResolveHitSurface(&access.MeshTable(0), access.SWMaterials(), hit, surface);
-  };
-  ASSERT_EQ(resolve(0, 2, 0), SWHitSurfaceStatus::Resolved);  // shared under T(0,0,30)
-  EXPECT_EQ(surface.material, &access.SWMaterials()[0]);
-  ExpectPosition(surface.vertices[1], 0, 0, 31);
-  ASSERT_EQ(resolve(0, 0, 0), SWHitSurfaceStatus::Resolved);  // baked
-  ExpectPosition(surface.vertices[1], 12, 0, 0);
-
-  for (uint32_t tree : {1u, 2u}) EXPECT_EQ(resolve(tree, 0, 0), SWHitSurfaceStatus::NoSurface);
-  EXPECT_EQ(resolve(0, 5, 0), SWHitSurfaceStatus::NoSurface);
-  EXPECT_EQ(resolve(0, 0, 1), SWHitSurfaceStatus::NoSurface);
-  EXPECT_EQ(resolve(0, 0, 0x55555555), SWHitSurfaceStatus::NoSurface);  // 3t + 2 wraps in 32 bits
-
-  SWMeshTable& table = access.MeshTable(0);
-  table.transforms.resize(2);  // instance 3's transform is gone: vertices as stored
-  ASSERT_EQ(resolve(0, 3, 0), SWHitSurfaceStatus::Resolved);
-  ExpectPosition(surface.vertices[2], 1, 0, 0);
-  table.meshes[0].indices[2] = 3;
-  EXPECT_EQ(resolve(0, 0, 0), SWHitSurfaceStatus::VertexOutOfRange);
-  access.SWMaterials()[0].material = nullptr;
-  EXPECT_EQ(resolve(0, 1, 0), SWHitSurfaceStatus::NoSurface);
-  access.SWMaterials().clear();
-  EXPECT_EQ(resolve(0, 1, 0), SWHitSurfaceStatus::NoSurface);
-}
-
 TEST_F(SceneMeshes, MaterialTreesAreDeepCopiesOfWhatTheViewDrawsWith) {
   MATERIAL_3D_NODE* own = MaterialRoot();
   Material(own, "Marble");
@@ -233,30 +252,4 @@ TEST_F(SceneMeshes, MaterialTreesAreDeepCopiesOfWhatTheViewDrawsWith) {
   ASSERT_NE(roots[0], nullptr);
   EXPECT_NE(roots[0]->GetNodeThatControlsMaterial("Marble"), nullptr);
   EXPECT_EQ(roots[0]->GetNodeThatControlsMaterial("Brick"), nullptr);
-}
-
-TEST_F(SceneMeshes, ARotateToCameraNodeWithoutAMatrixTurnsAboutTheWorldOrigin) {
-  SCENE_GRAPH_NODE* tree = Group(root, "Tree", nullptr);  // no matrix of its own
-  tree->GetNodeGroupData()->SetGroupRotateToCamera(true);
-  tree->AddChildNode(MeshNode("leaf", {Vertex(0, 0, 0), Vertex(1, 0, 0), Vertex(0, 0, 1)}));
-  // Eye at (10,0,0): the billboard turns a quarter about z to face +x, as
-  // with the identity for its matrix; it stays in world space.
-  SCENE_CAMERA_INFO camera{{10, 0, 0}, {0, 0, 0}, 45.0f, 10.0f, 0.0f};
-  SCENE_MATRIX view;
-  CalculateModelViewMatrix(&view, &camera);
-  access.Walk(1, root, nullptr, nullptr, &view);
-  const SWMeshTable& turned = access.MeshTable(1);
-  ASSERT_EQ(turned.meshes.size(), 1u);
-  ExpectPosition(turned.meshes[0].vertices[0], 0, 0, 0, 1e-5f);
-  ExpectPosition(turned.meshes[0].vertices[1], 0, 1, 0, 1e-5f);
-  ExpectPosition(turned.meshes[0].vertices[2], 0, 0, 1, 1e-5f);
-  // The stack is back at its bottom after the node: a sibling mesh in an
-  // ordinary rotate node with a matrix lands where that matrix puts it.
-  const SCENE_MATRIX at = Translation(5, 0, 0);
-  SCENE_GRAPH_NODE* second = Group(root, "Second", nullptr, &at);
-  second->GetNodeGroupData()->SetGroupRotateToCamera(true);
-  second->AddChildNode(MeshNode("dot", {Vertex(0, 0, 0), Vertex(1, 0, 0), Vertex(0, 0, 1)}));
-  access.Walk(1, root, nullptr, nullptr, &view);
-  ASSERT_EQ(access.MeshTable(1).meshes.size(), 2u);
-  ExpectPosition(access.MeshTable(1).meshes[1].vertices[0], 5, 0, 0, 1e-5f);
 }

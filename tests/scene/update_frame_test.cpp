@@ -4,13 +4,12 @@
 #include <string>
 #include <vector>
 
-#include <unistd.h>
-
 #include "host/BrindlexTexture.h"
 #include "EngineTestAccess.h"
 #include "LogCapture.h"
 #include "textures/SWTexture.h"
 #include "SceneTestAccess.h"
+#include "TextureTestAccess.h"
 #include "accel/KDTree.h"
 #include "scene/LightTable.h"
 #include "scene/SWMeshTable.h"
@@ -20,32 +19,19 @@ using namespace scene_test;
 
 namespace {
 
-// A 2 x 2 picture of one colour, written where the engine looks for textures.
-void WritePicture(const std::string& path, uint8_t shade) {
-  std::vector<uint8_t> pixels(2 * 2 * 4, shade);
-  platform::PixelSurface surface{2, 2, 32, pixels.data(), 8};
-  ASSERT_TRUE(SavePictureFile(path.c_str(), surface, PictureFileFormat::Png));
-}
-
 class UpdateFrameTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    // Test programs run side by side: one folder per test and process.
-    folder = ::testing::TempDir() + "update_frame_" +
-             ::testing::UnitTest::GetInstance()->current_test_info()->name() + "_" +
-             std::to_string(getpid()) + "/";
-    std::string command = "mkdir -p " + folder;
-    ASSERT_EQ(std::system(command.c_str()), 0);
-    engine->Initialize(folder.c_str(), "", "", "", nullptr, nullptr);
+    engine->Initialize(folder.File("").c_str(), "", "", "", nullptr, nullptr);
     materials = project.CreateMaterialRoot(0);
     SetCamera({0, -20, 10});
   }
-  void TearDown() override {
-    engine->Release();
-    std::string command = "rm -rf " + folder;
-    std::system(command.c_str());
-  }
+  void TearDown() override { engine->Release(); }
 
+  // A 2 x 2 picture of one grey, written where the engine looks for textures.
+  void WritePicture(const char* name, uint8_t shade) {
+    folder.Picture(name, 2, 2, 32, [=](int, int, int) { return shade; });
+  }
   void SetCamera(SCENE_VERTEX_XYZ eye) {
     view->GetViewFileState()->SetCameraInfo({eye, {0, 0, 0}, 45, 10, 0});
   }
@@ -69,7 +55,7 @@ class UpdateFrameTest : public ::testing::Test {
   }
   uint32_t TextureRowOf(size_t materialRow) { return access.SWMaterials()[materialRow].textureIndex; }
 
-  std::string folder;
+  TextureFolder folder;
   SceneTestEngine* engine = new SceneTestEngine();
   EngineTestAccess access{engine};
   ENVIRONMENT_3D_PROJECT project;
@@ -151,9 +137,9 @@ TEST_F(UpdateFrameTest, LightsFollowTheHostAcrossTagsAndShutDownModel) {
 }
 
 TEST_F(UpdateFrameTest, TexturesAreSharedKeptApartByTransparencyAndRowsReused) {
-  WritePicture(folder + "wood.png", 100);
-  WritePicture(folder + "glass.png", 200);
-  WritePicture(folder + "sky.png", 50);
+  WritePicture("wood.png", 100);
+  WritePicture("glass.png", 200);
+  WritePicture("sky.png", 50);
   TexturedMaterial("Floor", "wood.png", false);
   TexturedMaterial("Table", "wood.png", false);
   MATERIAL_3D_NODE* pane = TexturedMaterial("Pane", "wood.png", true);
@@ -179,12 +165,12 @@ TEST_F(UpdateFrameTest, TexturesAreSharedKeptApartByTransparencyAndRowsReused) {
   // The background is named in other letters and its file is gone: it is
   // the same picture and must not be read again.
   Options().SetBackgroundTextureName("SKY.PNG");
-  std::remove((folder + "sky.png").c_str());
+  std::remove(folder.File("sky.png").c_str());
   engine->ModifyAllMaterialTypes();
   Update(1);
   EXPECT_EQ(TextureRowOf(2), paneRow);
-  EXPECT_EQ(access.Textures()[paneRow]->name, folder + "glass.png");
-  EXPECT_EQ(access.TransparentTextureIndex().count(folder + "wood.png"), 0u);
+  EXPECT_EQ(access.Textures()[paneRow]->name, folder.File("glass.png"));
+  EXPECT_EQ(access.TransparentTextureIndex().count(folder.File("wood.png")), 0u);
   EXPECT_EQ(access.BackgroundTexture(), sky);
   ASSERT_NE(access.Textures()[sky], nullptr);
   EXPECT_EQ(access.Textures().size(), 3u);
@@ -198,41 +184,24 @@ TEST_F(UpdateFrameTest, TexturesAreSharedKeptApartByTransparencyAndRowsReused) {
   EXPECT_EQ(access.Textures()[sky], nullptr);
   EXPECT_EQ(access.Textures()[paneRow], nullptr);
   EXPECT_NE(access.Textures()[TextureRowOf(0)], nullptr);
-}
 
-TEST_F(UpdateFrameTest, ABackgroundThatCannotBeLoadedLeavesNoRowBehind) {
-  // A name with no file, and a file that is no picture.
-  std::FILE* broken = std::fopen((folder + "broken.png").c_str(), "wb");
+  // A background named with no file, or a file that is no picture, leaves
+  // the plain colour, never a row that another texture takes over next.
+  std::FILE* broken = std::fopen(folder.File("broken.png").c_str(), "wb");
   ASSERT_NE(broken, nullptr);
   std::fputs("not a picture", broken);
   std::fclose(broken);
-  WritePicture(folder + "sky.png", 50);
-  WritePicture(folder + "wood.png", 100);
-  const std::string backgrounds[] = {"missing.png", "broken.png"};
-  for (int i = 0; i < 2; ++i) {
-    const std::string id = "Wall" + std::to_string(i), stone = "stone" + std::to_string(i) + ".png";
-    WritePicture(folder + stone, 150);
-    MATERIAL_3D_NODE* wall = TexturedMaterial(id.c_str(), "wood.png", false);
-    AddMesh(id.c_str());
+  for (const char* background : {"missing.png", "broken.png"}) {
     Options().SetUseBackgroundTexture(true);
-    Options().SetBackgroundTextureName("sky.png");
-    engine->ShutDownModel();
-    Update(1);
-    ASSERT_LT(access.BackgroundTexture(), access.Textures().size());
-
-    // The sky gives way to a picture that cannot be had, and the wall's
-    // wood to a new file, which takes the first free row.
-    Options().SetBackgroundTextureName(backgrounds[i].c_str());
-    TEXTURE_LINK link = *wall->GetTextureLink();
-    link.SetTextureLinkFullFileName(stone.c_str());
-    wall->SetTextureLink(&link);
+    Options().SetBackgroundTextureName(background);
+    TEXTURE_LINK link;
+    link.SetTextureLinkFullFileName(background[0] == 'm' ? "glass.png" : "wood.png");
+    pane->SetTextureLink(&link);
     engine->ModifyAllMaterialTypes();
     Update(1);
-    const uint32_t wallRow = TextureRowOf(access.SWMaterials().size() - 1);
-    ASSERT_LT(wallRow, access.Textures().size());
-    EXPECT_EQ(access.Textures()[wallRow]->name, folder + stone);
-    // No background picture: the plain colour shows, never the wall.
-    EXPECT_EQ(access.BackgroundTexture(), 0xFFFFFFFFu) << backgrounds[i];
+    EXPECT_EQ(access.BackgroundTexture(), 0xFFFFFFFFu) << background;
+    ASSERT_LT(TextureRowOf(2), access.Textures().size());
+    EXPECT_NE(access.Textures()[TextureRowOf(2)], nullptr);
   }
 }
 
@@ -243,31 +212,12 @@ TEST_F(UpdateFrameTest, SwitchingToDefaultLightingWithoutAModelChangeLightsTheSc
   Update(1);
   Options().SetCustomLighting(false);
   Update(1);  // the same tag and no notification: no rebuild
-  const RTRendererLight& eye = engine->DefaultLight(0);
-  const RTRendererLight& sun = engine->DefaultLight(1);
-  EXPECT_TRUE(eye.definition.flags & LightEnabled);
-  const SCENE_VERTEX_XYZ position = eye.definition.position;  // the camera, y negated
-  EXPECT_EQ(position.x, 0.0f);
-  EXPECT_EQ(position.y, 20.0f);
-  EXPECT_EQ(position.z, 10.0f);
-  EXPECT_TRUE(sun.definition.flags & LightEnabled);
-  const int type = sun.definition.type, intensity = sun.definition.intensity;
-  EXPECT_EQ(type, 2);
-  EXPECT_EQ(intensity, 20);
+  // Both default lights are on; the eye light stands at the camera, y negated.
+  const SCENE_VERTEX_XYZ eye = engine->DefaultLight(0).definition.position;
+  EXPECT_TRUE(engine->DefaultLight(0).definition.flags & engine->DefaultLight(1).definition.flags &
+              LightEnabled);
+  EXPECT_TRUE(eye.x == 0.0f && eye.y == 20.0f && eye.z == 10.0f);
 }
-
-namespace {
-// Nine lights that cast shadows, at the given positions, numbered 0 to 8.
-void AddShadowLights(SCENE_LIGHTS* lights, const std::vector<SCENE_VERTEX_XYZ>& positions) {
-  for (const SCENE_VERTEX_XYZ& position : positions) {
-    SCENE_LIGHT_DEFINITION light{};
-    light.type = 1;
-    light.flags = LightEnabled | LightCastsShadows;
-    light.position = position;
-    lights->AddLightInstance(lights->AddLightDefinition(light), nullptr);
-  }
-}
-}  // namespace
 
 class ShadowChoiceTest : public UpdateFrameTest {
  protected:
@@ -279,8 +229,18 @@ class ShadowChoiceTest : public UpdateFrameTest {
     Options().SetRayTracedSoftShadows(true);
     Options().SetCalculateAllShadows(false);
   }
-  // Gives every light a map, as if all had been drawn, and runs an update.
-  std::set<int32_t> MapsKeptAfterUpdate() {
+  // Nine lights that cast shadows, numbered 0 to 8. With a map each, as if
+  // all had been drawn, an update keeps the nearest eight.
+  void ExpectTheLastLosesItsMap(const std::vector<SCENE_VERTEX_XYZ>& positions) {
+    for (const SCENE_VERTEX_XYZ& position : positions) {
+      SCENE_LIGHT_DEFINITION light{};
+      light.type = 1;
+      light.flags = LightEnabled | LightCastsShadows;
+      light.position = position;
+      project.GetSceneLights()->AddLightInstance(project.GetSceneLights()->AddLightDefinition(light),
+                                                 nullptr);
+    }
+    Update(1);
     access.DirtyShadowLights().clear();
     for (int32_t number = 0; number < 9; ++number) {
       access.ShadowMapIndexSingle()[number] = number;
@@ -289,34 +249,35 @@ class ShadowChoiceTest : public UpdateFrameTest {
     Update(1);
     std::set<int32_t> kept;
     for (const auto& entry : access.ShadowMapIndexSingle()) kept.insert(entry.first);
-    return kept;
+    EXPECT_EQ(kept, (std::set<int32_t>{0, 1, 2, 3, 4, 5, 6, 7}));
+    EXPECT_EQ(access.ShadowMapsSingle()[8], nullptr);
+    EXPECT_EQ(access.DirtyShadowLights(), std::set<int32_t>{8});
   }
 };
 
+// Nine lights at heights 10 to 18 over the camera: the farthest, 8, loses
+// its map. Nine exactly 10 away: a tie never displaces a chosen light.
 TEST_F(ShadowChoiceTest, TheFarthestOfNineLightsLosesItsMap) {
-  std::vector<SCENE_VERTEX_XYZ> positions;
-  for (int i = 0; i < 9; ++i) positions.push_back({0, 0, 10.0f + i});  // light 8 is farthest
-  AddShadowLights(project.GetSceneLights(), positions);
-  Update(1);
-  const std::set<int32_t> kept = MapsKeptAfterUpdate();
-  EXPECT_EQ(kept, (std::set<int32_t>{0, 1, 2, 3, 4, 5, 6, 7}));
-  EXPECT_EQ(access.ShadowMapsSingle()[8], nullptr);
-  EXPECT_EQ(access.DirtyShadowLights(), std::set<int32_t>{8});
+  ExpectTheLastLosesItsMap({{0, 0, 10},
+                            {0, 0, 11},
+                            {0, 0, 12},
+                            {0, 0, 13},
+                            {0, 0, 14},
+                            {0, 0, 15},
+                            {0, 0, 16},
+                            {0, 0, 17},
+                            {0, 0, 18}});
 }
-
 TEST_F(ShadowChoiceTest, ATieNeverDisplacesAChosenLight) {
-  // All nine exactly 10 away: the first eight rows keep their maps.
-  AddShadowLights(project.GetSceneLights(), {{10, 0, 0},
-                                             {-10, 0, 0},
-                                             {0, 10, 0},
-                                             {0, -10, 0},
-                                             {0, 0, 10},
-                                             {0, 0, -10},
-                                             {6, 8, 0},
-                                             {8, 6, 0},
-                                             {0, 6, 8}});
-  Update(1);
-  EXPECT_EQ(MapsKeptAfterUpdate(), (std::set<int32_t>{0, 1, 2, 3, 4, 5, 6, 7}));
+  ExpectTheLastLosesItsMap({{10, 0, 0},
+                            {-10, 0, 0},
+                            {0, 10, 0},
+                            {0, -10, 0},
+                            {0, 0, 10},
+                            {0, 0, -10},
+                            {6, 8, 0},
+                            {8, 6, 0},
+                            {0, 6, 8}});
 }
 
 namespace {
@@ -333,8 +294,8 @@ bool PollCounter(void* context) {
 
 TEST_F(UpdateFrameTest, AnAbortAtAnyPollLeavesARebuildForTheNextCall) {
   // A and C share a file, B has its own: an abort must cost neither row.
-  WritePicture(folder + "wood.png", 100);
-  WritePicture(folder + "stone.png", 150);
+  WritePicture("wood.png", 100);
+  WritePicture("stone.png", 150);
   const char* files[] = {"wood.png", "stone.png", "wood.png"};
   const char* ids[] = {"A", "B", "C"};
   for (int i = 0; i < 3; ++i) {
@@ -370,7 +331,7 @@ TEST_F(UpdateFrameTest, AnAbortAtAnyPollLeavesARebuildForTheNextCall) {
       const uint32_t texture = TextureRowOf(row);
       ASSERT_LT(texture, access.Textures().size()) << "abort at poll " << n;
       ASSERT_NE(access.Textures()[texture], nullptr) << "abort at poll " << n << ", material " << row;
-      EXPECT_EQ(access.Textures()[texture]->name, folder + files[row]);
+      EXPECT_EQ(access.Textures()[texture]->name, folder.File(files[row]));
     }
   }
   engine->SetShouldAbortRenderFunction(nullptr, nullptr);

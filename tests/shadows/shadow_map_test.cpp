@@ -20,15 +20,6 @@ SW_PIXEL_G64R64F Depth(double d) {
   return {d * d, d};
 }
 
-// A flat map whose columns left of `edge` hold a blocker at 0.2 and the
-// rest one at 0.8, the same in every row.
-SWShadowMap StepMap(int size, int edge) {
-  SWShadowMap map(size, size);
-  for (int y = 0; y < size; ++y)
-    for (int x = 0; x < size; ++x) map.pixels[y * size + x] = Depth(x < edge ? 0.2 : 0.8);
-  return map;
-}
-
 // Visibility of a point at depth 0.6 at the centre of column `x`.
 double VisibilityAtColumn(const SWShadowMap& map, int x) {
   SW_PIXEL_G64R64F pixel{};
@@ -36,99 +27,7 @@ double VisibilityAtColumn(const SWShadowMap& map, int x) {
   return ShadowMapVisibility(pixel, 0.6, SmallestFlatMapVariance);
 }
 
-// An engine with no scene, whose filter jobs run over the maps the test
-// puts into its tables.
-class ShadowMapFilterTest : public ::testing::Test {
- protected:
-  void SetUp() override { engine->Initialize(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr); }
-  void TearDown() override {
-    access.ShadowMapsSingle().clear();  // the test owns the maps
-    access.ShadowMapsCube().clear();
-    engine->Release();
-  }
-  // Filters `source`, held as light 5's map, into a copy, tile by tile.
-  SWShadowMap Filter(SWShadowMap& source) {
-    access.ShadowMapsSingle() = {&source};
-    access.ShadowMapIndexSingle()[5] = 0;
-    SWShadowMap filtered(source);
-    std::vector<WorkItem> items;
-    for (int x = 0; x < source.width; x += 32)
-      for (int y = 0; y < source.height; y += 32) {
-        auto* data = new SWRT_RENDER_THREAD_DATA();
-        data->workKind = RT_WORK_SHADOWMAP_FILTER;
-        data->x = data->frameX = x;
-        data->y = data->frameY = y;
-        data->width = data->height = 32;
-        data->shadowLightId = 5;
-        data->shadowMap = &filtered;
-        items.push_back({RT_JOB_RENDER, data});
-      }
-    access.Push(items);
-    access.WaitForCompletion();
-    return filtered;
-  }
-
-  RT_RENDER_ENGINE* engine = static_cast<RT_RENDER_ENGINE*>(CreateRenderEngine());
-  EngineTestAccess access{engine};
-};
-
 }  // namespace
-
-TEST_F(ShadowMapFilterTest, StepEdgeGetsAPenumbraAsWideAsTheFilter) {
-  SWShadowMap step = StepMap(64, 32);
-  const SWShadowMap filtered = Filter(step);
-  // By hand: the filter weighs columns x - 3 to x + 2 by 1, 2, 2, 2, 2, 1
-  // tenths, and a tap at column 0 reaches across the edge to column 63.
-  // Mean m and mean square s give the bound (s - m^2) / (s - m^2 + (0.6 - m)^2).
-  const double floor = 0.0001 / (0.0001 + 0.4 * 0.4);
-  const struct {
-    int column;
-    double raw, soft;
-  } cases[] = {
-      {0, floor, 0.0756 / (0.0756 + 0.22 * 0.22)},   // 3 taps wrap: m 0.38, s 0.22
-      {20, floor, floor},                            // well inside the shadow
-      {29, floor, floor},                            // the window just misses the edge
-      {30, floor, 0.0324 / (0.0324 + 0.34 * 0.34)},  // m 0.26, s 0.10
-      {31, floor, 0.0756 / (0.0756 + 0.22 * 0.22)},  // m 0.38, s 0.22
-      {32, 1.0, 0.9},                                // m 0.5, s 0.34
-      {33, 1.0, 1.0},                                // m 0.62 lies beyond the point
-      {40, 1.0, 1.0},                                // well inside the lit side
-      {63, 1.0, 1.0},
-  };
-  for (const auto& c : cases) {
-    EXPECT_NEAR(VisibilityAtColumn(step, c.column), c.raw, 1e-9) << "raw, column " << c.column;
-    EXPECT_NEAR(VisibilityAtColumn(filtered, c.column), c.soft, 1e-9) << "filtered, column " << c.column;
-  }
-  EXPECT_EQ(VisibilityAtColumn(filtered, 40), 1.0);
-}
-
-TEST_F(ShadowMapFilterTest, EmptyPixelsNeitherOverflowNorTurnIntoNotANumber) {
-  // A blocker at 0.3 beside pixels that saw nothing, and in a cube a point
-  // light's pixel whose square overflowed.
-  SWShadowMap map(32, 32);
-  for (int i = 0; i < 32 * 32; ++i) map.pixels[i] = i % 32 < 16 ? SW_PIXEL_G64R64F{Huge, Huge} : Depth(0.3);
-  const SWShadowMap filtered = Filter(map);
-  for (int i = 0; i < 32 * 32; ++i) {
-    EXPECT_TRUE(std::isfinite(filtered.pixels[i].depth)) << i;
-    EXPECT_TRUE(std::isfinite(filtered.pixels[i].depthSquared)) << i;
-  }
-  // Lit space wins at the silhouette: the mean of any window that meets an
-  // empty pixel lies beyond a point at 0.6. Away from it the blocker holds.
-  EXPECT_EQ(VisibilityAtColumn(filtered, 17), 1.0);
-  EXPECT_NEAR(VisibilityAtColumn(filtered, 24), 0.0001 / (0.0001 + 0.3 * 0.3), 1e-12);
-
-  const double half = Huge / 2.0;
-  const SW_PIXEL_G64R64F overflowed{half * half, half};
-  ASSERT_TRUE(std::isinf(overflowed.depthSquared));
-  SWCubeShadowMap cube(4, 4, 6);
-  for (int i = 0; i < 4 * 4 * 6; ++i) cube.pixels[i] = i % 2 ? overflowed : Depth(50.0);
-  SW_PIXEL_G64R64F pixel{};
-  SampleCubeShadowMapFace(&cube, 0, 0.5f, 0.5f, pixel);  // a tap of weight 0 on an infinite pixel
-  EXPECT_FALSE(std::isnan(pixel.depth));
-  EXPECT_FALSE(std::isnan(pixel.depthSquared));
-  EXPECT_EQ(ShadowMapVisibility(pixel, 80.0, SmallestCubeMapVariance), 1.0);
-  EXPECT_EQ(ShadowMapVisibility({Huge, 1e300}, 2e300, SmallestCubeMapVariance), 1.0);
-}
 
 TEST(ShadowMapLookUp, CubeFaceFollowsTheLargestAxisAndCoordinatesFollowTheFace) {
   // Face f holds depth 100 (f + 1) everywhere except the pixels named below.
@@ -276,6 +175,37 @@ TEST_F(ShadowMapTileTest, TileAndFilterMatchABruteForceOfTheSamePixels) {
       EXPECT_NEAR(filtered.pixels[y * Size + x].depth, mean, 1e-12) << x << ", " << y;
       EXPECT_NEAR(filtered.pixels[y * Size + x].depthSquared, square, 1e-12) << x << ", " << y;
     }
+}
+
+TEST_F(ShadowMapTileTest, EmptyPixelsNeitherOverflowNorTurnIntoNotANumber) {
+  // A blocker at 0.3 beside pixels that saw nothing, and in a cube a point
+  // light's pixel whose square overflowed.
+  auto* map = new SWShadowMap(Size, Size);
+  for (int i = 0; i < Size * Size; ++i)
+    map->pixels[i] = i % Size < 16 ? SW_PIXEL_G64R64F{Huge, Huge} : Depth(0.3);
+  access.ShadowMapsSingle().push_back(map);  // the engine deletes it
+  access.ShadowMapIndexSingle()[7] = int32_t(access.ShadowMapsSingle().size() - 1);
+  SWShadowMap filtered(*map);
+  Run(Tile(RT_WORK_SHADOWMAP_FILTER, &filtered));
+  for (int i = 0; i < Size * Size; ++i) {
+    EXPECT_TRUE(std::isfinite(filtered.pixels[i].depth)) << i;
+    EXPECT_TRUE(std::isfinite(filtered.pixels[i].depthSquared)) << i;
+  }
+  // Lit space wins at the silhouette: the mean of any window that meets an
+  // empty pixel lies beyond a point at 0.6. Away from it the blocker holds.
+  EXPECT_EQ(VisibilityAtColumn(filtered, 17), 1.0);
+  EXPECT_NEAR(VisibilityAtColumn(filtered, 24), 0.0001 / (0.0001 + 0.3 * 0.3), 1e-12);
+
+  const double half = Huge / 2.0;
+  const SW_PIXEL_G64R64F overflowed{half * half, half};
+  ASSERT_TRUE(std::isinf(overflowed.depthSquared));
+  SWCubeShadowMap cube(4, 4, 6);
+  for (int i = 0; i < 4 * 4 * 6; ++i) cube.pixels[i] = i % 2 ? overflowed : Depth(50.0);
+  SW_PIXEL_G64R64F pixel{};
+  SampleCubeShadowMapFace(&cube, 0, 0.5f, 0.5f, pixel);  // a tap of weight 0 on an infinite pixel
+  EXPECT_FALSE(std::isnan(pixel.depth) || std::isnan(pixel.depthSquared));
+  EXPECT_EQ(ShadowMapVisibility(pixel, 80.0, SmallestCubeMapVariance), 1.0);
+  EXPECT_EQ(ShadowMapVisibility({Huge, 1e300}, 2e300, SmallestCubeMapVariance), 1.0);
 }
 
 TEST_F(ShadowMapTileTest, PixelHoldsTheMiddleOfTheFirstTwoBlockers) {

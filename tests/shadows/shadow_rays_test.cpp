@@ -1,15 +1,13 @@
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cmath>
-#include <cstdlib>
 #include <string>
 #include <vector>
 
 #include "host/BrindlexTexture.h"
 #include "LightingTestAccess.h"
 #include "pipeline/RandomNumberGenerator.h"
-#include "SceneTestAccess.h"
+#include "RenderScene.h"
 #include "accel/KDTree.h"
 #include "scene/LightTable.h"
 #include "scene/SWMeshTable.h"
@@ -26,20 +24,20 @@ namespace {
 // plates, low plates at height 0.5 and a wall at x = 9.5.
 class ShadowSceneTest : public ::testing::Test {
  protected:
+  using Quads = std::vector<std::vector<SCENE_VERTEX_XYZ>>;
   void SetUp() override {
-    // Test programs run side by side: one folder per test and process.
-    folder = ::testing::TempDir() + "shadow_rays_" +
-             ::testing::UnitTest::GetInstance()->current_test_info()->name() + "_" +
-             std::to_string(getpid()) + "/";
-    ASSERT_EQ(std::system(("mkdir -p " + folder).c_str()), 0);
-    WritePicture("lace175.png", 175);
-    WritePicture("lace176.png", 176);
-    engine->Initialize(folder.c_str(), "", "", "", nullptr, nullptr);
-    materials = project.CreateMaterialRoot(0);
-    view->GetViewFileState()->SetCameraInfo({{0, -20, 10}, {0, 0, 0}, 45, 10, 0});
-
-    Add("Floor", 100, QuadsNode("floor", {LevelSquare(10, 0)}));
-    Add("Box", 100, BoxNode("box", {-1, -1, 2}, {1, 1, 4}));
+    // Uniform pictures whose every byte, alpha included, is 175 or 176.
+    scene.Picture("lace175.png", 2, 2, [](int, int) { return 0xAFAFAFAFu; });
+    scene.Picture("lace176.png", 2, 2, [](int, int) { return 0xB0B0B0B0u; });
+    const float x0 = -1, y0 = -1, z0 = 2, x1 = 1, y1 = 1, z1 = 4;
+    Add("Floor", 100, {LevelSquare(10, 0)});
+    Add("Box", 100,
+        {{{x0, y0, z0}, {x1, y0, z0}, {x1, y1, z0}, {x0, y1, z0}},
+         {{x0, y0, z1}, {x1, y0, z1}, {x1, y1, z1}, {x0, y1, z1}},
+         {{x0, y0, z0}, {x1, y0, z0}, {x1, y0, z1}, {x0, y0, z1}},
+         {{x0, y1, z0}, {x1, y1, z0}, {x1, y1, z1}, {x0, y1, z1}},
+         {{x0, y0, z0}, {x0, y1, z0}, {x0, y1, z1}, {x0, y0, z1}},
+         {{x1, y0, z0}, {x1, y1, z0}, {x1, y1, z1}, {x1, y0, z1}}});
     Add("Glass50", 50, Plate(5, 5, 5));
     Add("Glass68.9", 68.9f, Plate(-5, 5, 5));
     Add("Glass69", 69, Plate(-5, -5, 5));
@@ -50,41 +48,26 @@ class ShadowSceneTest : public ::testing::Test {
     Add("Ghost", 100, Plate(8, 0, 5), "missing.png");
     Add("Veil", 50, Plate(-8, 0, 0.5f));
     Add("Roof", 100, Plate(-8, -8, 0.5f));
-    Add("Wall", 100, QuadsNode("wall", {{{9.5f, -2, 0}, {9.5f, 2, 0}, {9.5f, 2, 3}, {9.5f, -2, 3}}}));
-    engine->UpdateFrame(&project, view, project.GetSceneGraph(), project.GetSceneLights(), nullptr, nullptr,
-                        0, 1);
-
+    Add("Wall", 100, {{{9.5f, -2, 0}, {9.5f, 2, 0}, {9.5f, 2, 3}, {9.5f, -2, 3}}});
+    scene.Update();
     options.SetCustomLighting(true);
     options.SetDisplayShadows(true);
     options.SetRayTracedSoftShadows(false);
   }
-  void TearDown() override {
-    engine->Release();
-    std::system(("rm -rf " + folder).c_str());
-  }
-
-  // A uniform picture whose every byte, alpha included, is `value`.
-  void WritePicture(const char* name, uint8_t value) {
-    std::vector<uint8_t> pixels(2 * 2 * 4, value);
-    platform::PixelSurface surface{2, 2, 32, pixels.data(), 8};
-    ASSERT_TRUE(SavePictureFile((folder + name).c_str(), surface, PictureFileFormat::Png));
-  }
-  static SCENE_GRAPH_NODE* Plate(float x, float y, float z) {
-    return QuadsNode("plate", {{{x - 1.5f, y - 1.5f, z},
-                                {x + 1.5f, y - 1.5f, z},
-                                {x + 1.5f, y + 1.5f, z},
-                                {x - 1.5f, y + 1.5f, z}}});
+  static Quads Plate(float x, float y, float z) {
+    return {
+        {{x - 1.5f, y - 1.5f, z}, {x + 1.5f, y - 1.5f, z}, {x + 1.5f, y + 1.5f, z}, {x - 1.5f, y + 1.5f, z}}};
   }
   // A transparent texture when `picture` is given.
-  void Add(const char* material, float opacity, SCENE_GRAPH_NODE* node, const char* picture = nullptr) {
-    TEXTURE_LINK link;
-    link.SetOpacityLevel(opacity);
-    if (picture) {
-      link.SetTextureLinkFullFileName(picture);
-      link.SetTransparent(true);
-    }
-    Material(materials, material)->SetTextureLink(&link);
-    Group(root, material, material)->AddChildNode(node);
+  void Add(const char* material, float opacity, const Quads& quads, const char* picture = nullptr) {
+    scene.Material(material, [&](TEXTURE_LINK& link) {
+      link.SetOpacityLevel(opacity);
+      if (picture) {
+        link.SetTextureLinkFullFileName(picture);
+        link.SetTransparent(true);
+      }
+    });
+    for (const auto& q : quads) scene.Quad(material, q[0], q[1], q[2], q[3]);
   }
   // Whether the way straight up from (x, y, 0) to height 10 is blocked.
   bool BlockedAbove(double x, double y, uint32_t depth = 0) {
@@ -92,17 +75,13 @@ class ShadowSceneTest : public ::testing::Test {
   }
   double Visibility(const RTRendererLight& light, SCENE_VERTEX_XYZ_64 point,
                     RT_RANDOM_NUMBER_GENERATOR* generator = nullptr) {
-    const SCENE_VERTEX_XYZ_64 at = Widen(light.definition.position);
-    return engine->GetLightVisibilityThroughShadow(&light, &options, generator, at, point, 0, 0.0);
+    const SCENE_VERTEX_XYZ p = light.definition.position;
+    return engine->GetLightVisibilityThroughShadow(&light, &options, generator, P(p.x, p.y, p.z), point, 0,
+                                                   0.0);
   }
-  static SCENE_VERTEX_XYZ_64 Widen(SCENE_VERTEX_XYZ v) { return {v.x, v.y, v.z}; }
 
-  std::string folder;
-  RT_RENDER_ENGINE* engine = static_cast<RT_RENDER_ENGINE*>(CreateRenderEngine());
-  ENVIRONMENT_3D_PROJECT project;
-  ENVIRONMENT_3D_VIEW* view = project.GetView(0);
-  SCENE_GRAPH_NODE_INTERFACE* root = project.GetSceneGraph()->GetSceneGraphNode("Scene Graph Root");
-  MATERIAL_3D_NODE* materials = nullptr;
+  RenderScene scene{4, 4};
+  RT_RENDER_ENGINE* engine = scene.engine;
   MODE_RENDER_OPTIONS options;
 };
 
