@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <cstring>
+#include <limits>
 #include <memory>
 #include <sched.h>
 #include <vector>
@@ -11,6 +12,7 @@
 #include "accel/KDTree.h"
 #include "scene/LightTable.h"
 #include "scene/SWMeshTable.h"
+#include "shadows/CubeShadowMapSeams.h"
 #include "shadows/SWShadowMap.h"
 
 namespace {
@@ -154,6 +156,49 @@ TEST_F(ShadowMapRenderTest, CameraMoveRedrawsNoMapAndALightChangeRedrawsItsOwn) 
   EXPECT_TRUE(access.DirtyShadowLights().empty());
   ASSERT_EQ(access.ShadowMapsSingle().size(), 1u);
   EXPECT_EQ(access.ShadowMapsSingle()[0]->pixels[128 * 256 + 128].depth, middle.depth);
+}
+
+TEST_F(ShadowMapRenderTest, SeamsCarryOneFaceIntoTheEdgeRingsOfTheFacesBesideIt) {
+  // A slab that fills exactly the view of one face of a point light's cube,
+  // and nothing else: filtered face by face, the other five faces hold the
+  // empty depth, the largest double, everywhere. The seams are mended with
+  // the 5 x 5 mean across the edge: beside the slab's face, a pixel on the
+  // edge has 10 of its 25 taps on the slab (two columns of five), the next
+  // one in has 5, and the third is left as the filter made it.
+  scene = std::make_unique<RenderScene>(Side, Side);
+  access = EngineTestAccess(scene->engine);
+  scene->Material("Matt", [](TEXTURE_LINK&) {});
+  Quad({5, -5, -5}, {5, 5, -5}, {5, 5, 5}, {5, -5, 5});
+  Quad({5.2f, -5.2f, -5.2f}, {5.2f, -5.2f, 5.2f}, {5.2f, 5.2f, 5.2f}, {5.2f, 5.2f, -5.2f});
+  scene->Options().SetCustomLighting(true);
+  scene->Options().SetDisplayShadows(true);
+  Light(0, {0, 0, 0}, {1, 0, 0});
+  scene->Update();
+  ASSERT_EQ(access.ShadowMapsCube().size(), 1u);
+  const SWCubeShadowMap& map = *access.ShadowMapsCube()[0];
+  const int size = map.width, mid = size / 2;
+  const auto depth = [&](int face, int x, int y) {
+    return map.pixels[(int64_t(face) * size + y) * size + x].depth;
+  };
+  constexpr double Empty = std::numeric_limits<double>::max();
+  int slabFace = -1;
+  for (int face = 0; face < 6; ++face)
+    if (depth(face, mid, mid) < Empty) {
+      EXPECT_EQ(slabFace, -1) << "a second face sees the slab";
+      slabFace = face;
+    }
+  ASSERT_NE(slabFace, -1);
+  const double expected[] = {0.6 * Empty, 0.8 * Empty, Empty};
+  for (int ring = 0; ring < 3; ++ring) {
+    // The middle of each edge of the slab's face, `ring` pixels beyond it.
+    const int beyond[4][2] = {{-1 - ring, mid}, {size + ring, mid}, {mid, -1 - ring}, {mid, size + ring}};
+    for (const auto& [x, y] : beyond) {
+      int face, nx, ny;
+      ASSERT_TRUE(CubeShadowMapNeighbour(size, slabFace, x, y, face, nx, ny));
+      EXPECT_NEAR(depth(face, nx, ny), expected[ring], 1e-12 * Empty)
+          << "ring " << ring << " at " << x << ", " << y;
+    }
+  }
 }
 
 namespace {
