@@ -319,7 +319,6 @@ class RT_RENDER_ENGINE : public RT_RENDER_ENGINE_BASE, public RENDER_PROGRESS_IN
   friend class ShadingTestAccess;
   friend class TextureTestAccess;
   friend class PipelineTestAccess;
-  friend class LightingTestAccess;
 
   void StartWorkerThreads();
   void StopWorkerThreads();

@@ -1,5 +1,4 @@
-// Reaches what the shadow and lighting tests set up or check inside the
-// engine, and builds the small lit scenes they use.
+// The lights and small scenes that the shadow tests build.
 #pragma once
 
 #include <initializer_list>
@@ -11,16 +10,6 @@
 #include "scene/LightTable.h"
 #include "scene/SWMeshTable.h"
 #include "shadows/SWShadowMap.h"
-
-class LightingTestAccess {
- public:
-  explicit LightingTestAccess(RT_RENDER_ENGINE* engine) : engine(engine) {}
-
-  uint32_t MaximumRayDepth() const { return engine->maximumRayDepth; }
-
- private:
-  RT_RENDER_ENGINE* engine;
-};
 
 namespace lighting_test {
 
