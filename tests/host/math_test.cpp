@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <numbers>
 #include <random>
 #include <tuple>
 
@@ -8,7 +9,6 @@
 
 namespace {
 
-constexpr double Pi = 3.141592653589793;
 using V3 = SCENE_VERTEX_XYZ_64;
 
 void ExpectNear(const V3& actual, const V3& expected, double tolerance = 1e-9) {
@@ -208,7 +208,8 @@ TEST(Camera, UnprojectingViewportCornersGivesNearPlaneCorners) {
   GetIdentityMatrix(&identity);
 
   CalculateProjectionMatrix(&projection, viewport, &camera, 0, BoxMin, kBoxMax, false);
-  const double halfHeight = near * std::tan(30.0 * Pi / 180.0), halfWidth = halfHeight * 4.0 / 3.0;
+  const double halfHeight = near * std::tan(30.0 * std::numbers::pi / 180.0),
+               halfWidth = halfHeight * 4.0 / 3.0;
   ExpectNear(Unproject({10, 20, 0}, identity, projection, viewport), {-halfWidth, halfHeight, -near}, 1e-5);
   ExpectNear(Unproject({650, 500, 0}, identity, projection, viewport), {halfWidth, -halfHeight, -near}, 1e-5);
   ExpectNear(Unproject({330, 260, 1}, identity, projection, viewport), {0, 0, -far}, 1e-4);
@@ -238,10 +239,10 @@ TEST(Camera, LightProjectionsFrameTheLight) {
   // A spot light with a half-angle of 30 degrees: the map spans exactly its cone.
   const int viewport[4] = {0, 0, 256, 256};
   const SCENE_CAMERA_INFO spot = Camera({0, 0, 10}, {0, 0, 0}, 0, 0);
-  const double width = std::tan(30.0 * Pi / 180.0) * 10.0 * 2.0;
+  const double width = std::tan(30.0 * std::numbers::pi / 180.0) * 10.0 * 2.0;
   SCENE_MATRIX_64 projection, view;
   CalculateProjectionMatrix(&projection, viewport, &spot, 0, width, BoxMin, kBoxMax, false);
-  EXPECT_NEAR(projection.m[5], 1.0 / std::tan(30.0 * Pi / 180.0), 1e-9);
+  EXPECT_NEAR(projection.m[5], 1.0 / std::tan(30.0 * std::numbers::pi / 180.0), 1e-9);
   EXPECT_NEAR(projection.m[0], projection.m[5], 1e-9);
 
   // A direct light's camera knows no size of view: the parallel view takes in
@@ -311,7 +312,7 @@ TEST(Camera, ShadowCubePixelsAgreeWithTheCubeLookUp) {
   const int viewport[4] = {0, 0, 256, 256};
   SCENE_MATRIX_64 identity, projection, view, eyeToWorld;
   GetIdentityMatrix(&identity);
-  ASSERT_TRUE(CalculatePerspectiveProjectionMatrixFOVRH(&projection, Pi / 2, 1.0, 1.0, 100.0));
+  ASSERT_TRUE(CalculatePerspectiveProjectionMatrixFOVRH(&projection, std::numbers::pi / 2, 1.0, 1.0, 100.0));
   const V3 origin = Unproject({0, 0, 0}, identity, projection, viewport);
   const V3 end = Unproject({256, 256, 0}, identity, projection, viewport);
   const double stepX = (end.x - origin.x) / 256, stepY = (end.y - origin.y) / 256;
@@ -357,7 +358,8 @@ TEST(RotateToCamera, FrontTurnsTowardTheViewer) {
   SCENE_MATRIX view, parent;
   CalculateModelViewMatrix(&view, &camera);
   GetIdentityMatrix(&parent);
-  const float c = std::cos(40.0f * Pi / 180.0f), s = std::sin(40.0f * Pi / 180.0f);
+  const float c = std::cos(40.0f * std::numbers::pi / 180.0f),
+              s = std::sin(40.0f * std::numbers::pi / 180.0f);
   parent.m[0] = c, parent.m[1] = s, parent.m[4] = -s, parent.m[5] = c, parent.m[12] = 6;
 
   // Perspective, and the light pass's type 0: towards the eye, upright or not.
