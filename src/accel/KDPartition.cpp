@@ -1,6 +1,7 @@
 // Partition of a split node: triangles and events go to the side they lie
 // on, in list order, so that neither child needs sorting; only triangles on
 // both sides are clipped again and their new events sorted and merged in.
+#include "accel/KDParallel.h"
 #include "accel/KDTreeBuild.h"
 
 namespace {
@@ -45,44 +46,88 @@ void ShareTriangles(const KDBuildNode& parent, const KDSplit& split, std::vector
   }
 }
 
-// Events of one-sided triangles move in order; those of triangles on both
-// sides die with the parent. The right child takes over the parent's storage.
-void ShareEvents(KDBuildNode& parent, const std::vector<uint32_t>& sides, KDBuildNode& left,
-                 KDBuildNode& right) {
-  KDEventList& events = parent.events;
-  size_t kept = 0;
-  for (size_t i = 0; i < events.size(); ++i) {
-    const KDEvent event = events[i];
-    const uint32_t side = sides[event.triangle];
-    if (side == LeftOnly)
-      left.events.push_back(event);
-    else if (side == RightOnly)
-      events[kept++] = event;
+// Builds one child's list in a single pass over the parent's: the events of
+// its one-sided triangles in their order, with the sorted fresh events of
+// the triangles it shares merged in. A fresh event goes before the first
+// inherited event that is greater, so on equality the inherited one stays
+// first, as MergeEvents does.
+void ShareEvents(const KDEventList& events, const std::vector<uint32_t>& sides, uint32_t side,
+                 const KDEventList& fresh, size_t expected, KDEventList& out) {
+  out.clear();
+  out.reserve(expected + fresh.size());
+  size_t next = 0;
+  uint64_t nextKey = fresh.empty() ? 0 : KDEventKey(fresh[0]);
+  for (const KDEvent& event : events) {
+    if (sides[event.triangle] != side) continue;
+    if (next < fresh.size()) {
+      const uint64_t key = KDEventKey(event);
+      while (nextKey < key) {
+        out.push_back(fresh[next]);
+        if (++next == fresh.size()) break;
+        nextKey = KDEventKey(fresh[next]);
+      }
+    }
+    out.push_back(event);
   }
-  events.resize(kept);
-  right.events.swap(events);
+  out.insert(out.end(), fresh.begin() + next, fresh.end());
+}
+
+// A child's part of the partition: its box, and the events made anew for
+// it.
+struct ChildEvents {
+  const KDBuildNode* child;
+  KDEventList fresh;
+};
+
+// The triangles on both sides, clipped again to each child's box, each clip
+// starting from the whole triangle; their new events, sorted. A triangle
+// that the clip finds outside a child stays in its list without events
+// there.
+void ClipSharedTriangles(const KDBuildNode& parent, const std::vector<uint32_t>& sides, const KDTree& tree,
+                         const SWMeshTable& table, std::vector<SCENE_VERTEX_XYZ>& polygonA,
+                         std::vector<SCENE_VERTEX_XYZ>& polygonB, ChildEvents* children, size_t count) {
+  for (uint32_t triangle : parent.triangleList) {
+    if (sides[triangle] != BothSides || triangle >= tree.triangles.size()) continue;
+    const SWTriangle& record = tree.triangles[triangle];
+    SCENE_VERTEX_XYZ corners[3];
+    if (!GetTriangleCorners(table, record.instanceIndex, record.triangleIndex, corners)) continue;
+    for (size_t c = 0; c < count; ++c) {
+      float lo[3], hi[3];
+      if (ClipTriangleToBox(corners, children[c].child->boxMin, children[c].child->boxMax, polygonA, polygonB,
+                            lo, hi))
+        AppendBoxEvents(triangle, lo, hi, children[c].fresh);
+    }
+  }
+  for (size_t c = 0; c < count; ++c) SortEvents(children[c].fresh);
 }
 
 }  // namespace
 
 void PartitionNode(KDBuildNode& parent, const KDSplit& split, const KDTree& tree, const SWMeshTable& table,
-                   const KDThreadScratch& scratch, KDBuildNode& left, KDBuildNode& right) {
+                   const KDThreadScratch& scratch, bool twoThreads, KDBuildNode& left, KDBuildNode& right) {
   std::vector<uint32_t>& sides = *scratch.triangleSides;
   ShareTriangles(parent, split, sides, left, right);
-  ShareEvents(parent, sides, left, right);
-
-  // A triangle that the clip finds outside a child stays in its list without
-  // events there.
-  KDEventList newLeft, newRight;
-  for (uint32_t triangle : parent.triangleList) {
-    if (sides[triangle] != BothSides) continue;
-    AddTriangleEvents(tree, table, triangle, left.boxMin, left.boxMax, *scratch.polygonA, *scratch.polygonB,
-                      newLeft);
-    AddTriangleEvents(tree, table, triangle, right.boxMin, right.boxMax, *scratch.polygonA, *scratch.polygonB,
-                      newRight);
+  // Room for each child's share of the events, guessed from its share of
+  // the triangles; a wrong guess only costs a reallocation.
+  const size_t listed = left.triangleList.size() + right.triangleList.size();
+  const size_t total = parent.events.size();
+  const size_t leftGuess = listed ? total * left.triangleList.size() / listed : 0;
+  const size_t rightGuess = listed ? total * right.triangleList.size() / listed : 0;
+  ChildEvents children[2] = {{&left, {}}, {&right, {}}};
+  if (twoThreads) {
+    // The children share only what both read; the helper clips with
+    // polygons of its own.
+    RunParts(2, [&](size_t c) {
+      std::vector<SCENE_VERTEX_XYZ> ownA, ownB;
+      ClipSharedTriangles(parent, sides, tree, table, c ? ownA : *scratch.polygonA,
+                          c ? ownB : *scratch.polygonB, &children[c], 1);
+      ShareEvents(parent.events, sides, c ? RightOnly : LeftOnly, children[c].fresh,
+                  c ? rightGuess : leftGuess, c ? right.events : left.events);
+    });
+  } else {
+    ClipSharedTriangles(parent, sides, tree, table, *scratch.polygonA, *scratch.polygonB, children, 2);
+    ShareEvents(parent.events, sides, LeftOnly, children[0].fresh, leftGuess, left.events);
+    ShareEvents(parent.events, sides, RightOnly, children[1].fresh, rightGuess, right.events);
   }
-  SortEvents(newLeft);
-  SortEvents(newRight);
-  MergeEvents(left.events, newLeft);
-  MergeEvents(right.events, newRight);
+  KDEventList().swap(parent.events);
 }

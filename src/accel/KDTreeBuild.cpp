@@ -112,7 +112,11 @@ void MakeRootEvents(const KDTree& tree, const SWMeshTable& table, KDBuildNode& r
   // The one poll before the list is put in order.
   if (abort.AskSticky()) return;
   root.events = std::move(slices[0]);
-  for (size_t part = 1; part < parts; ++part) MergeEvents(root.events, slices[part]);
+  for (size_t part = 1; part < parts; ++part) {
+    KDEventList merged;
+    MergeEventsInParts(root.events, slices[part], parts, merged);
+    root.events.swap(merged);
+  }
 }
 
 // The root: every triangle number in order, its record filled, its events

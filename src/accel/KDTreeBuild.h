@@ -44,6 +44,10 @@ void SortEvents(KDEventList& events);
 // the first event of `into` that is greater, so on equality the older stays
 // first.
 void MergeEvents(KDEventList& into, const KDEventList& fresh);
+// The same merge into a new list, cut by key into `parts` pieces that run on
+// threads of their own. Every event of a key goes to one piece, so the cuts
+// change nothing in the order.
+void MergeEventsInParts(const KDEventList& older, const KDEventList& fresh, size_t parts, KDEventList& out);
 
 // --- Clipping ---------------------------------------------------------------
 
@@ -81,5 +85,7 @@ bool FindBestSplit(const KDBuildNode& node, const KDTree& tree, KDSplit& best);
 // node, depth and box are set. Triangles on both sides are clipped again to
 // each child's box, and their new events are merged in, so that both
 // children's lists come out sorted. The parent's events are used up.
+// With `twoThreads` the right child's events are made on a helper thread
+// while the calling thread makes the left child's.
 void PartitionNode(KDBuildNode& parent, const KDSplit& split, const KDTree& tree, const SWMeshTable& table,
-                   const KDThreadScratch& scratch, KDBuildNode& left, KDBuildNode& right);
+                   const KDThreadScratch& scratch, bool twoThreads, KDBuildNode& left, KDBuildNode& right);
