@@ -90,21 +90,9 @@ void SortEvents(KDEventList& events) {
 
 void MergeEvents(KDEventList& into, const KDEventList& fresh) {
   if (fresh.empty()) return;
-  // From the back, in place: the larger of the two tails goes last, and on
-  // equality the fresh event, so that the older one stays first. Events of
-  // `into` below the first fresh one never move.
-  size_t a = into.size(), b = fresh.size();
-  into.resize(a + b);
-  size_t out = a + b;
-  uint64_t keyB = KDEventKey(fresh[b - 1]);
-  while (b > 0) {
-    if (a > 0 && KDEventKey(into[a - 1]) > keyB) {
-      into[--out] = into[--a];
-    } else {
-      into[--out] = fresh[--b];
-      if (b > 0) keyB = KDEventKey(fresh[b - 1]);
-    }
-  }
+  KDEventList merged;
+  MergeEventsInParts(into, fresh, 1, merged);
+  into.swap(merged);
 }
 
 void MergeEventsInParts(const KDEventList& older, const KDEventList& fresh, size_t parts, KDEventList& out) {

@@ -46,30 +46,56 @@ void ShareTriangles(const KDBuildNode& parent, const KDSplit& split, std::vector
   }
 }
 
-// Builds one child's list in a single pass over the parent's: the events of
-// its one-sided triangles in their order, with the sorted fresh events of
-// the triangles it shares merged in. A fresh event goes before the first
-// inherited event that is greater, so on equality the inherited one stays
-// first, as MergeEvents does.
-void ShareEvents(const KDEventList& events, const std::vector<uint32_t>& sides, uint32_t side,
-                 const KDEventList& fresh, size_t expected, KDEventList& out) {
-  out.clear();
-  out.reserve(expected + fresh.size());
-  size_t next = 0;
-  uint64_t nextKey = fresh.empty() ? 0 : KDEventKey(fresh[0]);
-  for (const KDEvent& event : events) {
-    if (sides[event.triangle] != side) continue;
-    if (next < fresh.size()) {
+// Writes one child's list as the pass over the parent's reaches its events,
+// merging in the sorted fresh events of the triangles it shares. A fresh
+// event goes before the first inherited event that is greater, so on
+// equality the inherited one stays first, as MergeEvents does.
+class ChildList {
+ public:
+  // The list is sized for every parent event and all fresh ones, and cut
+  // back at the end; its allocator leaves the slots unset.
+  ChildList(const KDEventList& fresh, size_t parentEvents, KDEventList& list)
+      : next(fresh.data()), end(fresh.data() + fresh.size()), list(list) {
+    list.resize(parentEvents + fresh.size());
+    out = list.data();
+    if (next != end) nextKey = KDEventKey(*next);
+  }
+  void Append(const KDEvent& event) {
+    if (next != end) {
       const uint64_t key = KDEventKey(event);
       while (nextKey < key) {
-        out.push_back(fresh[next]);
-        if (++next == fresh.size()) break;
-        nextKey = KDEventKey(fresh[next]);
+        *out++ = *next++;
+        if (next == end) break;
+        nextKey = KDEventKey(*next);
       }
     }
-    out.push_back(event);
+    *out++ = event;
   }
-  out.insert(out.end(), fresh.begin() + next, fresh.end());
+  void Finish() {
+    while (next != end) *out++ = *next++;
+    list.resize(out - list.data());
+  }
+
+ private:
+  const KDEvent* next;
+  const KDEvent* end;
+  uint64_t nextKey = 0;
+  KDEventList& list;
+  KDEvent* out = nullptr;
+};
+
+// One pass over the parent's events fills the left child's list, the
+// right's, or both.
+template <bool Left, bool Right>
+void ShareEvents(const KDEventList& events, const std::vector<uint32_t>& sides, ChildList* left,
+                 ChildList* right) {
+  for (const KDEvent& event : events) {
+    const uint32_t side = sides[event.triangle];
+    if (Left && side == LeftOnly) left->Append(event);
+    if (Right && side == RightOnly) right->Append(event);
+  }
+  if (Left) left->Finish();
+  if (Right) right->Finish();
 }
 
 // A child's part of the partition: its box, and the events made anew for
@@ -107,13 +133,8 @@ void PartitionNode(KDBuildNode& parent, const KDSplit& split, const KDTree& tree
                    const KDThreadScratch& scratch, bool twoThreads, KDBuildNode& left, KDBuildNode& right) {
   std::vector<uint32_t>& sides = *scratch.triangleSides;
   ShareTriangles(parent, split, sides, left, right);
-  // Room for each child's share of the events, guessed from its share of
-  // the triangles; a wrong guess only costs a reallocation.
-  const size_t listed = left.triangleList.size() + right.triangleList.size();
-  const size_t total = parent.events.size();
-  const size_t leftGuess = listed ? total * left.triangleList.size() / listed : 0;
-  const size_t rightGuess = listed ? total * right.triangleList.size() / listed : 0;
   ChildEvents children[2] = {{&left, {}}, {&right, {}}};
+  const size_t parentEvents = parent.events.size();
   if (twoThreads) {
     // The children share only what both read; the helper clips with
     // polygons of its own.
@@ -121,13 +142,17 @@ void PartitionNode(KDBuildNode& parent, const KDSplit& split, const KDTree& tree
       std::vector<SCENE_VERTEX_XYZ> ownA, ownB;
       ClipSharedTriangles(parent, sides, tree, table, c ? ownA : *scratch.polygonA,
                           c ? ownB : *scratch.polygonB, &children[c], 1);
-      ShareEvents(parent.events, sides, c ? RightOnly : LeftOnly, children[c].fresh,
-                  c ? rightGuess : leftGuess, c ? right.events : left.events);
+      ChildList list(children[c].fresh, parentEvents, c ? right.events : left.events);
+      if (c)
+        ShareEvents<false, true>(parent.events, sides, nullptr, &list);
+      else
+        ShareEvents<true, false>(parent.events, sides, &list, nullptr);
     });
   } else {
     ClipSharedTriangles(parent, sides, tree, table, *scratch.polygonA, *scratch.polygonB, children, 2);
-    ShareEvents(parent.events, sides, LeftOnly, children[0].fresh, leftGuess, left.events);
-    ShareEvents(parent.events, sides, RightOnly, children[1].fresh, rightGuess, right.events);
+    ChildList leftList(children[0].fresh, parentEvents, left.events);
+    ChildList rightList(children[1].fresh, parentEvents, right.events);
+    ShareEvents<true, true>(parent.events, sides, &leftList, &rightList);
   }
   KDEventList().swap(parent.events);
 }
