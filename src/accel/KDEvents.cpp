@@ -231,14 +231,14 @@ void AppendBoxEvents(uint32_t triangle, const float lo[3], const float hi[3], KD
   }
 }
 
-void AddTriangleEvents(const KDTree& tree, const SWMeshTable& table, uint32_t triangle, const float boxMin[3],
+void AddTriangleEvents(KDTree& tree, const SWMeshTable& table, uint32_t triangle, const float boxMin[3],
                        const float boxMax[3], std::vector<SCENE_VERTEX_XYZ>& polygonA,
                        std::vector<SCENE_VERTEX_XYZ>& polygonB, KDEventList& events) {
-  if (triangle >= tree.triangles.size()) return;
+  if (triangle >= tree.triangles.size() || triangle >= tree.buildCorners.size()) return;
   const SWTriangle& record = tree.triangles[triangle];
-  SCENE_VERTEX_XYZ corners[3];
-  if (!GetTriangleCorners(table, record.instanceIndex, record.triangleIndex, corners)) return;
+  KDTriangleCorners& corners = tree.buildCorners[triangle];
+  corners.valid = GetTriangleCorners(table, record.instanceIndex, record.triangleIndex, corners.corner);
   float lo[3], hi[3];
-  if (ClipTriangleToBox(corners, boxMin, boxMax, polygonA, polygonB, lo, hi))
+  if (corners.valid && ClipTriangleToBox(corners.corner, boxMin, boxMax, polygonA, polygonB, lo, hi))
     AppendBoxEvents(triangle, lo, hi, events);
 }

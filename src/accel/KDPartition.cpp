@@ -7,7 +7,7 @@
 namespace {
 
 // Values of a triangle's entry in the thread's side vector.
-enum TriangleSide : uint32_t {
+enum TriangleSide : uint8_t {
   BothSides = 0,  // or not yet known
   LeftOnly = 1,
   RightOnly = 2,
@@ -21,7 +21,7 @@ bool IsWinner(const KDEvent& event, const KDSplit& split) {
 // Walks the split axis's events: before the winning event, starts and planars
 // go left; from it on, planars and ends go right. The winner itself goes
 // right only if it is planar.
-void ShareTriangles(const KDBuildNode& parent, const KDSplit& split, std::vector<uint32_t>& sides,
+void ShareTriangles(const KDBuildNode& parent, const KDSplit& split, std::vector<uint8_t>& sides,
                     KDBuildNode& left, KDBuildNode& right) {
   for (uint32_t triangle : parent.triangleList) sides[triangle] = BothSides;
   bool passed = false;
@@ -87,10 +87,10 @@ class ChildList {
 // One pass over the parent's events fills the left child's list, the
 // right's, or both.
 template <bool Left, bool Right>
-void ShareEvents(const KDEventList& events, const std::vector<uint32_t>& sides, ChildList* left,
+void ShareEvents(const KDEventList& events, const std::vector<uint8_t>& sides, ChildList* left,
                  ChildList* right) {
   for (const KDEvent& event : events) {
-    const uint32_t side = sides[event.triangle];
+    const uint8_t side = sides[event.triangle];
     if (Left && side == LeftOnly) left->Append(event);
     if (Right && side == RightOnly) right->Append(event);
   }
@@ -109,18 +109,17 @@ struct ChildEvents {
 // starting from the whole triangle; their new events, sorted. A triangle
 // that the clip finds outside a child stays in its list without events
 // there.
-void ClipSharedTriangles(const KDBuildNode& parent, const std::vector<uint32_t>& sides, const KDTree& tree,
-                         const SWMeshTable& table, std::vector<SCENE_VERTEX_XYZ>& polygonA,
-                         std::vector<SCENE_VERTEX_XYZ>& polygonB, ChildEvents* children, size_t count) {
+void ClipSharedTriangles(const KDBuildNode& parent, const std::vector<uint8_t>& sides, const KDTree& tree,
+                         std::vector<SCENE_VERTEX_XYZ>& polygonA, std::vector<SCENE_VERTEX_XYZ>& polygonB,
+                         ChildEvents* children, size_t count) {
   for (uint32_t triangle : parent.triangleList) {
-    if (sides[triangle] != BothSides || triangle >= tree.triangles.size()) continue;
-    const SWTriangle& record = tree.triangles[triangle];
-    SCENE_VERTEX_XYZ corners[3];
-    if (!GetTriangleCorners(table, record.instanceIndex, record.triangleIndex, corners)) continue;
+    if (sides[triangle] != BothSides || triangle >= tree.buildCorners.size()) continue;
+    const KDTriangleCorners& corners = tree.buildCorners[triangle];
+    if (!corners.valid) continue;
     for (size_t c = 0; c < count; ++c) {
       float lo[3], hi[3];
-      if (ClipTriangleToBox(corners, children[c].child->boxMin, children[c].child->boxMax, polygonA, polygonB,
-                            lo, hi))
+      if (ClipTriangleToBox(corners.corner, children[c].child->boxMin, children[c].child->boxMax, polygonA,
+                            polygonB, lo, hi))
         AppendBoxEvents(triangle, lo, hi, children[c].fresh);
     }
   }
@@ -129,9 +128,9 @@ void ClipSharedTriangles(const KDBuildNode& parent, const std::vector<uint32_t>&
 
 }  // namespace
 
-void PartitionNode(KDBuildNode& parent, const KDSplit& split, const KDTree& tree, const SWMeshTable& table,
+void PartitionNode(KDBuildNode& parent, const KDSplit& split, const KDTree& tree,
                    const KDThreadScratch& scratch, bool twoThreads, KDBuildNode& left, KDBuildNode& right) {
-  std::vector<uint32_t>& sides = *scratch.triangleSides;
+  std::vector<uint8_t>& sides = *scratch.triangleSides;
   ShareTriangles(parent, split, sides, left, right);
   ChildEvents children[2] = {{&left, {}}, {&right, {}}};
   const size_t parentEvents = parent.events.size();
@@ -140,8 +139,8 @@ void PartitionNode(KDBuildNode& parent, const KDSplit& split, const KDTree& tree
     // polygons of its own.
     RunParts(2, [&](size_t c) {
       std::vector<SCENE_VERTEX_XYZ> ownA, ownB;
-      ClipSharedTriangles(parent, sides, tree, table, c ? ownA : *scratch.polygonA,
-                          c ? ownB : *scratch.polygonB, &children[c], 1);
+      ClipSharedTriangles(parent, sides, tree, c ? ownA : *scratch.polygonA, c ? ownB : *scratch.polygonB,
+                          &children[c], 1);
       ChildList list(children[c].fresh, parentEvents, c ? right.events : left.events);
       if (c)
         ShareEvents<false, true>(parent.events, sides, nullptr, &list);
@@ -149,7 +148,7 @@ void PartitionNode(KDBuildNode& parent, const KDSplit& split, const KDTree& tree
         ShareEvents<true, false>(parent.events, sides, &list, nullptr);
     });
   } else {
-    ClipSharedTriangles(parent, sides, tree, table, *scratch.polygonA, *scratch.polygonB, children, 2);
+    ClipSharedTriangles(parent, sides, tree, *scratch.polygonA, *scratch.polygonB, children, 2);
     ChildList leftList(children[0].fresh, parentEvents, left.events);
     ChildList rightList(children[1].fresh, parentEvents, right.events);
     ShareEvents<true, true>(parent.events, sides, &leftList, &rightList);

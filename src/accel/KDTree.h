@@ -72,6 +72,13 @@ struct KDUnsetAllocator : std::allocator<T> {
 // parent to child in order, and the parent's list dies with its job.
 using KDEventList = std::vector<KDEvent, KDUnsetAllocator<KDEvent>>;
 
+// A triangle's corners in world space as the build clips them, read once
+// from the mesh table; `valid` is 0 when an index is out of range.
+struct KDTriangleCorners {
+  SCENE_VERTEX_XYZ corner[3];
+  uint32_t valid;
+};
+
 // The work description of one node. Not packed: it holds containers.
 struct KDBuildNode {
   uint32_t node = 0;   // index in nodes
@@ -84,7 +91,9 @@ struct KDBuildNode {
 
 // Per-thread scratch of a build, keyed by thread identifier.
 using KDPolygonMap = std::map<uint32_t, std::vector<SCENE_VERTEX_XYZ>>;
-using KDTriangleSideMap = std::map<uint32_t, std::vector<uint32_t>>;
+// A side mark takes one of three values, so a byte holds it: the marks of a
+// million triangles then stay in the processor's cache.
+using KDTriangleSideMap = std::map<uint32_t, std::vector<uint8_t>>;
 
 struct SWMeshTable;
 struct SWRayIntersectionResult;
@@ -143,6 +152,9 @@ class KDTree {
   const float emptyCost = 0.0f;
   const float leafBaseCost = 0.0f;
   const float triangleCost = 1.0f;
+  // Scratch of a build, one entry per triangle number, filled with the
+  // root's events and read-only afterwards; empty outside a build.
+  std::vector<KDTriangleCorners> buildCorners;
 
   // The walk's own copy of the tree, made at the end of Build; Intersect
   // uses it while it still matches the fields above.

@@ -167,6 +167,7 @@ void PrepareRoot(KDTree& tree, const SWMeshTable& table, size_t total, size_t th
   abort.Ask();
   root.triangleList.resize(total);
   tree.triangles.assign(total, SWTriangle{});
+  tree.buildCorners.assign(total, KDTriangleCorners{});
   const size_t parts = std::max<size_t>(1, std::min(threads, total / TrianglesPerPart));
   MakeRootEvents(tree, table, root, parts, polygonA, polygonB, abort);
 }
@@ -256,6 +257,7 @@ void KDTree::Build(const SWMeshTable* meshTable, std::deque<WorkItem>& workQueue
   if (!abort.AskSticky() && canRun)
     RunJobs(*this, table, buildStack, polygonA, polygonB, maxDepth, workQueue, queueLock, renderThreads,
             wakeSemaphore, doneSemaphore, shouldAbort, abortContext);
+  std::vector<KDTriangleCorners>().swap(buildCorners);
   if (abort.Ask() || !canRun) {
     leafTriangles.clear();
     nodes.clear();

@@ -129,7 +129,7 @@ void KDTree::BuildStep(KDBuildJob* job, std::deque<WorkItem>& workQueue, platfor
   SetUpChild(node, first + 1, right);
   left.boxMax[split.axis] = split.position;
   right.boxMin[split.axis] = split.position;
-  PartitionNode(node, split, tree, *job->meshTable, scratch, HasIdleWorker(*job, node), left, right);
+  PartitionNode(node, split, tree, scratch, HasIdleWorker(*job, node), left, right);
 
   PushChildren(*job, left, right);
   QueueChildJobs(*job, workQueue, queueLock);
