@@ -14,39 +14,31 @@ struct EventOrder {
 
 namespace {
 
-// Below this a comparison sort beats the passes over the buckets.
-constexpr size_t RadixMinimum = 512;
-
 // The 36-bit key above the event's place in the list: 64-bit numbers that
 // are all different and order exactly as the stable sort by key does, so
 // that only the words move while sorting and each event moves once.
 constexpr unsigned PlaceBits = 28;
+constexpr unsigned KeyBits = 36;
 constexpr uint64_t PlaceMask = (uint64_t(1) << PlaceBits) - 1;
 
 uint64_t PackedKey(const KDEvent& event, size_t place) {
   return KDEventKey(event) << PlaceBits | place;
 }
 
-constexpr unsigned DigitBits = 12;
-constexpr size_t Buckets = size_t(1) << DigitBits;
-// The key has 32 + 2 + 2 bits: three digits of 12.
-constexpr unsigned Digits = 3;
-
 // Least significant digit first over the key bits only, each pass stable,
 // so words of equal key stay in place order. A digit in which all keys
-// agree costs no pass.
-void RadixSortEvents(KDEventList& events) {
-  const size_t n = events.size();
-  std::vector<uint64_t> words(n), spare(n);
-  std::vector<uint32_t> counts(Digits * Buckets, 0);
-  for (size_t i = 0; i < n; ++i) {
-    const uint64_t word = PackedKey(events[i], i);
-    words[i] = word;
+// agree costs no pass. Returns the array that holds the result.
+template <unsigned DigitBits>
+uint64_t* RadixSortWords(uint64_t* words, uint64_t* spare, size_t n) {
+  constexpr unsigned Digits = (KeyBits + DigitBits - 1) / DigitBits;
+  constexpr size_t Buckets = size_t(1) << DigitBits;
+  // At most 48 KiB, on the stack: workers have the system's default stack.
+  uint32_t counts[Digits * Buckets] = {};
+  for (size_t i = 0; i < n; ++i)
     for (unsigned d = 0; d < Digits; ++d)
-      ++counts[d * Buckets + ((word >> (PlaceBits + d * DigitBits)) & (Buckets - 1))];
-  }
+      ++counts[d * Buckets + ((words[i] >> (PlaceBits + d * DigitBits)) & (Buckets - 1))];
   for (unsigned d = 0; d < Digits; ++d) {
-    uint32_t* count = counts.data() + d * Buckets;
+    uint32_t* count = counts + d * Buckets;
     const unsigned shift = PlaceBits + d * DigitBits;
     if (count[(words[0] >> shift) & (Buckets - 1)] == n) continue;
     uint32_t offset = 0;
@@ -56,33 +48,46 @@ void RadixSortEvents(KDEventList& events) {
       offset += c;
     }
     for (size_t i = 0; i < n; ++i) spare[count[(words[i] >> shift) & (Buckets - 1)]++] = words[i];
-    words.swap(spare);
+    std::swap(words, spare);
   }
-  KDEventList sorted(n);
-  for (size_t i = 0; i < n; ++i) sorted[i] = events[words[i] & PlaceMask];
-  events.swap(sorted);
+  return words;
 }
 
-void SmallSortEvents(KDEventList& events) {
+// Below this many events a comparison sort beats the passes over the
+// buckets; below the next, digits of 8 bits keep the bucket counts small.
+constexpr size_t RadixMinimum = 64;
+constexpr size_t WideDigitMinimum = 8192;
+
+// Sorts the words and then moves each event once to its place in `sorted`.
+void SortByWords(const KDEventList& events, uint64_t* words, uint64_t* spare, KDEvent* sorted) {
   const size_t n = events.size();
-  // Small lists are the common case; their scratch lives on the stack.
-  constexpr size_t Inline = RadixMinimum;
-  uint64_t packed[Inline];
-  KDEvent sorted[Inline];
-  for (size_t i = 0; i < n; ++i) packed[i] = PackedKey(events[i], i);
-  std::sort(packed, packed + n);
-  for (size_t i = 0; i < n; ++i) sorted[i] = events[packed[i] & PlaceMask];
-  std::copy(sorted, sorted + n, events.begin());
+  for (size_t i = 0; i < n; ++i) words[i] = PackedKey(events[i], i);
+  if (n < RadixMinimum)
+    std::sort(words, words + n);
+  else if (n < WideDigitMinimum)
+    words = RadixSortWords<8>(words, spare, n);
+  else
+    words = RadixSortWords<12>(words, spare, n);
+  for (size_t i = 0; i < n; ++i) sorted[i] = events[words[i] & PlaceMask];
 }
 
 }  // namespace
 
 void SortEvents(KDEventList& events) {
-  if (events.size() < 2) return;
-  if (events.size() < RadixMinimum) {
-    SmallSortEvents(events);
-  } else if (events.size() <= PlaceMask) {
-    RadixSortEvents(events);
+  const size_t n = events.size();
+  if (n < 2) return;
+  // Small lists are the common case; their scratch lives on the stack.
+  constexpr size_t Inline = 512;
+  if (n <= Inline) {
+    uint64_t words[Inline], spare[Inline];
+    KDEvent sorted[Inline];
+    SortByWords(events, words, spare, sorted);
+    std::copy(sorted, sorted + n, events.begin());
+  } else if (n <= PlaceMask) {
+    std::vector<uint64_t> words(n), spare(n);
+    KDEventList sorted(n);
+    SortByWords(events, words.data(), spare.data(), sorted.data());
+    events.swap(sorted);
   } else {
     std::stable_sort(events.begin(), events.end(), EventOrder());
   }

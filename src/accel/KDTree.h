@@ -152,9 +152,9 @@ class KDTree {
   const float emptyCost = 0.0f;
   const float leafBaseCost = 0.0f;
   const float triangleCost = 1.0f;
-  // Scratch of a build, one entry per triangle number, filled with the
+  // Scratch of a build, one entry per triangle number, written with the
   // root's events and read-only afterwards; empty outside a build.
-  std::vector<KDTriangleCorners> buildCorners;
+  std::vector<KDTriangleCorners, KDUnsetAllocator<KDTriangleCorners>> buildCorners;
 
   // The walk's own copy of the tree, made at the end of Build; Intersect
   // uses it while it still matches the fields above.

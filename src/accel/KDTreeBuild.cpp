@@ -167,7 +167,8 @@ void PrepareRoot(KDTree& tree, const SWMeshTable& table, size_t total, size_t th
   abort.Ask();
   root.triangleList.resize(total);
   tree.triangles.assign(total, SWTriangle{});
-  tree.buildCorners.assign(total, KDTriangleCorners{});
+  // Every entry is written before the jobs read it, so it is not zeroed.
+  tree.buildCorners.resize(total);
   const size_t parts = std::max<size_t>(1, std::min(threads, total / TrianglesPerPart));
   MakeRootEvents(tree, table, root, parts, polygonA, polygonB, abort);
 }
@@ -257,7 +258,7 @@ void KDTree::Build(const SWMeshTable* meshTable, std::deque<WorkItem>& workQueue
   if (!abort.AskSticky() && canRun)
     RunJobs(*this, table, buildStack, polygonA, polygonB, maxDepth, workQueue, queueLock, renderThreads,
             wakeSemaphore, doneSemaphore, shouldAbort, abortContext);
-  std::vector<KDTriangleCorners>().swap(buildCorners);
+  decltype(buildCorners)().swap(buildCorners);
   if (abort.Ask() || !canRun) {
     leafTriangles.clear();
     nodes.clear();
