@@ -129,3 +129,62 @@ TEST(KDBuildParts, MergeInPiecesKeepsOlderEventsFirstWhereTheCutsFall) {
     EXPECT_EQ(Triangles(merged), std::vector<uint32_t>({0, 1, 2, 3, 10, 11, 4, 12})) << parts;
   }
 }
+
+TEST(KDBuildParts, ASplitWithAHelperThreadGivesTheChildrenOfOneWithout) {
+  // Triangles of up to 8 units over a cube of 100, so that many straddle the
+  // chosen plane and are clipped again.
+  std::mt19937 random(3);
+  std::uniform_real_distribution<float> where(0.0f, 100.0f), size(-4.0f, 4.0f);
+  SWMeshTable table;
+  SWMesh mesh;
+  constexpr uint32_t count = 3000;
+  for (uint32_t i = 0; i < count; ++i) {
+    const float x = where(random), y = where(random), z = where(random);
+    for (int c = 0; c < 3; ++c) {
+      SCENE_VERTEX v{};
+      v.position = {x + size(random), y + size(random), z + size(random)};
+      mesh.vertices.push_back(v);
+      mesh.indices.push_back(3 * i + c);
+    }
+  }
+  table.meshes.push_back(mesh);
+  table.instances.push_back({0, 0, 0xFFFFFFFF});
+
+  KDTree tree;
+  tree.triangles.resize(count);
+  ASSERT_EQ(FillInstanceTriangles(table, 0, tree.triangles.data(), count), count);
+  tree.buildCorners.resize(count);
+  KDBuildNode root;
+  for (int k = 0; k < 3; ++k) root.boxMin[k] = -5.0f, root.boxMax[k] = 105.0f;
+  std::vector<SCENE_VERTEX_XYZ> a, b;
+  for (uint32_t t = 0; t < count; ++t) {
+    root.triangleList.push_back(t);
+    AddTriangleEvents(tree, table, t, root.boxMin, root.boxMax, a, b, root.events);
+  }
+  SortEvents(root.events);
+  KDSplit split;
+  ASSERT_TRUE(FindBestSplit(root, tree, split));
+
+  std::vector<uint8_t> sides(count);
+  const KDThreadScratch scratch{&a, &b, &sides};
+  const auto flat = [](const KDBuildNode& node) {
+    std::vector<uint32_t> words(node.triangleList);
+    for (const KDEvent& e : node.events)
+      words.insert(words.end(), {uint32_t(e.type), std::bit_cast<uint32_t>(e.position), e.triangle, e.axis});
+    return words;
+  };
+  std::vector<uint32_t> children[2][2];
+  for (const bool helper : {false, true}) {
+    KDBuildNode parent = root, left, right;
+    for (KDBuildNode* child : {&left, &right})
+      std::copy(root.boxMin, root.boxMin + 3, child->boxMin),
+          std::copy(root.boxMax, root.boxMax + 3, child->boxMax);
+    left.boxMax[split.axis] = right.boxMin[split.axis] = split.position;
+    PartitionNode(parent, split, tree, scratch, helper, left, right);
+    children[helper][0] = flat(left);
+    children[helper][1] = flat(right);
+    EXPECT_GT(left.triangleList.size() + right.triangleList.size(), count) << "some triangles straddle";
+  }
+  EXPECT_EQ(children[1][0], children[0][0]);
+  EXPECT_EQ(children[1][1], children[0][1]);
+}
