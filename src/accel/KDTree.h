@@ -5,11 +5,9 @@
 #include <cstdint>
 #include <deque>
 #include <map>
-#include <memory>
-#include <new>
-#include <utility>
 #include <vector>
 
+#include "accel/KDUnsetAllocator.h"
 #include "accel/KDWalkLayout.h"
 #include "scene/SWTriangle.h"
 #include "host/SceneRecords.h"
@@ -48,24 +46,6 @@ struct KDSplit {
   uint32_t eventTriangle;
 };
 #pragma pack(pop)
-
-// Storage whose new elements are left unset: event lists are sized to a
-// bound first and then written, so zeroing them would be a wasted pass.
-template <typename T>
-struct KDUnsetAllocator : std::allocator<T> {
-  template <typename U>
-  struct rebind {
-    using other = KDUnsetAllocator<U>;
-  };
-  template <typename U>
-  void construct(U* at) noexcept {
-    ::new (static_cast<void*>(at)) U;
-  }
-  template <typename U, typename... Args>
-  void construct(U* at, Args&&... args) {
-    ::new (static_cast<void*>(at)) U(std::forward<Args>(args)...);
-  }
-};
 
 // A sorted event list: position, then axis, then type, equal events in the
 // order they came. A vector does what a linked list would: events move from
