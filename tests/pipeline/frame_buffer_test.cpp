@@ -92,11 +92,4 @@ TEST(FrameBuffer, ResizeStretchesThePictureIntoBothBuffersUnderTheHostsLock) {
   ASSERT_NE(access.FrameHDR(), nullptr);
   EXPECT_EQ(access.FrameBitmap()->GetWidth(), 12u);
   EXPECT_EQ(access.FrameBitmap()->GetHeight(), 7u);
-  // A distributed engine has no frame buffer of its own.
-  ThreadCountServer server{1};
-  engine.SetRenderDistributedServerInterface(&server);
-  engine.ResizeClientArea(&width, &height);
-  EXPECT_EQ(access.FrameBitmap(), nullptr);
-  EXPECT_EQ(access.FrameHDR(), nullptr);
-  engine.SetRenderDistributedServerInterface(nullptr);
 }

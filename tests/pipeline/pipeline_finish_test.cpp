@@ -2,13 +2,9 @@
 
 #include "TestDoubles.h"
 
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <cerrno>
 #include <cmath>
 #include <limits>
-#include <vector>
 
 #include "host/BrindlexViewModel.h"
 #include "pipeline/RandomNumberGenerator.h"
@@ -84,18 +80,4 @@ TEST(PipelineFinish, RandomUnitFollowsMT19937OrFreshSystemDraws) {
   EXPECT_EQ(seeded.RandomUnit(), 581869302u / 4294967295.0);
   EXPECT_NE(system.RandomUnit(), 3499211612u / 4294967295.0);
   EXPECT_EQ(rand_s(nullptr), EINVAL);
-  // A forked child does not hand out the draws its parent still holds.
-  unsigned int draws[2][16];
-  int pipeEnds[2];
-  ASSERT_EQ(pipe(pipeEnds), 0);
-  const pid_t child = fork();
-  ASSERT_GE(child, 0);
-  const int mine = child == 0 ? 1 : 0;
-  for (unsigned int& value : draws[mine]) EXPECT_EQ(rand_s(&value), 0);
-  if (child == 0) _exit(write(pipeEnds[1], draws[1], sizeof draws[1]) == sizeof draws[1] ? 0 : 1);
-  EXPECT_EQ(read(pipeEnds[0], draws[1], sizeof draws[1]), ssize_t(sizeof draws[1]));
-  waitpid(child, nullptr, 0);
-  close(pipeEnds[0]);
-  close(pipeEnds[1]);
-  EXPECT_NE(std::vector(draws[0], draws[0] + 16), std::vector(draws[1], draws[1] + 16));
 }

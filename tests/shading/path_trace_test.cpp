@@ -6,7 +6,6 @@
 
 #include "pipeline/RandomNumberGenerator.h"
 #include "RenderScene.h"
-#include "shading/SampleCosineHemisphere.h"
 #include "ShadingTestAccess.h"
 
 namespace {
@@ -149,21 +148,5 @@ TEST_F(PathTraceTest, OneDiffuseBounceAddsTheSkyWeighedByTheCosine) {
       sum += color.z / Half;
     }
     EXPECT_NEAR(sum / paths, expected, 5.0 * std::sqrt(1.0 / 18.0 / paths));
-  }
-}
-
-TEST(SampleCosineHemisphere, TurnsTheFirstDrawsAboutTheNormal) {
-  // The first two draws of MT19937 seeded with 5489, 0.8147237 and
-  // 0.1354770, give sin(theta) = sqrt(0.8147237), phi = 0.8512243, and so
-  // weights u = 0.5948817, n = 0.4304373, v = 0.6788516; about +z the axes
-  // are u = -y and v = -x, about +x they are u = -z and v = -y.
-  const SCENE_VERTEX_XYZ_64 cases[2][2] = {{{0, 0, 1}, {-0.6788516, -0.5948817, 0.4304373}},
-                                           {{1, 0, 0}, {0.4304373, -0.6788516, -0.5948817}}};
-  for (const auto& [normal, expected] : cases) {
-    RT_RANDOM_NUMBER_GENERATOR generator(false, 5489);
-    const SCENE_VERTEX_XYZ_64 d = SampleCosineHemisphere(generator, normal);
-    EXPECT_TRUE(std::abs(d.x - expected.x) < 1e-6 && std::abs(d.y - expected.y) < 1e-6 &&
-                std::abs(d.z - expected.z) < 1e-6)
-        << d.x << " " << d.y << " " << d.z;
   }
 }
