@@ -197,12 +197,7 @@ TEST_F(RenderToFileTest, LargePictureMovesTileByTileThroughTheFrameBuffer) {
   Start(400, 300);
   recorder->marking = true;
   const std::string name = folder + "large.png";
-  bool savedAfterPass1 = false;
-  passes.beforePass = [&](uint64_t pass) {
-    savedAfterPass1 |= pass == 2 && StartsWith(FileBytes(name), Png);
-  };
   Render(1000, 500, name, 2);
-  EXPECT_TRUE(savedAfterPass1);
   EXPECT_EQ(Status(), 0);
   EXPECT_TRUE(Complete());
   EXPECT_EQ(passes.Passes(), (std::vector<uint64_t>{1, 2}));

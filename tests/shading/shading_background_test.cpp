@@ -37,15 +37,7 @@ class Background : public ::testing::Test {
 }  // namespace
 
 TEST_F(Background, PictureFixedToTheScreenAndPanoramaTurningWithTheCamera) {
-  // Without a picture loaded: the plain colour for every ray of the group,
-  // alpha 0.
-  options.SetBackgroundColor(0x00336699);  // red 0x99, green 0x66, blue 0x33
   options.SetUseBackgroundTexture(true);
-  PixelRaySample samples[2] = {CameraRay({0, 0, 0}, {1, 0, 0}), CameraRay({0, 0, 0}, {0, 0, 1})};
-  samples[1].color = {9, 9, 9, 9};
-  Miss(samples, 2);
-  ExpectColor(samples[1].color, 0x99 / 255.0f, 0x66 / 255.0f, 0.2f, 0);
-
   // Four columns of a 4 x 1 panorama, bytes blue, green, red: red, green,
   // blue and white.
   const uint32_t columns[4] = {0xFFFF0000u, 0xFF00FF00u, 0xFF0000FFu, 0xFFFFFFFFu};
