@@ -37,14 +37,7 @@ TEST(EngineLifecycle, WorkersStartOnePerProcessorAndShutDownLogsEach) {
   EXPECT_EQ(engine->GetProcessorCount(), 0u);
   engine->ShutDown();                                                        // twice does no harm
   engine->Initialize(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);  // and the engine starts again
-  // A distributed server limits the count to its threads, never above the
-  // processors.
-  ThreadCountServer generous(1000), one(1);
-  engine->SetRenderDistributedServerInterface(&generous);
   EXPECT_EQ(engine->GetProcessorCount(), processors);
-  engine->SetRenderDistributedServerInterface(&one);
-  EXPECT_EQ(engine->GetProcessorCount(), 1u);
-  engine->SetRenderDistributedServerInterface(nullptr);
   engine->Release();  // the destructor shuts down the running workers
 }
 

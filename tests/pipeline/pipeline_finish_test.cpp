@@ -3,7 +3,6 @@
 #include "TestDoubles.h"
 
 #include <cerrno>
-#include <cmath>
 #include <limits>
 
 #include "host/BrindlexViewModel.h"

@@ -130,16 +130,14 @@ bool StartsWith(const std::string& bytes, const std::string& magic) {
   return bytes.compare(0, magic.size(), magic) == 0;
 }
 
-// A picture file's pixels as 0xAARRGGBB, top row first; opaque without alpha.
+// A 32-bit picture file's pixels as 0xAARRGGBB, top row first.
 std::vector<uint32_t> ReadPicture(const std::string& path) {
   ATL::CImage image;
   std::vector<uint32_t> pixels;
-  if (!LoadCImageTextureFromFile(path.c_str(), image)) return pixels;
+  if (!LoadCImageTextureFromFile(path.c_str(), image) || image.Surface().bitsPerPixel != 32) return pixels;
   const platform::PixelSurface s = image.Surface();
-  const int bytes = s.bitsPerPixel / 8;
   for (int y = 0; y < s.height; ++y)
-    for (const uint8_t* p = s.Row(y); p < s.Row(y) + s.width * bytes; p += bytes)
-      pixels.push_back(bytes == 4 ? ReadPixel(p) : 0xFF000000u | p[2] << 16 | p[1] << 8 | p[0]);
+    for (int x = 0; x < s.width; ++x) pixels.push_back(ReadPixel(s.Row(y) + 4 * x));
   return pixels;
 }
 

@@ -7,8 +7,6 @@
 namespace {
 
 const float Half = 128 / 255.0f;
-// Picture columns red, green, blue, grey (bytes blue, green, red, alpha).
-constexpr uint32_t Columns[4] = {0xFFFF0000u, 0xFF00FF00u, 0xFF0000FFu, 0xFF808080u};
 
 // Surface styles; unlit, a material shows its colour.
 void Green(TEXTURE_LINK& l) {
@@ -78,25 +76,6 @@ TEST(SurfaceRules, TransparencyVisibilityMirrorsFogAndClamp) {
     const SCENE_VERTEX_XYZW& e = rule.expected;
     ExpectColor(scene.Shade(0, 0, rule.depth, rule.farDistance), e.x, e.y, e.z, e.w, 1e-5f);
   }
-}
-
-TEST(SurfaceRules, SixteenRaysOnOneTriangleShareOneEvaluation) {
-  SurfaceScene scene([](TEXTURE_LINK&) {});
-  const std::string picture = scene.Picture("columns.png", 4, 4, [](int x, int) { return Columns[x]; });
-  RenderScene::Restyle(scene.surface,
-                       [&](TEXTURE_LINK& l) { l.SetTextureLinkFullFileName(picture.c_str()); });
-  scene.Options().SetLighting(false);
-  scene.Update();
-  // 16 rays on the first triangle, over texels of all four columns; the
-  // first at the middle of column 0.
-  PixelRaySample samples[16];
-  for (int i = 0; i < 16; ++i)
-    samples[i] = CameraRay({-15.0 + (i % 4) * 10, -18.0 + (i / 4) * 0.1, 5}, {0, 0, -1});
-  const ShadingCounters before = ShadingTestAccess::Counters();
-  ShadingTestAccess(scene.engine).ShadeGroup(scene.View(), scene.Options(), samples, 16);
-  EXPECT_EQ(ShadingTestAccess::Counters().surfaces - before.surfaces, 1u);
-  EXPECT_EQ(ShadingTestAccess::Counters().textureSamples - before.textureSamples, 1u);
-  for (const PixelRaySample& sample : samples) ExpectColor(sample.color, 1, 0, 0, 1);
 }
 
 TEST(SurfaceRules, TexturesTintAllButTheHighlightAndOverrideDropsTheirAlpha) {

@@ -10,7 +10,6 @@
 #include "host/BrindlexViewModel.h"
 #include "engine/BrindlexViewRTRenderEngine.h"
 #include "textures/SWTexture.h"
-#include "shading/ShadingCounters.h"
 
 class ShadingTestAccess {
  public:
@@ -77,8 +76,6 @@ class ShadingTestAccess {
     engine->ShadePixel(view, &options, hit, resultPointers, samplePointers, count, nearDistance, farDistance,
                        depth, 0, abort);
   }
-
-  static ShadingCounters& Counters() { return ThreadShadingCounters(); }
 
  private:
   RT_RENDER_ENGINE* engine;
