@@ -43,6 +43,7 @@ struct LitScene {
   double x, y;
   std::array<double, 3> expected;
   Options options = nullptr;
+  bool optionsAfterUpdate = false;
   float ambientLevel = 0;
   float diffuseLevel = 50;
 };
@@ -67,6 +68,8 @@ const LitScene Scenes[] = {
     {"coloured light", Light(0, {0, 0, 4}, Lit, 10, 0, 0, 0, 0x00FF8000), 0, 0, {0, 0.75 * 128 / 255, 0.75}},
     {"diffuse-only light: no highlight", Light(0, {0, 0, 4}, LightEnabled | LightDiffuse), 0, 0, Grey(0.5)},
     {"switched-off light", Light(0, {0, 0, 4}, LightDiffuse | LightSpecular), 0, 0, Grey(0)},
+    {"symbol light with symbols hidden", Light(0, {0, 0, 4}, Lit | LightIsSymbol), 0, 0, Grey(0),
+     [](MODE_RENDER_OPTIONS& o) { o.SetDisableSymbolLights(true); }},
     {"light below the surface: no highlight either", Light(0, {0, 0, -1}), 0, 0, Grey(0)},
     {"spot inside its cone", Light(1, {0, 0, 4}, Lit, 10, 30), Tan20, 0, Grey(Spot20)},
     {"spot outside its cone", Light(1, {0, 0, 4}, Lit, 10, 30), 4 * std::tan(31 * std::numbers::pi / 180), 0,
@@ -99,13 +102,22 @@ const LitScene Scenes[] = {
      Grey(0.5 * Oblique + 0.25 * Phong(Oblique))},
     {"a light that casts no shadow", Light(0, {4, 0, 4}), 0, 0, Grey(0.5 * std::sqrt(0.5) + 0.25 / 65536)},
     {"ambient: the floor's level times the light level", None, 0, 0, Grey(0.2),
-     [](MODE_RENDER_OPTIONS& o) { o.SetAmbientLightLevel(0.5f); }, 40},
+     [](MODE_RENDER_OPTIONS& o) { o.SetAmbientLightLevel(0.5f); }, false, 40},
     {"headlight at the eye (0, 0, 10), diffuse only", None, 0, 0, Grey(0.5),
      [](MODE_RENDER_OPTIONS& o) { o.SetHeadlight(true); }},
     // Ambient 0.5 x 0.3; the light at the eye, 0.7, and the direct light
     // from (-50, -50, 100), 2.0, neither with a highlight.
     {"default lights", Light(0, {0, 0, 4}), 0, 0, Grey(0.15 + 0.2 * (0.7 + 2.0 * 100 / std::sqrt(15000.0))),
-     [](MODE_RENDER_OPTIONS& o) { o.SetCustomLighting(false); }, 50, 20},
+     [](MODE_RENDER_OPTIONS& o) { o.SetCustomLighting(false); }, false, 50, 20},
+    {"bright light is clamped to 1", Light(0, {0, 0, 4}, Lit, 30), 0, 0, Grey(1)},
+    // The photon maps of the last update are empty: only ambient is left.
+    {"photons standing in for all direct light", Light(0, {0, 0, 4}), 0, 0, Grey(0.2),
+     [](MODE_RENDER_OPTIONS& o) {
+       o.SetAmbientLightLevel(0.5f);
+       o.SetPhotonMapping(true);
+       o.SetPhotonDirectLightingContribution(100);
+     },
+     true, 40},
 };
 
 }  // namespace
@@ -130,8 +142,9 @@ TEST(LightScenes, HandWorkedColoursOfOneLitPoint) {
     options.SetCustomLighting(true);
     options.SetAmbientLightLevel(0);
     options.SetRayTracedSoftShadows(false);  // a hard shadow ray
-    if (s.options) s.options(options);
+    if (s.options && !s.optionsAfterUpdate) s.options(options);
     scene.Update();
+    if (s.options && s.optionsAfterUpdate) s.options(options);
     const SCENE_VERTEX_XYZW c = scene.Shade(s.x, s.y);
     EXPECT_NEAR(c.x, s.expected[0], 2e-6);
     EXPECT_NEAR(c.y, s.expected[1], 2e-6);
