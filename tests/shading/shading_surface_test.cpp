@@ -78,6 +78,33 @@ TEST(SurfaceRules, TransparencyVisibilityMirrorsFogAndClamp) {
   }
 }
 
+TEST(SurfaceRules, SixteenRaysOnOneTriangleShareOneEvaluation) {
+  // Picture columns red, green, blue, grey (bytes blue, green, red, alpha).
+  static constexpr uint32_t Columns[4] = {0xFFFF0000u, 0xFF00FF00u, 0xFF0000FFu, 0xFF808080u};
+  SurfaceScene scene([](TEXTURE_LINK&) {});
+  const std::string picture = scene.Picture("columns.png", 4, 4, [](int x, int) { return Columns[x]; });
+  RenderScene::Restyle(scene.surface,
+                       [&](TEXTURE_LINK& l) { l.SetTextureLinkFullFileName(picture.c_str()); });
+  scene.Update();
+  for (bool lit : {false, true}) {
+    scene.Options().SetLighting(lit);
+    // 16 rays on the first triangle, over texels of all four columns; the
+    // first at the middle of column 0.
+    PixelRaySample samples[16];
+    for (int i = 0; i < 16; ++i)
+      samples[i] = CameraRay({-15.0 + (i % 4) * 10, -18.0 + (i / 4) * 0.1, 5}, {0, 0, -1});
+    const ShadingCounters before = ShadingTestAccess::Counters();
+    ShadingTestAccess(scene.engine).ShadeGroup(scene.View(), scene.Options(), samples, 16);
+    EXPECT_EQ(ShadingTestAccess::Counters().surfaces - before.surfaces, 1u);
+    EXPECT_EQ(ShadingTestAccess::Counters().textureSamples - before.textureSamples, 1u);
+    if (!lit) ExpectColor(samples[0].color, 1, 0, 0, 1);
+    for (const PixelRaySample& sample : samples) {
+      const SCENE_VERTEX_XYZW a = sample.color, b = samples[0].color;
+      EXPECT_TRUE(a.x == b.x && a.y == b.y && a.z == b.z && a.w == b.w);
+    }
+  }
+}
+
 TEST(SurfaceRules, TexturesTintAllButTheHighlightAndOverrideDropsTheirAlpha) {
   // Black with alpha 128 under a white point light with highlights at
   // (0, 0, 4): on the textured surface only the highlight is left.

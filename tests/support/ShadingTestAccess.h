@@ -10,6 +10,7 @@
 #include "host/BrindlexViewModel.h"
 #include "engine/BrindlexViewRTRenderEngine.h"
 #include "textures/SWTexture.h"
+#include "shading/ShadingCounters.h"
 
 class ShadingTestAccess {
  public:
@@ -76,6 +77,8 @@ class ShadingTestAccess {
     engine->ShadePixel(view, &options, hit, resultPointers, samplePointers, count, nearDistance, farDistance,
                        depth, 0, abort);
   }
+
+  static ShadingCounters& Counters() { return ThreadShadingCounters(); }
 
  private:
   RT_RENDER_ENGINE* engine;
