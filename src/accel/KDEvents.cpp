@@ -2,6 +2,7 @@
 // triangle clipped to a box.
 #include <algorithm>
 
+#include "accel/KDParallel.h"
 #include "accel/KDTreeBuild.h"
 
 namespace {
@@ -13,70 +14,80 @@ struct EventOrder {
 
 namespace {
 
-// Below this a comparison sort beats the passes over the buckets.
-constexpr size_t RadixMinimum = 512;
-constexpr unsigned DigitBits = 12;
-constexpr size_t Buckets = size_t(1) << DigitBits;
-// The key has 32 + 2 + 2 bits: three digits of 12.
-constexpr unsigned Digits = 3;
+// The 36-bit key above the event's place in the list: 64-bit numbers that
+// are all different and order exactly as the stable sort by key does, so
+// that only the words move while sorting and each event moves once.
+constexpr unsigned PlaceBits = 28;
+constexpr unsigned KeyBits = 36;
+constexpr uint64_t PlaceMask = (uint64_t(1) << PlaceBits) - 1;
 
-// Least significant digit first, each pass stable, so events of equal key
-// keep their order exactly as the merge sort kept it. Keys are made once;
-// a digit in which all keys agree costs no pass.
-void RadixSortEvents(KDEventList& events) {
-  const size_t n = events.size();
-  std::vector<uint64_t> keys(n), keysOut(n);
-  KDEventList out(n);
-  std::vector<uint32_t> counts(Digits * Buckets, 0);
-  for (size_t i = 0; i < n; ++i) {
-    const uint64_t key = KDEventKey(events[i]);
-    keys[i] = key;
-    for (unsigned d = 0; d < Digits; ++d) ++counts[d * Buckets + ((key >> (d * DigitBits)) & (Buckets - 1))];
-  }
+uint64_t PackedKey(const KDEvent& event, size_t place) {
+  return KDEventKey(event) << PlaceBits | place;
+}
+
+// Least significant digit first over the key bits only, each pass stable,
+// so words of equal key stay in place order. A digit in which all keys
+// agree costs no pass. Returns the array that holds the result.
+template <unsigned DigitBits>
+uint64_t* RadixSortWords(uint64_t* words, uint64_t* spare, size_t n) {
+  constexpr unsigned Digits = (KeyBits + DigitBits - 1) / DigitBits;
+  constexpr size_t Buckets = size_t(1) << DigitBits;
+  // At most 48 KiB, on the stack: workers have the system's default stack.
+  uint32_t counts[Digits * Buckets] = {};
+  for (size_t i = 0; i < n; ++i)
+    for (unsigned d = 0; d < Digits; ++d)
+      ++counts[d * Buckets + ((words[i] >> (PlaceBits + d * DigitBits)) & (Buckets - 1))];
   for (unsigned d = 0; d < Digits; ++d) {
-    uint32_t* count = counts.data() + d * Buckets;
-    const unsigned shift = d * DigitBits;
-    if (count[(keys[0] >> shift) & (Buckets - 1)] == n) continue;
+    uint32_t* count = counts + d * Buckets;
+    const unsigned shift = PlaceBits + d * DigitBits;
+    if (count[(words[0] >> shift) & (Buckets - 1)] == n) continue;
     uint32_t offset = 0;
     for (size_t b = 0; b < Buckets; ++b) {
       const uint32_t c = count[b];
       count[b] = offset;
       offset += c;
     }
-    for (size_t i = 0; i < n; ++i) {
-      const uint32_t at = count[(keys[i] >> shift) & (Buckets - 1)]++;
-      keysOut[at] = keys[i];
-      out[at] = events[i];
-    }
-    keys.swap(keysOut);
-    events.swap(out);
+    for (size_t i = 0; i < n; ++i) spare[count[(words[i] >> shift) & (Buckets - 1)]++] = words[i];
+    std::swap(words, spare);
   }
+  return words;
 }
 
-// The 36-bit key above the event's place in the list: 64-bit numbers that
-// are all different and order exactly as the stable sort by key does.
-constexpr unsigned PlaceBits = 28;
+// Below this many events a comparison sort beats the passes over the
+// buckets; below the next, digits of 8 bits keep the bucket counts small.
+constexpr size_t RadixMinimum = 64;
+constexpr size_t WideDigitMinimum = 8192;
 
-void SmallSortEvents(KDEventList& events) {
+// Sorts the words and then moves each event once to its place in `sorted`.
+void SortByWords(const KDEventList& events, uint64_t* words, uint64_t* spare, KDEvent* sorted) {
   const size_t n = events.size();
-  // Small lists are the common case; their scratch lives on the stack.
-  constexpr size_t Inline = RadixMinimum;
-  uint64_t packed[Inline];
-  KDEvent sorted[Inline];
-  for (size_t i = 0; i < n; ++i) packed[i] = KDEventKey(events[i]) << PlaceBits | i;
-  std::sort(packed, packed + n);
-  for (size_t i = 0; i < n; ++i) sorted[i] = events[packed[i] & ((uint64_t(1) << PlaceBits) - 1)];
-  std::copy(sorted, sorted + n, events.begin());
+  for (size_t i = 0; i < n; ++i) words[i] = PackedKey(events[i], i);
+  if (n < RadixMinimum)
+    std::sort(words, words + n);
+  else if (n < WideDigitMinimum)
+    words = RadixSortWords<8>(words, spare, n);
+  else
+    words = RadixSortWords<12>(words, spare, n);
+  for (size_t i = 0; i < n; ++i) sorted[i] = events[words[i] & PlaceMask];
 }
 
 }  // namespace
 
 void SortEvents(KDEventList& events) {
-  if (events.size() < 2) return;
-  if (events.size() < RadixMinimum) {
-    SmallSortEvents(events);
-  } else if (events.size() <= UINT32_MAX) {
-    RadixSortEvents(events);
+  const size_t n = events.size();
+  if (n < 2) return;
+  // Small lists are the common case; their scratch lives on the stack.
+  constexpr size_t Inline = 512;
+  if (n <= Inline) {
+    uint64_t words[Inline], spare[Inline];
+    KDEvent sorted[Inline];
+    SortByWords(events, words, spare, sorted);
+    std::copy(sorted, sorted + n, events.begin());
+  } else if (n <= PlaceMask) {
+    std::vector<uint64_t> words(n), spare(n);
+    KDEventList sorted(n);
+    SortByWords(events, words.data(), spare.data(), sorted.data());
+    events.swap(sorted);
   } else {
     std::stable_sort(events.begin(), events.end(), EventOrder());
   }
@@ -84,70 +95,113 @@ void SortEvents(KDEventList& events) {
 
 void MergeEvents(KDEventList& into, const KDEventList& fresh) {
   if (fresh.empty()) return;
-  // From the back, in place: the larger of the two tails goes last, and on
-  // equality the fresh event, so that the older one stays first. Events of
-  // `into` below the first fresh one never move.
-  size_t a = into.size(), b = fresh.size();
-  into.resize(a + b);
-  size_t out = a + b;
-  uint64_t keyB = KDEventKey(fresh[b - 1]);
-  while (b > 0) {
-    if (a > 0 && KDEventKey(into[a - 1]) > keyB) {
-      into[--out] = into[--a];
-    } else {
-      into[--out] = fresh[--b];
-      if (b > 0) keyB = KDEventKey(fresh[b - 1]);
-    }
+  KDEventList merged;
+  MergeEventsInParts(into, fresh, 1, merged);
+  into.swap(merged);
+}
+
+void MergeEventsInParts(const KDEventList& older, const KDEventList& fresh, size_t parts, KDEventList& out) {
+  out.resize(older.size() + fresh.size());
+  if (older.empty() || parts < 2) parts = 1;
+  // Piece k takes the events of keys up to the key of older's event at
+  // k / parts of its length, from both lists.
+  std::vector<size_t> cutOlder(parts + 1, 0), cutFresh(parts + 1, 0);
+  cutOlder[parts] = older.size();
+  cutFresh[parts] = fresh.size();
+  for (size_t k = 1; k < parts; ++k) {
+    const KDEvent& at = older[older.size() * k / parts];
+    cutOlder[k] = std::upper_bound(older.begin(), older.end(), at, EventOrder()) - older.begin();
+    cutFresh[k] = std::upper_bound(fresh.begin(), fresh.end(), at, EventOrder()) - fresh.begin();
   }
+  RunParts(parts, [&](size_t k) {
+    // std::merge takes the first range's event on equality: the older one.
+    std::merge(older.begin() + cutOlder[k], older.begin() + cutOlder[k + 1], fresh.begin() + cutFresh[k],
+               fresh.begin() + cutFresh[k + 1], out.begin() + cutOlder[k] + cutFresh[k], EventOrder());
+  });
 }
 
 namespace {
 
-float Coordinate(const SCENE_VERTEX_XYZ& p, uint32_t axis) {
-  return axis == 0 ? p.x : axis == 1 ? p.y : p.z;
+template <uint32_t Axis>
+float Coordinate(const SCENE_VERTEX_XYZ& p) {
+  if constexpr (Axis == 0) return p.x;
+  if constexpr (Axis == 1) return p.y;
+  return p.z;
 }
 
-void SetCoordinate(SCENE_VERTEX_XYZ& p, uint32_t axis, float value) {
-  if (axis == 0)
-    p.x = value;
-  else if (axis == 1)
-    p.y = value;
-  else
-    p.z = value;
-}
+// Each plane turns a polygon of n vertices into at most 1.5 n (every vertex
+// inside, plus one crossing per change of side), so six planes take a
+// triangle to at most 28 vertices, whatever rounding does to its shape.
+constexpr uint32_t MaxClipVertices = 32;
 
-// Writes over the polygon's slots from the front; the vector grows only when
-// it runs out of them, so the scratch never shrinks during a build.
-void Output(std::vector<SCENE_VERTEX_XYZ>& polygon, uint32_t& count, const SCENE_VERTEX_XYZ& vertex) {
-  if (count < polygon.size())
-    polygon[count] = vertex;
-  else
-    polygon.push_back(vertex);
-  ++count;
-}
+// A polygon in scratch storage, read from `first` on: a plane that keeps
+// every vertex would only move the first vertex to the end, so it turns the
+// start instead of copying. The directed edges stay the same, and with them
+// every later crossing and the result.
+struct ClipPolygon {
+  SCENE_VERTEX_XYZ* vertices;
+  uint32_t count;
+  uint32_t first;
+  const SCENE_VERTEX_XYZ& operator[](uint32_t i) const {
+    const uint32_t at = first + i;
+    return vertices[at < count ? at : at - count];
+  }
+};
 
-// Sutherland-Hodgman against the plane `value` on `axis`, keeping the
-// greater side when `side` is 1 and the lesser when it is -1. A vertex on
-// the plane is inside. Returns the output count.
-uint32_t ClipPolygon(const std::vector<SCENE_VERTEX_XYZ>& in, uint32_t n, std::vector<SCENE_VERTEX_XYZ>& out,
-                     uint32_t axis, float value, float side) {
+// Sutherland-Hodgman against the plane `value` on `Axis`, keeping the
+// greater side or the lesser. A vertex on the plane is inside. Writes the
+// result to `out` unless every vertex is kept.
+template <uint32_t Axis, bool KeepGreater>
+void ClipAgainstPlane(ClipPolygon& polygon, SCENE_VERTEX_XYZ*& out, float value) {
+  const uint32_t n = polygon.count;
+  bool inside[MaxClipVertices];
+  bool all = true;
+  for (uint32_t i = 0; i < n; ++i) {
+    const float d = Coordinate<Axis>(polygon[i]) - value;
+    inside[i] = KeepGreater ? d >= 0.0f : d <= 0.0f;
+    all = all && inside[i];
+  }
+  if (all) {
+    polygon.first = polygon.first + 1 < n ? polygon.first + 1 : 0;
+    return;
+  }
   uint32_t count = 0;
   for (uint32_t i = 0; i < n; ++i) {
-    const SCENE_VERTEX_XYZ p = in[i];
-    const SCENE_VERTEX_XYZ q = in[(i + 1) % n];
-    const float pAxis = Coordinate(p, axis), qAxis = Coordinate(q, axis);
-    const bool inP = (pAxis - value) * side >= 0.0f;
-    const bool inQ = (qAxis - value) * side >= 0.0f;
-    if (inP != inQ) {
+    const uint32_t j = i + 1 < n ? i + 1 : 0;
+    const SCENE_VERTEX_XYZ& p = polygon[i];
+    const SCENE_VERTEX_XYZ& q = polygon[j];
+    if (inside[i] != inside[j]) {
+      const float pAxis = Coordinate<Axis>(p), qAxis = Coordinate<Axis>(q);
       const float t = (value - pAxis) / (qAxis - pAxis);
       SCENE_VERTEX_XYZ crossing{p.x + (q.x - p.x) * t, p.y + (q.y - p.y) * t, p.z + (q.z - p.z) * t};
       // Exactly on the plane, so that event positions match split positions.
-      SetCoordinate(crossing, axis, value);
-      Output(out, count, crossing);
+      if constexpr (Axis == 0) crossing.x = value;
+      if constexpr (Axis == 1) crossing.y = value;
+      if constexpr (Axis == 2) crossing.z = value;
+      out[count++] = crossing;
     }
-    if (inQ) Output(out, count, q);
+    if (inside[j]) out[count++] = q;
   }
-  return count;
+  std::swap(polygon.vertices, out);
+  polygon.count = count;
+  polygon.first = 0;
+}
+
+template <uint32_t Axis>
+void ClipToSlab(ClipPolygon& polygon, SCENE_VERTEX_XYZ*& spare, const float boxMin[3],
+                const float boxMax[3]) {
+  if (polygon.count) ClipAgainstPlane<Axis, true>(polygon, spare, boxMin[Axis]);
+  if (polygon.count) ClipAgainstPlane<Axis, false>(polygon, spare, boxMax[Axis]);
+}
+
+template <uint32_t Axis>
+void PolygonRange(const ClipPolygon& polygon, float lo[3], float hi[3]) {
+  lo[Axis] = hi[Axis] = Coordinate<Axis>(polygon[0]);
+  for (uint32_t i = 1; i < polygon.count; ++i) {
+    const float value = Coordinate<Axis>(polygon[i]);
+    if (value < lo[Axis]) lo[Axis] = value;
+    if (value > hi[Axis]) hi[Axis] = value;
+  }
 }
 
 }  // namespace
@@ -155,22 +209,19 @@ uint32_t ClipPolygon(const std::vector<SCENE_VERTEX_XYZ>& in, uint32_t n, std::v
 bool ClipTriangleToBox(const SCENE_VERTEX_XYZ corners[3], const float boxMin[3], const float boxMax[3],
                        std::vector<SCENE_VERTEX_XYZ>& polygonA, std::vector<SCENE_VERTEX_XYZ>& polygonB,
                        float lo[3], float hi[3]) {
-  if (polygonA.size() < 3) polygonA.resize(3);
+  // Sized once for the largest polygon, so no clip ever grows them.
+  if (polygonA.size() < MaxClipVertices) polygonA.resize(MaxClipVertices);
+  if (polygonB.size() < MaxClipVertices) polygonB.resize(MaxClipVertices);
   std::copy(corners, corners + 3, polygonA.begin());
-  uint32_t countA = 3;
-  for (uint32_t axis = 0; axis < 3; ++axis) {
-    const uint32_t countB = ClipPolygon(polygonA, countA, polygonB, axis, boxMin[axis], 1.0f);
-    countA = ClipPolygon(polygonB, countB, polygonA, axis, boxMax[axis], -1.0f);
-  }
-  if (countA == 0) return false;
-  for (uint32_t axis = 0; axis < 3; ++axis) {
-    lo[axis] = hi[axis] = Coordinate(polygonA[0], axis);
-    for (uint32_t i = 1; i < countA; ++i) {
-      const float value = Coordinate(polygonA[i], axis);
-      if (value < lo[axis]) lo[axis] = value;
-      if (value > hi[axis]) hi[axis] = value;
-    }
-  }
+  ClipPolygon polygon{polygonA.data(), 3, 0};
+  SCENE_VERTEX_XYZ* spare = polygonB.data();
+  ClipToSlab<0>(polygon, spare, boxMin, boxMax);
+  ClipToSlab<1>(polygon, spare, boxMin, boxMax);
+  ClipToSlab<2>(polygon, spare, boxMin, boxMax);
+  if (polygon.count == 0) return false;
+  PolygonRange<0>(polygon, lo, hi);
+  PolygonRange<1>(polygon, lo, hi);
+  PolygonRange<2>(polygon, lo, hi);
   return true;
 }
 
@@ -185,14 +236,14 @@ void AppendBoxEvents(uint32_t triangle, const float lo[3], const float hi[3], KD
   }
 }
 
-void AddTriangleEvents(const KDTree& tree, const SWMeshTable& table, uint32_t triangle, const float boxMin[3],
+void AddTriangleEvents(KDTree& tree, const SWMeshTable& table, uint32_t triangle, const float boxMin[3],
                        const float boxMax[3], std::vector<SCENE_VERTEX_XYZ>& polygonA,
                        std::vector<SCENE_VERTEX_XYZ>& polygonB, KDEventList& events) {
-  if (triangle >= tree.triangles.size()) return;
+  if (triangle >= tree.triangles.size() || triangle >= tree.buildCorners.size()) return;
   const SWTriangle& record = tree.triangles[triangle];
-  SCENE_VERTEX_XYZ corners[3];
-  if (!GetTriangleCorners(table, record.instanceIndex, record.triangleIndex, corners)) return;
+  KDTriangleCorners& corners = tree.buildCorners[triangle];
+  corners.valid = GetTriangleCorners(table, record.instanceIndex, record.triangleIndex, corners.corner);
   float lo[3], hi[3];
-  if (ClipTriangleToBox(corners, boxMin, boxMax, polygonA, polygonB, lo, hi))
+  if (corners.valid && ClipTriangleToBox(corners.corner, boxMin, boxMax, polygonA, polygonB, lo, hi))
     AppendBoxEvents(triangle, lo, hi, events);
 }

@@ -1,12 +1,13 @@
 // Partition of a split node: triangles and events go to the side they lie
 // on, in list order, so that neither child needs sorting; only triangles on
 // both sides are clipped again and their new events sorted and merged in.
+#include "accel/KDParallel.h"
 #include "accel/KDTreeBuild.h"
 
 namespace {
 
 // Values of a triangle's entry in the thread's side vector.
-enum TriangleSide : uint32_t {
+enum TriangleSide : uint8_t {
   BothSides = 0,  // or not yet known
   LeftOnly = 1,
   RightOnly = 2,
@@ -20,7 +21,7 @@ bool IsWinner(const KDEvent& event, const KDSplit& split) {
 // Walks the split axis's events: before the winning event, starts and planars
 // go left; from it on, planars and ends go right. The winner itself goes
 // right only if it is planar.
-void ShareTriangles(const KDBuildNode& parent, const KDSplit& split, std::vector<uint32_t>& sides,
+void ShareTriangles(const KDBuildNode& parent, const KDSplit& split, std::vector<uint8_t>& sides,
                     KDBuildNode& left, KDBuildNode& right) {
   for (uint32_t triangle : parent.triangleList) sides[triangle] = BothSides;
   bool passed = false;
@@ -45,44 +46,112 @@ void ShareTriangles(const KDBuildNode& parent, const KDSplit& split, std::vector
   }
 }
 
-// Events of one-sided triangles move in order; those of triangles on both
-// sides die with the parent. The right child takes over the parent's storage.
-void ShareEvents(KDBuildNode& parent, const std::vector<uint32_t>& sides, KDBuildNode& left,
-                 KDBuildNode& right) {
-  KDEventList& events = parent.events;
-  size_t kept = 0;
-  for (size_t i = 0; i < events.size(); ++i) {
-    const KDEvent event = events[i];
-    const uint32_t side = sides[event.triangle];
-    if (side == LeftOnly)
-      left.events.push_back(event);
-    else if (side == RightOnly)
-      events[kept++] = event;
+// Writes one child's list as the pass over the parent's reaches its events,
+// merging in the sorted fresh events of the triangles it shares. A fresh
+// event goes before the first inherited event that is greater, so on
+// equality the inherited one stays first, as MergeEvents does.
+class ChildList {
+ public:
+  // The list is sized for every parent event and all fresh ones, and cut
+  // back at the end; its allocator leaves the slots unset.
+  ChildList(const KDEventList& fresh, size_t parentEvents, KDEventList& list)
+      : next(fresh.data()), end(fresh.data() + fresh.size()), list(list) {
+    list.resize(parentEvents + fresh.size());
+    out = list.data();
+    if (next != end) nextKey = KDEventKey(*next);
   }
-  events.resize(kept);
-  right.events.swap(events);
+  void Append(const KDEvent& event) {
+    if (next != end) {
+      const uint64_t key = KDEventKey(event);
+      while (nextKey < key) {
+        *out++ = *next++;
+        if (next == end) break;
+        nextKey = KDEventKey(*next);
+      }
+    }
+    *out++ = event;
+  }
+  void Finish() {
+    while (next != end) *out++ = *next++;
+    list.resize(out - list.data());
+  }
+
+ private:
+  const KDEvent* next;
+  const KDEvent* end;
+  uint64_t nextKey = 0;
+  KDEventList& list;
+  KDEvent* out = nullptr;
+};
+
+// One pass over the parent's events fills the left child's list, the
+// right's, or both.
+template <bool Left, bool Right>
+void ShareEvents(const KDEventList& events, const std::vector<uint8_t>& sides, ChildList* left,
+                 ChildList* right) {
+  for (const KDEvent& event : events) {
+    const uint8_t side = sides[event.triangle];
+    if (Left && side == LeftOnly) left->Append(event);
+    if (Right && side == RightOnly) right->Append(event);
+  }
+  if (Left) left->Finish();
+  if (Right) right->Finish();
+}
+
+// A child's part of the partition: its box, and the events made anew for
+// it.
+struct ChildEvents {
+  const KDBuildNode* child;
+  KDEventList fresh;
+};
+
+// The triangles on both sides, clipped again to each child's box, each clip
+// starting from the whole triangle; their new events, sorted. A triangle
+// that the clip finds outside a child stays in its list without events
+// there.
+void ClipSharedTriangles(const KDBuildNode& parent, const std::vector<uint8_t>& sides, const KDTree& tree,
+                         std::vector<SCENE_VERTEX_XYZ>& polygonA, std::vector<SCENE_VERTEX_XYZ>& polygonB,
+                         ChildEvents* children, size_t count) {
+  for (uint32_t triangle : parent.triangleList) {
+    if (sides[triangle] != BothSides || triangle >= tree.buildCorners.size()) continue;
+    const KDTriangleCorners& corners = tree.buildCorners[triangle];
+    if (!corners.valid) continue;
+    for (size_t c = 0; c < count; ++c) {
+      float lo[3], hi[3];
+      if (ClipTriangleToBox(corners.corner, children[c].child->boxMin, children[c].child->boxMax, polygonA,
+                            polygonB, lo, hi))
+        AppendBoxEvents(triangle, lo, hi, children[c].fresh);
+    }
+  }
+  for (size_t c = 0; c < count; ++c) SortEvents(children[c].fresh);
 }
 
 }  // namespace
 
-void PartitionNode(KDBuildNode& parent, const KDSplit& split, const KDTree& tree, const SWMeshTable& table,
-                   const KDThreadScratch& scratch, KDBuildNode& left, KDBuildNode& right) {
-  std::vector<uint32_t>& sides = *scratch.triangleSides;
+void PartitionNode(KDBuildNode& parent, const KDSplit& split, const KDTree& tree,
+                   const KDThreadScratch& scratch, bool twoThreads, KDBuildNode& left, KDBuildNode& right) {
+  std::vector<uint8_t>& sides = *scratch.triangleSides;
   ShareTriangles(parent, split, sides, left, right);
-  ShareEvents(parent, sides, left, right);
-
-  // A triangle that the clip finds outside a child stays in its list without
-  // events there.
-  KDEventList newLeft, newRight;
-  for (uint32_t triangle : parent.triangleList) {
-    if (sides[triangle] != BothSides) continue;
-    AddTriangleEvents(tree, table, triangle, left.boxMin, left.boxMax, *scratch.polygonA, *scratch.polygonB,
-                      newLeft);
-    AddTriangleEvents(tree, table, triangle, right.boxMin, right.boxMax, *scratch.polygonA, *scratch.polygonB,
-                      newRight);
+  ChildEvents children[2] = {{&left, {}}, {&right, {}}};
+  const size_t parentEvents = parent.events.size();
+  if (twoThreads) {
+    // The children share only what both read; the helper clips with
+    // polygons of its own.
+    RunParts(2, [&](size_t c) {
+      std::vector<SCENE_VERTEX_XYZ> ownA, ownB;
+      ClipSharedTriangles(parent, sides, tree, c ? ownA : *scratch.polygonA, c ? ownB : *scratch.polygonB,
+                          &children[c], 1);
+      ChildList list(children[c].fresh, parentEvents, c ? right.events : left.events);
+      if (c)
+        ShareEvents<false, true>(parent.events, sides, nullptr, &list);
+      else
+        ShareEvents<true, false>(parent.events, sides, &list, nullptr);
+    });
+  } else {
+    ClipSharedTriangles(parent, sides, tree, *scratch.polygonA, *scratch.polygonB, children, 2);
+    ChildList leftList(children[0].fresh, parentEvents, left.events);
+    ChildList rightList(children[1].fresh, parentEvents, right.events);
+    ShareEvents<true, true>(parent.events, sides, &leftList, &rightList);
   }
-  SortEvents(newLeft);
-  SortEvents(newRight);
-  MergeEvents(left.events, newLeft);
-  MergeEvents(right.events, newRight);
+  KDEventList().swap(parent.events);
 }

@@ -3,6 +3,7 @@
 // the sweep reaches it; all arithmetic is single precision.
 #include <cfloat>
 #include <cmath>
+#include <cstdint>
 
 #include "accel/KDTreeBuild.h"
 
@@ -27,89 +28,107 @@ namespace {
 struct SweepAxis {
   float nLeft = 0;
   float nRight = 0;
+  float boxMin = 0;
+  float boxMax = 0;
   float sum = 0;      // the two other extents added
   float product = 0;  // and multiplied
   float parentArea = 0;
-  float lastPosition = FLT_MAX;
-  uint32_t lastTriangle = 0;
-  uint32_t lastType = 0;
+  size_t lastEvent = SIZE_MAX;
+
+  bool InBox(float p) const { return boxMin <= p && p <= boxMax; }
+  float AreaLeft(float p) const { return 2.0f * (product + (p - boxMin) * sum); }
+  float AreaRight(float p) const { return 2.0f * (product + (boxMax - p) * sum); }
 };
 
-class SplitSweep {
- public:
-  SplitSweep(const KDBuildNode& node, const KDTree& tree, float n) : node(node), tree(tree) {
-    float size[3];
-    for (int a = 0; a < 3; ++a) size[a] = node.boxMax[a] - node.boxMin[a];
-    for (int a = 0; a < 3; ++a) {
-      SweepAxis& s = axes[a];
-      const int b = (a + 1) % 3, c = (a + 2) % 3;
-      s.nRight = n;
-      s.sum = size[b] + size[c];
-      s.product = size[b] * size[c];
-      s.parentArea = 2.0f * (s.product + size[a] * s.sum);
-    }
-  }
-
-  bool InBox(uint32_t a, float p) const { return node.boxMin[a] <= p && p <= node.boxMax[a]; }
-
-  // Areas are not divided by the parent's: with the engine's costs this is
-  // parentArea + areaLeft * nLeft + areaRight * nRight.
-  float PlaneCost(uint32_t a, float p, float nLeft, float nRight) const {
-    const SweepAxis& s = axes[a];
-    const float areaLeft = 2.0f * (s.product + (p - node.boxMin[a]) * s.sum);
-    const float areaRight = 2.0f * (s.product + (node.boxMax[a] - p) * s.sum);
-    return s.parentArea * tree.traversalCost + areaLeft * Side(nLeft) + areaRight * Side(nRight);
-  }
-
-  // The first of equal costs stays.
-  void Offer(uint32_t a, float p, float cost, uint32_t type, uint32_t triangle) {
-    if (!(best.cost > cost)) return;
-    best = KDSplit{a, p, cost, type, triangle};
-    found = true;
-  }
-
-  SweepAxis axes[3];
-  KDSplit best{0, 0.0f, FLT_MAX, 0, 0};
-  bool found = false;
-
- private:
-  float Side(float m) const { return m != 0.0f ? tree.leafBaseCost + m * tree.triangleCost : tree.emptyCost; }
-
-  const KDBuildNode& node;
+// The cost of a plane with any costs the tree might carry. Areas are not
+// divided by the parent's.
+struct AnyCosts {
   const KDTree& tree;
+  float Side(float m) const { return m != 0.0f ? tree.leafBaseCost + m * tree.triangleCost : tree.emptyCost; }
+  float operator()(const SweepAxis& s, float p, float nLeft, float nRight) const {
+    return s.parentArea * tree.traversalCost + s.AreaLeft(p) * Side(nLeft) + s.AreaRight(p) * Side(nRight);
+  }
 };
+
+// The same with the engine's costs (traversal 1, empty 0, leaf base 0,
+// triangle 1), for which each factor above is exactly the count itself:
+// parentArea + areaLeft * nLeft + areaRight * nRight, to the last bit.
+struct EngineCosts {
+  float operator()(const SweepAxis& s, float p, float nLeft, float nRight) const {
+    return s.parentArea + s.AreaLeft(p) * nLeft + s.AreaRight(p) * nRight;
+  }
+};
+
+template <typename Costs>
+bool Sweep(const KDBuildNode& node, const Costs& costs, KDSplit& best) {
+  const float n = float(node.triangleList.size());
+  SweepAxis axes[3];
+  float size[3];
+  for (int a = 0; a < 3; ++a) size[a] = node.boxMax[a] - node.boxMin[a];
+  for (int a = 0; a < 3; ++a) {
+    SweepAxis& s = axes[a];
+    const int b = (a + 1) % 3, c = (a + 2) % 3;
+    s.nRight = n;
+    s.boxMin = node.boxMin[a];
+    s.boxMax = node.boxMax[a];
+    s.sum = size[b] + size[c];
+    s.product = size[b] * size[c];
+    s.parentArea = 2.0f * (s.product + size[a] * s.sum);
+  }
+  const KDEvent* events = node.events.data();
+  const size_t count = node.events.size();
+  // The first of equal costs stays.
+  float bestCost = FLT_MAX;
+  size_t bestEvent = SIZE_MAX;
+  for (size_t i = 0; i < count; ++i) {
+    const KDEvent& event = events[i];
+    const uint32_t a = event.axis;
+    if (a > 2) continue;
+    SweepAxis& s = axes[a];
+    const float p = event.position;
+    const int32_t type = event.type;
+    s.lastEvent = i;
+    // An end is tried after its triangle has left the right side, a planar
+    // while it is still there, a start before it has joined the left. The
+    // counts stay whole numbers, so adding 0 changes nothing.
+    s.nRight -= float(type == KD_EVENT_END);
+    if (s.InBox(p)) {
+      const float cost = costs(s, p, s.nLeft, s.nRight);
+      if (bestCost > cost) {
+        bestCost = cost;
+        bestEvent = i;
+      }
+    }
+    s.nRight -= float(type == KD_EVENT_PLANAR);
+    s.nLeft += float(type == KD_EVENT_PLANAR || type == KD_EVENT_START);
+  }
+  if (bestEvent != SIZE_MAX) {
+    const KDEvent& event = events[bestEvent];
+    best = KDSplit{event.axis, event.position, bestCost, uint32_t(event.type), event.triangle};
+  }
+  // The last plane of each axis once more, with everything on its left. A
+  // last event at the largest float reads as no event.
+  for (uint32_t a = 0; a < 3; ++a) {
+    const SweepAxis& s = axes[a];
+    if (s.lastEvent == SIZE_MAX) continue;
+    const KDEvent& event = events[s.lastEvent];
+    const float p = event.position;
+    if (p == FLT_MAX || !s.InBox(p)) continue;
+    const float cost = costs(s, p, n, 0.0f);
+    if (!(bestCost > cost)) continue;
+    bestCost = cost;
+    bestEvent = s.lastEvent;
+    best = KDSplit{a, p, cost, uint32_t(event.type), event.triangle};
+  }
+  return bestEvent != SIZE_MAX;
+}
 
 }  // namespace
 
 bool FindBestSplit(const KDBuildNode& node, const KDTree& tree, KDSplit& best) {
-  const float n = float(node.triangleList.size());
-  SplitSweep sweep(node, tree, n);
-  for (const KDEvent& event : node.events) {
-    const uint32_t a = event.axis;
-    if (a > 2) continue;
-    SweepAxis& s = sweep.axes[a];
-    const float p = event.position;
-    const uint32_t type = uint32_t(event.type);
-    s.lastPosition = p;
-    s.lastTriangle = event.triangle;
-    s.lastType = type;
-    // An end is tried after its triangle has left the right side, a planar
-    // while it is still there, a start before it has joined the left.
-    if (type == KD_EVENT_END) s.nRight -= 1.0f;
-    if (sweep.InBox(a, p)) sweep.Offer(a, p, sweep.PlaneCost(a, p, s.nLeft, s.nRight), type, event.triangle);
-    if (type == KD_EVENT_PLANAR) {
-      s.nRight -= 1.0f;
-      s.nLeft += 1.0f;
-    } else if (type == KD_EVENT_START) {
-      s.nLeft += 1.0f;
-    }
-  }
-  // The last plane of each axis once more, with everything on its left.
-  for (uint32_t a = 0; a < 3; ++a) {
-    const SweepAxis& s = sweep.axes[a];
-    if (s.lastPosition == FLT_MAX || !sweep.InBox(a, s.lastPosition)) continue;
-    sweep.Offer(a, s.lastPosition, sweep.PlaneCost(a, s.lastPosition, n, 0.0f), s.lastType, s.lastTriangle);
-  }
-  best = sweep.best;
-  return sweep.found;
+  best = KDSplit{0, 0.0f, FLT_MAX, 0, 0};
+  if (tree.traversalCost == 1.0f && tree.emptyCost == 0.0f && tree.leafBaseCost == 0.0f &&
+      tree.triangleCost == 1.0f)
+    return Sweep(node, EngineCosts(), best);
+  return Sweep(node, AnyCosts{tree}, best);
 }

@@ -7,6 +7,7 @@
 #include <map>
 #include <vector>
 
+#include "accel/KDUnsetAllocator.h"
 #include "accel/KDWalkLayout.h"
 #include "scene/SWTriangle.h"
 #include "host/SceneRecords.h"
@@ -49,7 +50,14 @@ struct KDSplit {
 // A sorted event list: position, then axis, then type, equal events in the
 // order they came. A vector does what a linked list would: events move from
 // parent to child in order, and the parent's list dies with its job.
-using KDEventList = std::vector<KDEvent>;
+using KDEventList = std::vector<KDEvent, KDUnsetAllocator<KDEvent>>;
+
+// A triangle's corners in world space as the build clips them, read once
+// from the mesh table; `valid` is 0 when an index is out of range.
+struct KDTriangleCorners {
+  SCENE_VERTEX_XYZ corner[3];
+  uint32_t valid;
+};
 
 // The work description of one node. Not packed: it holds containers.
 struct KDBuildNode {
@@ -63,7 +71,9 @@ struct KDBuildNode {
 
 // Per-thread scratch of a build, keyed by thread identifier.
 using KDPolygonMap = std::map<uint32_t, std::vector<SCENE_VERTEX_XYZ>>;
-using KDTriangleSideMap = std::map<uint32_t, std::vector<uint32_t>>;
+// A side mark takes one of three values, so a byte holds it: the marks of a
+// million triangles then stay in the processor's cache.
+using KDTriangleSideMap = std::map<uint32_t, std::vector<uint8_t>>;
 
 struct SWMeshTable;
 struct SWRayIntersectionResult;
@@ -122,6 +132,9 @@ class KDTree {
   const float emptyCost = 0.0f;
   const float leafBaseCost = 0.0f;
   const float triangleCost = 1.0f;
+  // Scratch of a build, one entry per triangle number, written with the
+  // root's events and read-only afterwards; empty outside a build.
+  std::vector<KDTriangleCorners, KDUnsetAllocator<KDTriangleCorners>> buildCorners;
 
   // The walk's own copy of the tree, made at the end of Build; Intersect
   // uses it while it still matches the fields above.

@@ -86,21 +86,59 @@ void DiscardQueue(std::deque<WorkItem>& workQueue, platform::CriticalSection& qu
 // Fewer triangles than this per helper are not worth a thread.
 constexpr size_t TrianglesPerPart = 16384;
 
-// The root's events in `parts` slices of its triangle list, each clipped
-// and sorted on a thread of its own with polygons of its own, then merged
-// in slice order. Merging takes the earlier slice's event on equality, so
-// the list is exactly the one that sorting the whole list in triangle order
-// gives. Every thread asks `shouldAbort` after each of its triangles, and
-// all stop once one has seen an abort.
-void MakeRootEvents(const KDTree& tree, const SWMeshTable& table, KDBuildNode& root, size_t parts,
+// Where each instance's triangles begin in the tree's numbering, and how
+// many it has; the last entry of `first` is the total.
+struct InstanceRuns {
+  std::vector<size_t> first;
+  std::vector<size_t> count;
+};
+
+InstanceRuns CountInstanceRuns(const SWMeshTable& table, size_t total) {
+  InstanceRuns runs;
+  size_t filled = 0;
+  for (const SWMeshInstance& instance : table.instances) {
+    const SWMesh* mesh = GetInstanceMesh(table, instance);
+    const size_t count = mesh ? std::min(mesh->indices.size() / 3, total - filled) : 0;
+    runs.first.push_back(filled);
+    runs.count.push_back(count);
+    filled += count;
+  }
+  runs.first.push_back(filled);
+  return runs;
+}
+
+// Fills the records and triangle numbers in [begin, end), asking
+// `shouldAbort` after each instance's part; false on an abort.
+bool FillRecords(KDTree& tree, const SWMeshTable& table, const InstanceRuns& runs, size_t begin, size_t end,
+                 KDBuildNode& root, AbortPoll& abort) {
+  for (uint32_t i = 0; i < runs.count.size(); ++i) {
+    const size_t from = std::max(begin, runs.first[i]);
+    const size_t to = std::min(end, runs.first[i] + runs.count[i]);
+    if (from >= to) continue;
+    FillInstanceTriangles(table, i, tree.triangles.data() + from, to - from, from - runs.first[i]);
+    std::iota(root.triangleList.begin() + from, root.triangleList.begin() + to, uint32_t(from));
+    if (abort.AskSticky()) return false;
+  }
+  return true;
+}
+
+// The root's records and events in `parts` slices of its triangle list,
+// each filled, clipped and sorted on a thread of its own with polygons of
+// its own, then merged in slice order. Merging takes the earlier slice's
+// event on equality, so the list is exactly the one that sorting the whole
+// list in triangle order gives. Every thread asks `shouldAbort` after each
+// instance and each triangle, and all stop once one has seen an abort.
+void MakeRootEvents(KDTree& tree, const SWMeshTable& table, KDBuildNode& root, size_t parts,
                     const std::vector<SCENE_VERTEX_XYZ>& polygonA,
                     const std::vector<SCENE_VERTEX_XYZ>& polygonB, AbortPoll& abort) {
   const size_t total = root.triangleList.size();
+  const InstanceRuns runs = CountInstanceRuns(table, total);
   std::vector<KDEventList> slices(parts);
   RunParts(parts, [&](size_t part) {
+    const size_t begin = total * part / parts, end = total * (part + 1) / parts;
+    if (!FillRecords(tree, table, runs, begin, end, root, abort)) return;
     std::vector<SCENE_VERTEX_XYZ> a = polygonA, b = polygonB;
     KDEventList& events = slices[part];
-    const size_t begin = total * part / parts, end = total * (part + 1) / parts;
     // Six events is the most a triangle makes.
     events.reserve((end - begin) * 6);
     for (size_t i = begin; i < end; ++i) {
@@ -112,7 +150,11 @@ void MakeRootEvents(const KDTree& tree, const SWMeshTable& table, KDBuildNode& r
   // The one poll before the list is put in order.
   if (abort.AskSticky()) return;
   root.events = std::move(slices[0]);
-  for (size_t part = 1; part < parts; ++part) MergeEvents(root.events, slices[part]);
+  for (size_t part = 1; part < parts; ++part) {
+    KDEventList merged;
+    MergeEventsInParts(root.events, slices[part], parts, merged);
+    root.events.swap(merged);
+  }
 }
 
 // The root: every triangle number in order, its record filled, its events
@@ -125,14 +167,8 @@ void PrepareRoot(KDTree& tree, const SWMeshTable& table, size_t total, size_t th
   abort.Ask();
   root.triangleList.resize(total);
   tree.triangles.assign(total, SWTriangle{});
-  size_t filled = 0;
-  for (uint32_t i = 0; i < table.instances.size(); ++i) {
-    const size_t count = FillInstanceTriangles(table, i, tree.triangles.data() + filled, total - filled);
-    std::iota(root.triangleList.begin() + filled, root.triangleList.begin() + filled + count,
-              uint32_t(filled));
-    filled += count;
-    if (abort.AskSticky()) break;
-  }
+  // Every entry is written before the jobs read it, so it is not zeroed.
+  tree.buildCorners.resize(total);
   const size_t parts = std::max<size_t>(1, std::min(threads, total / TrianglesPerPart));
   MakeRootEvents(tree, table, root, parts, polygonA, polygonB, abort);
 }
@@ -222,6 +258,7 @@ void KDTree::Build(const SWMeshTable* meshTable, std::deque<WorkItem>& workQueue
   if (!abort.AskSticky() && canRun)
     RunJobs(*this, table, buildStack, polygonA, polygonB, maxDepth, workQueue, queueLock, renderThreads,
             wakeSemaphore, doneSemaphore, shouldAbort, abortContext);
+  decltype(buildCorners)().swap(buildCorners);
   if (abort.Ask() || !canRun) {
     leafTriangles.clear();
     nodes.clear();

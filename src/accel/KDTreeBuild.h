@@ -14,7 +14,7 @@
 struct KDThreadScratch {
   std::vector<SCENE_VERTEX_XYZ>* polygonA = nullptr;
   std::vector<SCENE_VERTEX_XYZ>* polygonB = nullptr;
-  std::vector<uint32_t>* triangleSides = nullptr;
+  std::vector<uint8_t>* triangleSides = nullptr;
 };
 
 // --- Event lists ------------------------------------------------------------
@@ -44,6 +44,10 @@ void SortEvents(KDEventList& events);
 // the first event of `into` that is greater, so on equality the older stays
 // first.
 void MergeEvents(KDEventList& into, const KDEventList& fresh);
+// The same merge into a new list, cut by key into `parts` pieces that run on
+// threads of their own. Every event of a key goes to one piece, so the cuts
+// change nothing in the order.
+void MergeEventsInParts(const KDEventList& older, const KDEventList& fresh, size_t parts, KDEventList& out);
 
 // --- Clipping ---------------------------------------------------------------
 
@@ -57,10 +61,10 @@ bool ClipTriangleToBox(const SCENE_VERTEX_XYZ corners[3], const float boxMin[3],
 // Per axis, a planar event where lo equals hi, else a start at lo and an end
 // at hi.
 void AppendBoxEvents(uint32_t triangle, const float lo[3], const float hi[3], KDEventList& events);
-// Clips triangle `triangle` of the tree to the box and appends its events.
-// Nothing happens to a triangle with an index out of range or one that lies
-// outside the box.
-void AddTriangleEvents(const KDTree& tree, const SWMeshTable& table, uint32_t triangle, const float boxMin[3],
+// Reads triangle `triangle`'s corners into the tree's build scratch, then
+// clips them to the box and appends the events. A triangle with an index
+// out of range, or one that lies outside the box, adds none.
+void AddTriangleEvents(KDTree& tree, const SWMeshTable& table, uint32_t triangle, const float boxMin[3],
                        const float boxMax[3], std::vector<SCENE_VERTEX_XYZ>& polygonA,
                        std::vector<SCENE_VERTEX_XYZ>& polygonB, KDEventList& events);
 
@@ -81,5 +85,7 @@ bool FindBestSplit(const KDBuildNode& node, const KDTree& tree, KDSplit& best);
 // node, depth and box are set. Triangles on both sides are clipped again to
 // each child's box, and their new events are merged in, so that both
 // children's lists come out sorted. The parent's events are used up.
-void PartitionNode(KDBuildNode& parent, const KDSplit& split, const KDTree& tree, const SWMeshTable& table,
-                   const KDThreadScratch& scratch, KDBuildNode& left, KDBuildNode& right);
+// With `twoThreads` the right child's events are made on a helper thread
+// while the calling thread makes the left child's.
+void PartitionNode(KDBuildNode& parent, const KDSplit& split, const KDTree& tree,
+                   const KDThreadScratch& scratch, bool twoThreads, KDBuildNode& left, KDBuildNode& right);

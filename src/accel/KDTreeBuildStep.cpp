@@ -89,6 +89,15 @@ void QueueChildJobs(const KDBuildJob& job, std::deque<WorkItem>& workQueue,
   }
 }
 
+// The first splits run while other workers have no node yet: at depth d
+// there are at most 2^d jobs for them. A node big enough to pay for a thread
+// then lends an idle worker's processor to itself.
+bool HasIdleWorker(const KDBuildJob& job, const KDBuildNode& node) {
+  constexpr size_t WorthAThread = 65536;
+  const size_t workers = job.triangleSides->size();
+  return node.depth < 32 && (size_t(1) << node.depth) < workers && node.events.size() >= WorthAThread;
+}
+
 }  // namespace
 
 void KDTree::BuildStep(KDBuildJob* job, std::deque<WorkItem>& workQueue, platform::CriticalSection& queueLock,
@@ -120,7 +129,7 @@ void KDTree::BuildStep(KDBuildJob* job, std::deque<WorkItem>& workQueue, platfor
   SetUpChild(node, first + 1, right);
   left.boxMax[split.axis] = split.position;
   right.boxMin[split.axis] = split.position;
-  PartitionNode(node, split, tree, *job->meshTable, scratch, left, right);
+  PartitionNode(node, split, tree, scratch, HasIdleWorker(*job, node), left, right);
 
   PushChildren(*job, left, right);
   QueueChildJobs(*job, workQueue, queueLock);

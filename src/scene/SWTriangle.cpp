@@ -1,5 +1,6 @@
 #include "scene/SWTriangle.h"
 
+#include <algorithm>
 #include <cmath>
 
 #include "host/BrindlexViewMath.h"
@@ -93,14 +94,15 @@ bool GetTriangleCorners(const SWMeshTable& table, uint32_t instanceIndex, uint32
 }
 
 size_t FillInstanceTriangles(const SWMeshTable& table, uint32_t instanceIndex, SWTriangle* records,
-                             size_t capacity) {
+                             size_t capacity, size_t firstTriangle) {
   if (instanceIndex >= table.instances.size()) return 0;
   const SWMesh* mesh = GetInstanceMesh(table, table.instances[instanceIndex]);
   if (!mesh) return 0;
-  size_t count = mesh->indices.size() / 3;
-  if (count > capacity) count = capacity;
-  for (size_t t = 0; t < count; ++t) {
-    SWTriangle& record = records[t];
+  const size_t triangles = mesh->indices.size() / 3;
+  if (firstTriangle >= triangles) return 0;
+  const size_t count = std::min(triangles - firstTriangle, capacity);
+  for (size_t t = firstTriangle; t < firstTriangle + count; ++t) {
+    SWTriangle& record = records[t - firstTriangle];
     record = SWTriangle{};
     record.instanceIndex = instanceIndex;
     record.triangleIndex = uint32_t(t);

@@ -52,7 +52,8 @@ bool GetTriangleCorners(const SWMeshTable& table, uint32_t instanceIndex, uint32
                         SCENE_VERTEX_XYZ corners[3]);
 
 // Fills the records of one instance's triangles, at most `capacity` of them,
-// in mesh order; returns how many it filled. A triangle with an index out of
-// range is marked degenerate and still takes its record.
+// in mesh order from triangle `firstTriangle` on; returns how many it
+// filled. A triangle with an index out of range is marked degenerate and
+// still takes its record.
 size_t FillInstanceTriangles(const SWMeshTable& table, uint32_t instanceIndex, SWTriangle* records,
-                             size_t capacity);
+                             size_t capacity, size_t firstTriangle = 0);

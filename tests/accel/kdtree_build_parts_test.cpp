@@ -1,0 +1,190 @@
+// The faster pieces of the kd-tree build against plain versions written here
+// from the rules: the clip plane by plane, the list order by a stable sort,
+// and the merge of two lists cut into pieces.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <bit>
+#include <limits>
+#include <random>
+#include <vector>
+
+#include "accel/KDTreeBuild.h"
+
+namespace {
+
+float& At(SCENE_VERTEX_XYZ& p, int axis) {
+  return axis == 0 ? p.x : axis == 1 ? p.y : p.z;
+}
+
+// Sutherland-Hodgman as written: every plane copies the polygon, a vertex on
+// the plane is inside, a crossing is put exactly on the plane.
+bool PlainClip(const SCENE_VERTEX_XYZ corners[3], const float boxMin[3], const float boxMax[3], float lo[3],
+               float hi[3]) {
+  std::vector<SCENE_VERTEX_XYZ> polygon(corners, corners + 3);
+  for (int axis = 0; axis < 3; ++axis)
+    for (const float side : {1.0f, -1.0f}) {
+      const float value = side > 0 ? boxMin[axis] : boxMax[axis];
+      std::vector<SCENE_VERTEX_XYZ> out;
+      for (size_t i = 0; i < polygon.size(); ++i) {
+        SCENE_VERTEX_XYZ p = polygon[i], q = polygon[(i + 1) % polygon.size()];
+        const bool inP = (At(p, axis) - value) * side >= 0.0f, inQ = (At(q, axis) - value) * side >= 0.0f;
+        if (inP != inQ) {
+          const float t = (value - At(p, axis)) / (At(q, axis) - At(p, axis));
+          SCENE_VERTEX_XYZ x{p.x + (q.x - p.x) * t, p.y + (q.y - p.y) * t, p.z + (q.z - p.z) * t};
+          At(x, axis) = value;
+          out.push_back(x);
+        }
+        if (inQ) out.push_back(q);
+      }
+      polygon = out;
+    }
+  if (polygon.empty()) return false;
+  for (int axis = 0; axis < 3; ++axis) {
+    lo[axis] = hi[axis] = At(polygon[0], axis);
+    for (SCENE_VERTEX_XYZ& p : polygon) {
+      if (At(p, axis) < lo[axis]) lo[axis] = At(p, axis);
+      if (At(p, axis) > hi[axis]) hi[axis] = At(p, axis);
+    }
+  }
+  return true;
+}
+
+std::vector<uint32_t> Triangles(const KDEventList& events) {
+  std::vector<uint32_t> order;
+  for (const KDEvent& e : events) order.push_back(e.triangle);
+  return order;
+}
+
+}  // namespace
+
+TEST(KDBuildParts, ClipGivesThePlaneByPlaneResultToTheBit) {
+  // Worked by hand: the right triangle x + y <= 4 cut to 1 <= x <= 3, with
+  // room on y and z, keeps x from 1 to 3 and y from 0 to 3 (at x = 1).
+  const SCENE_VERTEX_XYZ right[3] = {{0, 0, 0}, {4, 0, 0}, {0, 4, 0}};
+  const float cutMin[3] = {1, -1, -1}, cutMax[3] = {3, 5, 1};
+  std::vector<SCENE_VERTEX_XYZ> a, b;
+  float lo[3], hi[3];
+  ASSERT_TRUE(ClipTriangleToBox(right, cutMin, cutMax, a, b, lo, hi));
+  EXPECT_EQ(std::vector<float>({lo[0], lo[1], lo[2], hi[0], hi[1], hi[2]}),
+            std::vector<float>({1, 0, 0, 3, 3, 0}));
+
+  // Triangles inside, across one or several faces, and outside.
+  std::mt19937 random(5);
+  std::uniform_real_distribution<float> where(-2.0f, 2.0f);
+  const float boxMin[3] = {-1.0f, -0.75f, -0.5f}, boxMax[3] = {1.0f, 0.5f, 1.25f};
+  int clipped = 0;
+  for (int i = 0; i < 20000; ++i) {
+    SCENE_VERTEX_XYZ c[3];
+    for (SCENE_VERTEX_XYZ& v : c) v = {where(random), where(random), where(random)};
+    float plainLo[3], plainHi[3];
+    const bool plain = PlainClip(c, boxMin, boxMax, plainLo, plainHi);
+    ASSERT_EQ(ClipTriangleToBox(c, boxMin, boxMax, a, b, lo, hi), plain) << i;
+    if (!plain) continue;
+    ++clipped;
+    for (int k = 0; k < 3; ++k) {
+      ASSERT_EQ(std::bit_cast<uint32_t>(lo[k]), std::bit_cast<uint32_t>(plainLo[k])) << i;
+      ASSERT_EQ(std::bit_cast<uint32_t>(hi[k]), std::bit_cast<uint32_t>(plainHi[k])) << i;
+    }
+  }
+  EXPECT_GT(clipped, 1000);
+}
+
+TEST(KDBuildParts, SortIsTheStableListOrderOnBothSidesOfEachMethodChange) {
+  // List order: position as floats compare, then axis, then type; equal
+  // events keep their order.
+  const auto before = [](const KDEvent& a, const KDEvent& b) {
+    if (a.position != b.position) return a.position < b.position;
+    if (a.axis != b.axis) return a.axis < b.axis;
+    return a.type < b.type;
+  };
+  std::mt19937 random(9);
+  const float positions[] = {-3.0f, -0.0f, 0.0f, 0.5f, 0.5000001f, 2.0f, 1e6f};
+  for (const size_t size : {63u, 64u, 8191u, 8192u, 20000u}) {
+    KDEventList events;
+    for (uint32_t i = 0; i < size; ++i)
+      events.push_back(KDEvent{int32_t(random() % 3),
+                               positions[random() % std::size(positions)] * float(1 + random() % 4), i,
+                               uint32_t(random() % 3)});
+    KDEventList expected = events;
+    std::stable_sort(expected.begin(), expected.end(), before);
+    SortEvents(events);
+    EXPECT_EQ(Triangles(events), Triangles(expected)) << size;
+  }
+}
+
+TEST(KDBuildParts, MergeInPiecesKeepsOlderEventsFirstWhereTheCutsFall) {
+  // Older events at 1, 2, 2, 2, 3 (triangles 0-4), fresh ones at 2, 2, 4
+  // (10-12). Cuts fall on the key 2, which has events in both lists.
+  const auto list = [](std::initializer_list<std::pair<float, uint32_t>> items) {
+    KDEventList events;
+    for (const auto& [position, triangle] : items) events.push_back({KD_EVENT_START, position, triangle, 0});
+    return events;
+  };
+  const KDEventList older = list({{1, 0}, {2, 1}, {2, 2}, {2, 3}, {3, 4}});
+  const KDEventList fresh = list({{2, 10}, {2, 11}, {4, 12}});
+  for (const size_t parts : {1u, 2u, 3u, 4u}) {
+    KDEventList merged;
+    MergeEventsInParts(older, fresh, parts, merged);
+    EXPECT_EQ(Triangles(merged), std::vector<uint32_t>({0, 1, 2, 3, 10, 11, 4, 12})) << parts;
+  }
+}
+
+TEST(KDBuildParts, ASplitWithAHelperThreadGivesTheChildrenOfOneWithout) {
+  // Triangles of up to 8 units over a cube of 100, so that many straddle the
+  // chosen plane and are clipped again.
+  std::mt19937 random(3);
+  std::uniform_real_distribution<float> where(0.0f, 100.0f), size(-4.0f, 4.0f);
+  SWMeshTable table;
+  SWMesh mesh;
+  constexpr uint32_t count = 3000;
+  for (uint32_t i = 0; i < count; ++i) {
+    const float x = where(random), y = where(random), z = where(random);
+    for (int c = 0; c < 3; ++c) {
+      SCENE_VERTEX v{};
+      v.position = {x + size(random), y + size(random), z + size(random)};
+      mesh.vertices.push_back(v);
+      mesh.indices.push_back(3 * i + c);
+    }
+  }
+  table.meshes.push_back(mesh);
+  table.instances.push_back({0, 0, 0xFFFFFFFF});
+
+  KDTree tree;
+  tree.triangles.resize(count);
+  ASSERT_EQ(FillInstanceTriangles(table, 0, tree.triangles.data(), count), count);
+  tree.buildCorners.resize(count);
+  KDBuildNode root;
+  for (int k = 0; k < 3; ++k) root.boxMin[k] = -5.0f, root.boxMax[k] = 105.0f;
+  std::vector<SCENE_VERTEX_XYZ> a, b;
+  for (uint32_t t = 0; t < count; ++t) {
+    root.triangleList.push_back(t);
+    AddTriangleEvents(tree, table, t, root.boxMin, root.boxMax, a, b, root.events);
+  }
+  SortEvents(root.events);
+  KDSplit split;
+  ASSERT_TRUE(FindBestSplit(root, tree, split));
+
+  std::vector<uint8_t> sides(count);
+  const KDThreadScratch scratch{&a, &b, &sides};
+  const auto flat = [](const KDBuildNode& node) {
+    std::vector<uint32_t> words(node.triangleList);
+    for (const KDEvent& e : node.events)
+      words.insert(words.end(), {uint32_t(e.type), std::bit_cast<uint32_t>(e.position), e.triangle, e.axis});
+    return words;
+  };
+  std::vector<uint32_t> children[2][2];
+  for (const bool helper : {false, true}) {
+    KDBuildNode parent = root, left, right;
+    for (KDBuildNode* child : {&left, &right})
+      std::copy(root.boxMin, root.boxMin + 3, child->boxMin),
+          std::copy(root.boxMax, root.boxMax + 3, child->boxMax);
+    left.boxMax[split.axis] = right.boxMin[split.axis] = split.position;
+    PartitionNode(parent, split, tree, scratch, helper, left, right);
+    children[helper][0] = flat(left);
+    children[helper][1] = flat(right);
+    EXPECT_GT(left.triangleList.size() + right.triangleList.size(), count) << "some triangles straddle";
+  }
+  EXPECT_EQ(children[1][0], children[0][0]);
+  EXPECT_EQ(children[1][1], children[0][1]);
+}
