@@ -34,9 +34,10 @@ struct KDStackEntry {
   double tFar;
 };
 
-// A stack of the walk. A tree that the build made is at most 20 levels
-// deep, so the inline entries hold any sound walk without allocating; only a
-// deeper hand-made tree, or one that is not sound, spills to the heap.
+// A stack of the walk over a tree's own fields. A tree that the build made
+// is at most 20 levels deep, so the inline entries hold any sound walk
+// without allocating; only a deeper hand-made tree, or one that is not
+// sound, spills to the heap.
 template <class Node>
 class TraversalStack {
   using KDStackEntry = ::KDStackEntry<Node>;
@@ -68,6 +69,26 @@ class TraversalStack {
   static constexpr size_t Inline = 64;
   KDStackEntry entries[Inline];
   std::vector<KDStackEntry> spill;
+  size_t count = 0;
+};
+
+// A stack of the walk over the layout. Every entry waiting on it is the
+// other child of a different ancestor of the node in hand, so it never holds
+// more entries than the tree has levels, and the layout is made only for
+// trees of at most KDWalkLayout::MaxDepth levels: no check, no spill, and
+// nothing that keeps its top out of a register.
+template <class Node>
+class BoundedStack {
+  using KDStackEntry = ::KDStackEntry<Node>;
+
+ public:
+  size_t Size() const { return count; }
+  bool Empty() const { return count == 0; }
+  void Push(const KDStackEntry& entry) { entries[count++] = entry; }
+  KDStackEntry Pop() { return entries[--count]; }
+
+ private:
+  KDStackEntry entries[KDWalkLayout::MaxDepth];
   size_t count = 0;
 };
 
@@ -143,6 +164,7 @@ bool LeafTest(const KDTree& tree, const KDNode& leaf, const Ray& ray, SWRayInter
 class TreeFields {
  public:
   using Node = KDNode;
+  using Stack = TraversalStack<KDNode>;
   explicit TreeFields(const KDTree& tree) : tree(tree) {}
   const KDNode* Root() const { return tree.nodes.data(); }
   const KDNode* Lower(const KDNode*, uint32_t word) const { return Child(word >> 2); }
@@ -164,6 +186,7 @@ class TreeFields {
 class WalkFields {
  public:
   using Node = KDWalkNode;
+  using Stack = BoundedStack<KDWalkNode>;
   WalkFields(const KDWalkLayout& layout, const KDTree& tree)
       : nodes(layout.nodes.data()), triangles(tree.triangles.data()), entries(layout.leafEntries.data()) {}
   const KDWalkNode* Root() const { return nodes; }
@@ -201,7 +224,7 @@ class WalkFields {
 template <class Fields>
 bool Walk(const Fields& fields, const Ray& ray, double tNear, double tFar, SWRayIntersectionResult& result) {
   using Node = typename Fields::Node;
-  TraversalStack<Node> stack;
+  typename Fields::Stack stack;
   bool hit = false;
   const Node* node = fields.Root();
   const bool parallel[3] = {!(std::fabs(ray.direction[0]) > NearZero),

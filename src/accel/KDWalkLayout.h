@@ -27,10 +27,14 @@ struct KDWalkNode {
 
 class KDWalkLayout {
  public:
+  // The deepest tree that is laid out (the build stops at 20 levels): the
+  // walk over the layout keeps its stack in this many fixed entries.
+  static constexpr size_t MaxDepth = 64;
+
   // Lays out `tree`; leaves the layout empty when the tree has no nodes or
   // cannot be laid out: a child index that does not lie after its parent and
-  // inside `nodes`, a node reached twice, or an index that does not fit the
-  // 30 bits of a packed field. The walk then uses the tree's own fields.
+  // inside `nodes`, a node reached twice, a tree deeper than MaxDepth, or an
+  // index that does not fit the 30 bits of a packed field. The walk then uses the tree's own fields.
   void Make(const KDTree& tree);
   void Clear();
   // True when the layout was made from the vectors `tree` holds now. A tree
