@@ -85,7 +85,9 @@ class BoundedStack {
   size_t Size() const { return count; }
   bool Empty() const { return count == 0; }
   void Push(const KDStackEntry& entry) { entries[count++] = entry; }
-  KDStackEntry Pop() { return entries[--count]; }
+  // A reference, read field by field: a copy of the entry went through a
+  // second stack slot whose wider reads the stores could not forward.
+  const KDStackEntry& Pop() { return entries[--count]; }
 
  private:
   KDStackEntry entries[KDWalkLayout::MaxDepth];
@@ -268,7 +270,7 @@ bool Walk(const Fields& fields, const Ray& ray, double tNear, double tFar, SWRay
     // Nothing that a later node holds can be nearer than this.
     if (tFar >= result.distance) return hit;
     if (stack.Empty()) return hit;
-    const KDStackEntry<Node> next = stack.Pop();
+    const KDStackEntry<Node>& next = stack.Pop();
     node = next.node;
     tNear = next.tNear;
     tFar = next.tFar;
