@@ -259,6 +259,9 @@ bool Walk(const Fields& fields, const Ray& ray, double tNear, double tFar, SWRay
         } else if (t > tFar || 0.0 > t) {
           node = nearChild;
         } else {
+          // The far child waits until the near side's subtree is walked:
+          // time enough for its line to arrive, if it is not in the cache.
+          __builtin_prefetch(farChild);
           stack.Push({farChild, t, tFar});
           node = nearChild;
           tFar = t;
