@@ -195,8 +195,18 @@ class WalkFields {
   const KDWalkNode* Lower(const KDWalkNode* node, uint32_t) const { return node + 1; }
   const KDWalkNode* Upper(const KDWalkNode*, uint32_t word) const { return nodes + (word >> 2); }
   bool Leaf(const KDWalkNode& leaf, const Ray& ray, SWRayIntersectionResult& result) const {
-    const uint32_t* entry = entries + (leaf.childAndAxis >> 2);
-    const uint32_t* end = entry + leaf.splitOrCount;
+    uint32_t held[2];
+    const uint32_t* entry;
+    const uint32_t* end;
+    if (leaf.splitOrCount & KDWalkNode::InlineLeaf) {
+      held[0] = leaf.childAndAxis >> 2;
+      held[1] = leaf.splitOrCount & KDWalkNode::NoSecond;
+      entry = held;
+      end = held + (held[1] == KDWalkNode::NoSecond ? 1 : 2);
+    } else {
+      entry = entries + (leaf.childAndAxis >> 2);
+      end = entry + leaf.splitOrCount;
+    }
     // The leaf's records lie apart, by triangle number, and each spans two
     // or three cache lines: asking for all of them before the first test
     // lets their misses overlap instead of following one another.

@@ -99,15 +99,23 @@ bool KDWalkLayout::CopyLeaf(const KDTree& tree, uint32_t first, uint32_t count, 
     leaf.splitOrCount = 0;
     return true;
   }
-  uint32_t kept = 0;
+  const size_t start = leafEntries.size();
   for (uint64_t entry = first; entry < end; ++entry) {
     const uint32_t number = tree.leafTriangles[entry];
     if (number >= tree.triangles.size()) continue;
     const SWTriangle& tri = tree.triangles[number];
     if (tri.degenerate != 0 || tri.dominantAxis > 2) continue;
     leafEntries.push_back(number);
-    ++kept;
   }
-  leaf.splitOrCount = kept;
+  const size_t kept = leafEntries.size() - start;
+  if (kept > MaxPacked) return false;  // the count would reach the inline flag
+  leaf.splitOrCount = uint32_t(kept);
+  const bool fits = (kept == 1 || kept == 2) && leafEntries[start] <= MaxPacked &&
+                    (kept == 1 || leafEntries[start + 1] < KDWalkNode::NoSecond);
+  if (fits) {
+    leaf.childAndAxis = leafEntries[start] << 2 | LeafTag;
+    leaf.splitOrCount = KDWalkNode::InlineLeaf | (kept == 2 ? leafEntries[start + 1] : KDWalkNode::NoSecond);
+    leafEntries.resize(start);
+  }
   return true;
 }

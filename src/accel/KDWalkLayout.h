@@ -19,8 +19,15 @@ class KDTree;
 // Inner node: low two bits the split axis, the rest the index of the upper
 // child (the lower child is the next node); splitOrCount the plane's float.
 // Leaf: low two bits 3, the rest the first entry in `leafEntries`;
-// splitOrCount the count of entries.
+// splitOrCount the count of entries. A leaf of one or two triangles holds
+// their numbers itself, which spares the walk a load from `leafEntries`
+// (as often a cache miss as the node): InlineLeaf set in splitOrCount, the
+// first number in the upper 30 bits of childAndAxis, the second in the rest
+// of splitOrCount, or NoSecond.
 struct KDWalkNode {
+  static constexpr uint32_t InlineLeaf = 0x80000000u;
+  static constexpr uint32_t NoSecond = 0x7fffffffu;
+
   uint32_t childAndAxis = 0;
   uint32_t splitOrCount = 0;
 };
