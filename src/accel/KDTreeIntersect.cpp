@@ -233,7 +233,9 @@ class WalkFields {
 
 // The walk from the root, front to back. tNear and tFar stay in registers:
 // nothing outside this function sees them.
-template <class Fields>
+// `MayBeParallel` false: no axis of the ray is parallel to the planes, so
+// the walk leaves out that test at every node.
+template <bool MayBeParallel, class Fields>
 bool Walk(const Fields& fields, const Ray& ray, double tNear, double tFar, SWRayIntersectionResult& result) {
   using Node = typename Fields::Node;
   typename Fields::Stack stack;
@@ -248,7 +250,7 @@ bool Walk(const Fields& fields, const Ray& ray, double tNear, double tFar, SWRay
       const uint32_t axis = word & 3;
       const double split = std::bit_cast<float>(uint32_t(node->splitOrCount));
       const double origin = ray.origin[axis];
-      if (parallel[axis]) {
+      if (MayBeParallel && parallel[axis]) {
         if (split - NearZero > origin) {
           node = fields.Lower(node, word);
         } else if (origin > split + NearZero) {
@@ -335,8 +337,13 @@ bool KDTree::Intersect(const SCENE_VERTEX_XYZ_64& origin, const SCENE_VERTEX_XYZ
     const Ray ray = MakeRay(origin, direction, inverseDirection);
     result.distance = Largest;
     result.triangleIndex = 0;
-    if (walkLayout.Matches(*this)) return Walk(WalkFields(walkLayout, *this), ray, tNear, tFar, result);
-    return Walk(TreeFields(*this), ray, tNear, tFar, result);
+    if (!walkLayout.Matches(*this)) return Walk<true>(TreeFields(*this), ray, tNear, tFar, result);
+    const WalkFields fields(walkLayout, *this);
+    const bool mayBeParallel = !(std::fabs(ray.direction[0]) > NearZero) ||
+                               !(std::fabs(ray.direction[1]) > NearZero) ||
+                               !(std::fabs(ray.direction[2]) > NearZero);
+    if (mayBeParallel) return Walk<true>(fields, ray, tNear, tFar, result);
+    return Walk<false>(fields, ray, tNear, tFar, result);
   } catch (...) {
     // A tree that is not sound, or a stack that cannot grow: the ray counts
     // as a miss and the worker goes on.
