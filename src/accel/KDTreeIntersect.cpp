@@ -34,9 +34,10 @@ struct KDStackEntry {
   double tFar;
 };
 
-// A stack of the walk. A tree that the build made is at most 20 levels
-// deep, so the inline entries hold any sound walk without allocating; only a
-// deeper hand-made tree, or one that is not sound, spills to the heap.
+// A stack of the walk over a tree's own fields. A tree that the build made
+// is at most 20 levels deep, so the inline entries hold any sound walk
+// without allocating; only a deeper hand-made tree, or one that is not
+// sound, spills to the heap.
 template <class Node>
 class TraversalStack {
   using KDStackEntry = ::KDStackEntry<Node>;
@@ -68,6 +69,28 @@ class TraversalStack {
   static constexpr size_t Inline = 64;
   KDStackEntry entries[Inline];
   std::vector<KDStackEntry> spill;
+  size_t count = 0;
+};
+
+// A stack of the walk over the layout. Every entry waiting on it is the
+// other child of a different ancestor of the node in hand, so it never holds
+// more entries than the tree has levels, and the layout is made only for
+// trees of at most KDWalkLayout::MaxDepth levels: no check, no spill, and
+// nothing that keeps its top out of a register.
+template <class Node>
+class BoundedStack {
+  using KDStackEntry = ::KDStackEntry<Node>;
+
+ public:
+  size_t Size() const { return count; }
+  bool Empty() const { return count == 0; }
+  void Push(const KDStackEntry& entry) { entries[count++] = entry; }
+  // A reference, read field by field: a copy of the entry went through a
+  // second stack slot whose wider reads the stores could not forward.
+  const KDStackEntry& Pop() { return entries[--count]; }
+
+ private:
+  KDStackEntry entries[KDWalkLayout::MaxDepth];
   size_t count = 0;
 };
 
@@ -143,6 +166,7 @@ bool LeafTest(const KDTree& tree, const KDNode& leaf, const Ray& ray, SWRayInter
 class TreeFields {
  public:
   using Node = KDNode;
+  using Stack = TraversalStack<KDNode>;
   explicit TreeFields(const KDTree& tree) : tree(tree) {}
   const KDNode* Root() const { return tree.nodes.data(); }
   const KDNode* Lower(const KDNode*, uint32_t word) const { return Child(word >> 2); }
@@ -164,14 +188,25 @@ class TreeFields {
 class WalkFields {
  public:
   using Node = KDWalkNode;
+  using Stack = BoundedStack<KDWalkNode>;
   WalkFields(const KDWalkLayout& layout, const KDTree& tree)
       : nodes(layout.nodes.data()), triangles(tree.triangles.data()), entries(layout.leafEntries.data()) {}
   const KDWalkNode* Root() const { return nodes; }
   const KDWalkNode* Lower(const KDWalkNode* node, uint32_t) const { return node + 1; }
   const KDWalkNode* Upper(const KDWalkNode*, uint32_t word) const { return nodes + (word >> 2); }
   bool Leaf(const KDWalkNode& leaf, const Ray& ray, SWRayIntersectionResult& result) const {
-    const uint32_t* entry = entries + (leaf.childAndAxis >> 2);
-    const uint32_t* end = entry + leaf.splitOrCount;
+    uint32_t held[2];
+    const uint32_t* entry;
+    const uint32_t* end;
+    if (leaf.splitOrCount & KDWalkNode::InlineLeaf) {
+      held[0] = leaf.childAndAxis >> 2;
+      held[1] = leaf.splitOrCount & KDWalkNode::NoSecond;
+      entry = held;
+      end = held + (held[1] == KDWalkNode::NoSecond ? 1 : 2);
+    } else {
+      entry = entries + (leaf.childAndAxis >> 2);
+      end = entry + leaf.splitOrCount;
+    }
     // The leaf's records lie apart, by triangle number, and each spans two
     // or three cache lines: asking for all of them before the first test
     // lets their misses overlap instead of following one another.
@@ -198,10 +233,12 @@ class WalkFields {
 
 // The walk from the root, front to back. tNear and tFar stay in registers:
 // nothing outside this function sees them.
-template <class Fields>
+// `MayBeParallel` false: no axis of the ray is parallel to the planes, so
+// the walk leaves out that test at every node.
+template <bool MayBeParallel, class Fields>
 bool Walk(const Fields& fields, const Ray& ray, double tNear, double tFar, SWRayIntersectionResult& result) {
   using Node = typename Fields::Node;
-  TraversalStack<Node> stack;
+  typename Fields::Stack stack;
   bool hit = false;
   const Node* node = fields.Root();
   const bool parallel[3] = {!(std::fabs(ray.direction[0]) > NearZero),
@@ -213,7 +250,7 @@ bool Walk(const Fields& fields, const Ray& ray, double tNear, double tFar, SWRay
       const uint32_t axis = word & 3;
       const double split = std::bit_cast<float>(uint32_t(node->splitOrCount));
       const double origin = ray.origin[axis];
-      if (parallel[axis]) {
+      if (MayBeParallel && parallel[axis]) {
         if (split - NearZero > origin) {
           node = fields.Lower(node, word);
         } else if (origin > split + NearZero) {
@@ -234,6 +271,9 @@ bool Walk(const Fields& fields, const Ray& ray, double tNear, double tFar, SWRay
         } else if (t > tFar || 0.0 > t) {
           node = nearChild;
         } else {
+          // The far child waits until the near side's subtree is walked:
+          // time enough for its line to arrive, if it is not in the cache.
+          __builtin_prefetch(farChild);
           stack.Push({farChild, t, tFar});
           node = nearChild;
           tFar = t;
@@ -245,7 +285,7 @@ bool Walk(const Fields& fields, const Ray& ray, double tNear, double tFar, SWRay
     // Nothing that a later node holds can be nearer than this.
     if (tFar >= result.distance) return hit;
     if (stack.Empty()) return hit;
-    const KDStackEntry<Node> next = stack.Pop();
+    const KDStackEntry<Node>& next = stack.Pop();
     node = next.node;
     tNear = next.tNear;
     tFar = next.tFar;
@@ -297,8 +337,13 @@ bool KDTree::Intersect(const SCENE_VERTEX_XYZ_64& origin, const SCENE_VERTEX_XYZ
     const Ray ray = MakeRay(origin, direction, inverseDirection);
     result.distance = Largest;
     result.triangleIndex = 0;
-    if (walkLayout.Matches(*this)) return Walk(WalkFields(walkLayout, *this), ray, tNear, tFar, result);
-    return Walk(TreeFields(*this), ray, tNear, tFar, result);
+    if (!walkLayout.Matches(*this)) return Walk<true>(TreeFields(*this), ray, tNear, tFar, result);
+    const WalkFields fields(walkLayout, *this);
+    const bool mayBeParallel = !(std::fabs(ray.direction[0]) > NearZero) ||
+                               !(std::fabs(ray.direction[1]) > NearZero) ||
+                               !(std::fabs(ray.direction[2]) > NearZero);
+    if (mayBeParallel) return Walk<true>(fields, ray, tNear, tFar, result);
+    return Walk<false>(fields, ray, tNear, tFar, result);
   } catch (...) {
     // A tree that is not sound, or a stack that cannot grow: the ray counts
     // as a miss and the worker goes on.

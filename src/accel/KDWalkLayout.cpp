@@ -11,6 +11,7 @@ constexpr uint64_t MaxPacked = (uint64_t(1) << 30) - 1;
 struct Pending {
   uint32_t source;  // index in the tree's nodes
   uint32_t parent;  // walk node whose upper child this is, or NoParent
+  uint32_t depth;   // root 0
 };
 constexpr uint32_t NoParent = UINT32_MAX;
 }  // namespace
@@ -59,7 +60,7 @@ bool KDWalkLayout::Lay(const KDTree& tree) {
   const size_t count = tree.nodes.size();
   nodes.reserve(count);
   leafEntries.reserve(tree.leafTriangles.size());
-  std::vector<Pending> stack{{0, NoParent}};
+  std::vector<Pending> stack{{0, NoParent, 0}};
   while (!stack.empty()) {
     const Pending next = stack.back();
     stack.pop_back();
@@ -77,12 +78,12 @@ bool KDWalkLayout::Lay(const KDTree& tree) {
       continue;
     }
     const uint64_t first = word >> 2;
-    if (first <= next.source || first + 1 >= count) return false;
+    if (first <= next.source || first + 1 >= count || next.depth + 1 > MaxDepth) return false;
     node.childAndAxis = word & 3;  // the upper child's index comes later
     node.splitOrCount = source.splitOrCount;
     nodes.push_back(node);
-    stack.push_back({uint32_t(first + 1), here});
-    stack.push_back({uint32_t(first), NoParent});
+    stack.push_back({uint32_t(first + 1), here, next.depth + 1});
+    stack.push_back({uint32_t(first), NoParent, next.depth + 1});
   }
   return true;
 }
@@ -98,15 +99,23 @@ bool KDWalkLayout::CopyLeaf(const KDTree& tree, uint32_t first, uint32_t count, 
     leaf.splitOrCount = 0;
     return true;
   }
-  uint32_t kept = 0;
+  const size_t start = leafEntries.size();
   for (uint64_t entry = first; entry < end; ++entry) {
     const uint32_t number = tree.leafTriangles[entry];
     if (number >= tree.triangles.size()) continue;
     const SWTriangle& tri = tree.triangles[number];
     if (tri.degenerate != 0 || tri.dominantAxis > 2) continue;
     leafEntries.push_back(number);
-    ++kept;
   }
-  leaf.splitOrCount = kept;
+  const size_t kept = leafEntries.size() - start;
+  if (kept > MaxPacked) return false;  // the count would reach the inline flag
+  leaf.splitOrCount = uint32_t(kept);
+  const bool fits = (kept == 1 || kept == 2) && leafEntries[start] <= MaxPacked &&
+                    (kept == 1 || leafEntries[start + 1] < KDWalkNode::NoSecond);
+  if (fits) {
+    leaf.childAndAxis = leafEntries[start] << 2 | LeafTag;
+    leaf.splitOrCount = KDWalkNode::InlineLeaf | (kept == 2 ? leafEntries[start + 1] : KDWalkNode::NoSecond);
+    leafEntries.resize(start);
+  }
   return true;
 }

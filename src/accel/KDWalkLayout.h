@@ -19,18 +19,29 @@ class KDTree;
 // Inner node: low two bits the split axis, the rest the index of the upper
 // child (the lower child is the next node); splitOrCount the plane's float.
 // Leaf: low two bits 3, the rest the first entry in `leafEntries`;
-// splitOrCount the count of entries.
+// splitOrCount the count of entries. A leaf of one or two triangles holds
+// their numbers itself, which spares the walk a load from `leafEntries`
+// (as often a cache miss as the node): InlineLeaf set in splitOrCount, the
+// first number in the upper 30 bits of childAndAxis, the second in the rest
+// of splitOrCount, or NoSecond.
 struct KDWalkNode {
+  static constexpr uint32_t InlineLeaf = 0x80000000u;
+  static constexpr uint32_t NoSecond = 0x7fffffffu;
+
   uint32_t childAndAxis = 0;
   uint32_t splitOrCount = 0;
 };
 
 class KDWalkLayout {
  public:
+  // The deepest tree that is laid out (the build stops at 20 levels): the
+  // walk over the layout keeps its stack in this many fixed entries.
+  static constexpr size_t MaxDepth = 64;
+
   // Lays out `tree`; leaves the layout empty when the tree has no nodes or
   // cannot be laid out: a child index that does not lie after its parent and
-  // inside `nodes`, a node reached twice, or an index that does not fit the
-  // 30 bits of a packed field. The walk then uses the tree's own fields.
+  // inside `nodes`, a node reached twice, a tree deeper than MaxDepth, or an
+  // index that does not fit the 30 bits of a packed field. The walk then uses the tree's own fields.
   void Make(const KDTree& tree);
   void Clear();
   // True when the layout was made from the vectors `tree` holds now. A tree
