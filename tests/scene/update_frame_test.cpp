@@ -194,31 +194,16 @@ TEST_F(UpdateFrameTest, SwitchingToDefaultLightingWithoutAModelChangeLightsTheSc
 // the farthest, 8, loses its map; nine exactly 10 away keep the first
 // eight, since a tie never displaces a chosen light.
 TEST_F(UpdateFrameTest, TheNearestEightShadowLightsKeepTheirMaps) {
-  const std::vector<SCENE_VERTEX_XYZ> cases[] = {{{0, 0, 10},
-                                                  {0, 0, 11},
-                                                  {0, 0, 12},
-                                                  {0, 0, 13},
-                                                  {0, 0, 14},
-                                                  {0, 0, 15},
-                                                  {0, 0, 16},
-                                                  {0, 0, 17},
-                                                  {0, 0, 18}},
-                                                 {{10, 0, 0},
-                                                  {-10, 0, 0},
-                                                  {0, 10, 0},
-                                                  {0, -10, 0},
-                                                  {0, 0, 10},
-                                                  {0, 0, -10},
-                                                  {6, 8, 0},
-                                                  {8, 6, 0},
-                                                  {0, 6, 8}}};
-  for (const std::vector<SCENE_VERTEX_XYZ>& positions : cases) {
+  const float cases[2][27] = {
+      {0, 0, 10, 0, 0, 11, 0, 0, 12, 0, 0, 13, 0, 0, 14, 0, 0, 15, 0, 0, 16, 0, 0, 17, 0, 0, 18},
+      {10, 0, 0, -10, 0, 0, 0, 10, 0, 0, -10, 0, 0, 0, 10, 0, 0, -10, 6, 8, 0, 8, 6, 0, 0, 6, 8}};
+  for (const float* positions : cases) {
     SCENE_LIGHTS lights;
-    for (const SCENE_VERTEX_XYZ& position : positions) {
+    for (int i = 0; i < 9; ++i) {
       SCENE_LIGHT_DEFINITION light{};
       light.type = 1;
       light.flags = LightEnabled | LightCastsShadows;
-      light.position = position;
+      light.position = {positions[3 * i], positions[3 * i + 1], positions[3 * i + 2]};
       lights.AddLightInstance(lights.AddLightDefinition(light), nullptr);
     }
     view->GetViewFileState()->SetCameraInfo({{0, 0, 0}, {1, 0, 0}, 45, 10, 0});

@@ -319,21 +319,3 @@ TEST(CubeShadowMapSeams, CrossingAnEdgeLandsNextToThePixelOnTheFaceBeyond) {
   EXPECT_TRUE(CubeShadowMapNeighbour(S, 3, 4, 5, f, nx, ny));
   EXPECT_EQ(f * 100 + nx * 10 + ny, 345);
 }
-
-TEST(CubeShadowMapSeams, EdgeRingsTakeTheMeanOfTheNeighboursThatExist) {
-  constexpr int S = 16;
-  SWCubeShadowMap map(S, S, 6), mended(S, S, 6);
-  for (int i = 0; i < 6 * S * S; ++i) mended.pixels[i] = {-1.0, -1.0};
-  map.pixels[0] = {21.0, 21.0};                      // pixel (0, 0) of face 0
-  map.pixels[2 * S * S + 5 * S + 7] = {25.0, 25.0};  // pixel (7, 5) of face 2
-  MendCubeShadowMapSeams(map, mended);
-  // A corner has 21 neighbours: the corner region across both edges is
-  // left out. A pixel 2 from the edge still has 25.
-  EXPECT_DOUBLE_EQ(mended.pixels[0].depth, 1.0);
-  EXPECT_DOUBLE_EQ(mended.pixels[2 * S * S + 1 * S + 7].depth, 0.0);
-  map.pixels[2 * S * S + 1 * S + 7] = {25.0, 25.0};
-  MendCubeShadowMapSeams(map, mended);
-  EXPECT_DOUBLE_EQ(mended.pixels[2 * S * S + 1 * S + 7].depth, 1.0);
-  EXPECT_EQ(mended.pixels[2 * S * S + 5 * S + 7].depth, -1.0);  // inner pixels are left alone
-  EXPECT_EQ(mended.pixels[2 * S * S + 3 * S + 6].depth, -1.0);
-}
