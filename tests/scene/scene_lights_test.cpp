@@ -3,7 +3,6 @@
 #include <array>
 #include <vector>
 
-#include "host/BrindlexViewModel.h"
 #include "scene/DefaultLights.h"
 #include "scene/LightSets.h"
 #include "RenderScene.h"

@@ -7,10 +7,6 @@
 #include "EngineTestAccess.h"
 #include "RenderScene.h"
 #include "shadows/ShadowMapSampling.h"
-#include "accel/KDTree.h"
-#include "scene/LightTable.h"
-#include "scene/SWMeshTable.h"
-#include "shadows/SWShadowMap.h"
 
 namespace {
 

@@ -4,7 +4,6 @@
 #include <string>
 #include <vector>
 
-#include "host/BrindlexTexture.h"
 #include "pipeline/RandomNumberGenerator.h"
 #include "RenderScene.h"
 
