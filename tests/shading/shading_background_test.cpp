@@ -8,13 +8,9 @@
 
 namespace {
 
-// Four columns of a 4 x 1 panorama, bytes blue, green, red: red, green,
-// blue and white.
-constexpr uint32_t Columns[4] = {0xFFFF0000u, 0xFF00FF00u, 0xFF0000FFu, 0xFFFFFFFFu};
-
 class Background : public ::testing::Test {
  protected:
-  // Shades a missed group of `count` rays and returns the first colour.
+  // Shades a missed group of `count` rays at `depth`; the first colour.
   SCENE_VERTEX_XYZW Miss(PixelRaySample* samples, uint32_t count = 1, uint32_t depth = 0) {
     const SWRayIntersectionResult none{};
     const SWRayIntersectionResult* results[16];
@@ -24,76 +20,59 @@ class Background : public ::testing::Test {
     engine.ShadePixel(&view, &options, false, results, pointers, count, 1.0f, 100.0f, depth, 0, abort);
     return samples[0].color;
   }
-  SCENE_VERTEX_XYZW MissAtColumn(double pixelX) {
-    PixelRaySample sample = CameraRay({0, 0, 0}, {1, 0, 0}, pixelX, 50, 100, 100);
-    return Miss(&sample);
-  }
-  void UsePanorama() {
-    access.BackgroundTexture() = access.AddTexture(4, 1, [](int x, int) { return Columns[x]; });
-    options.SetUseBackgroundTexture(true);
+  // A ray along `direction` from pixel column `pixelX` of a 100 x 100 view.
+  SCENE_VERTEX_XYZW Miss(SCENE_VERTEX_XYZ_64 direction, double pixelX = 0, uint32_t depth = 0) {
+    PixelRaySample sample = CameraRay({0, 0, 0}, direction, pixelX, 50, 100, 100);
+    return Miss(&sample, 1, depth);
   }
   void Look(SCENE_VERTEX_XYZ direction) {
     view.GetViewFileState()->SetCameraInfo({{0, 0, 0}, direction, 60, 10, 0});
   }
 
   RT_RENDER_ENGINE engine;
-  ShadingTestAccess access{&engine};
   ENVIRONMENT_3D_VIEW view;
   MODE_RENDER_OPTIONS options;
 };
 
 }  // namespace
 
-TEST_F(Background, PlainColourForEveryRayOfTheGroupWithAlphaZero) {
-  options.SetBackgroundColor(0x00336699);  // red 0x99, green 0x66, blue 0x33
-  options.SetUseBackgroundTexture(true);   // but no picture was loaded
-  PixelRaySample samples[3] = {CameraRay({0, 0, 0}, {1, 0, 0}), CameraRay({0, 0, 0}, {0, 1, 0}),
-                               CameraRay({0, 0, 0}, {0, 0, 1})};
-  samples[0].color = {9, 9, 9, 9};
-  Miss(samples, 3);
-  for (const PixelRaySample& sample : samples)
-    ExpectColor(sample.color, 0x99 / 255.0f, 0x66 / 255.0f, 0.2f, 0);
-}
-
 TEST_F(Background, PictureFixedToTheScreenAndPanoramaTurningWithTheCamera) {
-  UsePanorama();
+  options.SetUseBackgroundTexture(true);
+  // Four columns of a 4 x 1 panorama, bytes blue, green, red: red, green,
+  // blue and white.
+  const uint32_t columns[4] = {0xFFFF0000u, 0xFF00FF00u, 0xFF0000FFu, 0xFFFFFFFFu};
+  ShadingTestAccess access(&engine);
+  access.BackgroundTexture() = access.AddTexture(4, 1, [&](int x, int) { return columns[x]; });
   options.SetBackgroundImageOffset(-50, 0);
   Look({1, 0, 0});
-  // Fixed: u = 12.5 / 100 + 0.5 reads the middle of column 2.
-  ExpectColor(MissAtColumn(12.5), 0, 0, 1, 0);
-  // Every ray of a group takes the first one's picture colour.
+  // Fixed: u = 12.5 / 100 + 0.5 reads the middle of column 2, and every ray
+  // of a group takes the first one's picture colour.
   PixelRaySample pair[2] = {CameraRay({0, 0, 0}, {1, 0, 0}, 12.5, 50, 100, 100),
                             CameraRay({0, 0, 0}, {1, 0, 0}, 87.5, 50, 100, 100)};
-  Miss(pair, 2);
+  ExpectColor(Miss(pair, 2), 0, 0, 1, 0);
   ExpectColor(pair[1].color, 0, 0, 1, 0);
-
   // A panorama shows a sixth of its width: u = 0.75 / 6 + 0.5 + turn.
   options.SetBackgroundTexturePanoramic(true);
-  ExpectColor(MissAtColumn(75), 0, 0, 1, 0, 1e-5f);  // along +x, turn 0
-  Look({0, 1, 0});                                   // turn -25 percent
-  ExpectColor(MissAtColumn(75), 1, 1, 1, 0, 1e-5f);
+  ExpectColor(Miss({1, 0, 0}, 75), 0, 0, 1, 0, 1e-5f);  // along +x, turn 0
+  Look({0, 1, 0});                                      // turn -25 percent
+  ExpectColor(Miss({1, 0, 0}, 75), 1, 1, 1, 0, 1e-5f);
   Look({0, -1, 0});  // turn +25 percent, the other way
-  ExpectColor(MissAtColumn(75), 0, 1, 0, 0, 1e-5f);
+  ExpectColor(Miss({1, 0, 0}, 75), 0, 1, 0, 0, 1e-5f);
 }
 
 TEST_F(Background, FogAndMistOnlyOnCameraRays) {
   options.SetBackgroundColor(0x00000080);  // red 128 / 255
   const float red = 128 / 255.0f;
   options.SetFogLevel(50);
-  ExpectColor(MissAtColumn(0), red * 0.5f + 0.5f, 0.5f, 0.5f, 0);
-  options.SetFogLevel(100);
-  ExpectColor(MissAtColumn(0), 1, 1, 1, 0);
-  PixelRaySample reflected = CameraRay({0, 0, 0}, {1, 0, 0});
-  ExpectColor(Miss(&reflected, 1, 1), red, 0, 0, 0);  // a deeper ray takes no fog
+  ExpectColor(Miss({1, 0, 0}), red * 0.5f + 0.5f, 0.5f, 0.5f, 0);
+  ExpectColor(Miss({1, 0, 0}, 0, 1), red, 0, 0, 0);  // a deeper ray takes no fog
   options.SetFogLevel(0);
 
   // Mist below 6 units (an offset of 0 counts as 6), on the far point of a miss.
   options.SetMistLevel(100);
   options.SetMistOffset(0);
-  PixelRaySample down = CameraRay({0, 0, 0}, {0, 0, -1}), up = CameraRay({0, 0, 0}, {0, 0, 1});
-  ExpectColor(Miss(&down), 1, 1, 1, 0);
-  ExpectColor(Miss(&up), red, 0, 0, 0);
-
+  ExpectColor(Miss({0, 0, -1}), 1, 1, 1, 0);
+  ExpectColor(Miss({0, 0, 1}), red, 0, 0, 0);
   // On a hit point: full from half the height down, none above it.
   SCENE_VERTEX_XYZW color = {0.2f, 0.4f, 0.6f, 0.7f};
   ApplyMist(options, {0, 0, 4.5}, color);  // amount (6 - 4.5) / 6 * 2 = 0.5

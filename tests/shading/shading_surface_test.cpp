@@ -7,8 +7,6 @@
 namespace {
 
 const float Half = 128 / 255.0f;
-// Picture columns red, green, blue, grey (bytes blue, green, red, alpha).
-constexpr uint32_t Columns[4] = {0xFFFF0000u, 0xFF00FF00u, 0xFF0000FFu, 0xFF808080u};
 
 // Surface styles; unlit, a material shows its colour.
 void Green(TEXTURE_LINK& l) {
@@ -28,66 +26,31 @@ void BrightPane(TEXTURE_LINK& l) {
   l.SetSpecularLevel(0);
   l.SetOpacityLevel(50);
 }
-MODE_RENDER_OPTIONS& Options(SurfaceScene& s) {
-  return s.Options();
-}
 
-// A SurfaceScene under a blue (128) ceiling "Sky" at z = 8, lighting off.
+// A SurfaceScene under a blue (128) ceiling "Sky" at z = 8, lighting off
+// unless an ambient level is given; the ray shaded at `depth`, with fog
+// from 1 to `farDistance`.
 struct Rule {
   const char* name;
   void (*surface)(TEXTURE_LINK&);
-  void (*change)(SurfaceScene&);  // after the update
-  uint32_t depth;
-  float farDistance;
   SCENE_VERTEX_XYZW expected;
+  bool hidden = false, reflections = true;
+  uint32_t depth = 0;
+  float faceOpacity = 100, fog = 0, farDistance = 100, ambient = -1;
 };
 const Rule Rules[] = {
-    {"half opaque: half of the wall behind", HalfGreen, nullptr, 0, 100, {0.5f * Half, 0.5f, 0, 0.5f}},
-    {"at the depth limit: the local colour and alpha", HalfGreen, nullptr, 8, 100, {0, 1, 0, 0.5f}},
-    {"alpha just below 1 traces the wall",
-     Green,
-     [](SurfaceScene& s) { Options(s).SetFaceOpacityLevel(99.9f); },
-     0,
-     100,
-     {0.001f * Half, 0.999f, 0, 0.999f}},
-    {"hidden after the update: what lies behind, alpha 0",
-     Green,
-     [](SurfaceScene& s) { ShadingTestAccess(s.engine).MaterialNode("Surface")->SetVisible(false); },
-     0,
-     100,
-     {Half, 0, 0, 0}},
-    {"mirror: the ceiling, with the surface's alpha", Mirror, nullptr, 0, 100, {0, 0, Half, 1}},
-    {"mirror with reflections off",
-     Mirror,
-     [](SurfaceScene& s) { Options(s).SetReflections(false); },
-     0,
-     100,
-     {1, 1, 1, 1}},
+    {"half opaque: half of the wall behind", HalfGreen, {0.5f * Half, 0.5f, 0, 0.5f}},
+    {"at the depth limit: the local colour and alpha", HalfGreen, {0, 1, 0, 0.5f}, false, true, 8},
+    {"alpha just below 1 traces the wall", Green, {0.001f * Half, 0.999f, 0, 0.999f}, false, true, 0, 99.9f},
+    {"hidden after the update: what lies behind, alpha 0", Green, {Half, 0, 0, 0}, true},
+    {"mirror: the ceiling, with the surface's alpha", Mirror, {0, 0, Half, 1}},
+    {"mirror with reflections off", Mirror, {1, 1, 1, 1}, false, false},
     // Fog from 1 to 11 at the mirror's distance 5 is 0.4; what it shows
     // takes none of its own.
-    {"mirror in fog",
-     Mirror,
-     [](SurfaceScene& s) { Options(s).SetFogLevel(100); },
-     0,
-     11,
-     {0.4f, 0.4f, Half * 0.6f + 0.4f, 1}},
+    {"mirror in fog", Mirror, {0.4f, 0.4f, Half * 0.6f + 0.4f, 1}, false, true, 0, 100, 100, 11},
     // Ambient 1 + emissive 1 = 2, clamped to 1 before the blend at half.
-    {"bright light is clamped before the blend",
-     BrightPane,
-     [](SurfaceScene& s) {
-       Options(s).SetLighting(true);
-       Options(s).SetCustomLighting(true);
-       Options(s).SetAmbientLightLevel(1.0f);
-     },
-     8,
-     100,
-     {1, 1, 1, 0.5f}},
-    {"unlit half-clear pane over the wall",
-     BrightPane,
-     nullptr,
-     0,
-     100,
-     {0.5f + 0.5f * Half, 0.5f, 0.5f, 0.5f}},
+    {"bright light is clamped before the blend", BrightPane, {1, 1, 1, 0.5f}, false, true, 8, 100, 0, 100, 1},
+    {"unlit half-clear pane over the wall", BrightPane, {0.5f + 0.5f * Half, 0.5f, 0.5f, 0.5f}},
 };
 
 }  // namespace
@@ -98,15 +61,26 @@ TEST(SurfaceRules, TransparencyVisibilityMirrorsFogAndClamp) {
     SurfaceScene scene(rule.surface);
     scene.Material("Sky", [](TEXTURE_LINK& l) { l.SetColor(0x00800000); });
     scene.Quad("Sky", {-20, -20, 8}, {-20, 20, 8}, {20, 20, 8}, {20, -20, 8});
-    scene.Options().SetLighting(false);
+    MODE_RENDER_OPTIONS& options = scene.Options();
+    options.SetLighting(false);
     scene.Update();
-    if (rule.change) rule.change(scene);
+    if (rule.hidden) ShadingTestAccess(scene.engine).MaterialNode("Surface")->SetVisible(false);
+    options.SetFaceOpacityLevel(rule.faceOpacity);
+    options.SetReflections(rule.reflections);
+    options.SetFogLevel(rule.fog);
+    if (rule.ambient >= 0) {
+      options.SetLighting(true);
+      options.SetCustomLighting(true);
+      options.SetAmbientLightLevel(rule.ambient);
+    }
     const SCENE_VERTEX_XYZW& e = rule.expected;
     ExpectColor(scene.Shade(0, 0, rule.depth, rule.farDistance), e.x, e.y, e.z, e.w, 1e-5f);
   }
 }
 
 TEST(SurfaceRules, SixteenRaysOnOneTriangleShareOneEvaluation) {
+  // Picture columns red, green, blue, grey (bytes blue, green, red, alpha).
+  static constexpr uint32_t Columns[4] = {0xFFFF0000u, 0xFF00FF00u, 0xFF0000FFu, 0xFF808080u};
   SurfaceScene scene([](TEXTURE_LINK&) {});
   const std::string picture = scene.Picture("columns.png", 4, 4, [](int x, int) { return Columns[x]; });
   RenderScene::Restyle(scene.surface,

@@ -61,11 +61,6 @@ class EngineTestAccess {
     return engine->workQueue.size();
   }
   void WaitForCompletion() { engine->WaitForCompletion(); }
-  bool TraceBlockPixels(SWRT_RENDER_THREAD_DATA* data, SCENE_VERTEX_XYZW* samples, PixelTracer tracer) {
-    return ::TraceBlockPixels(
-        engine, {engine->coreTokenSemaphore, engine->idleCoreAvailable, engine->GetProcessorCount()}, data,
-        samples, tracer);
-  }
 
  private:
   RT_RENDER_ENGINE* engine;

@@ -1,11 +1,10 @@
 // Reaches the frame pipeline's internals for its tests: the frame buffer
-// and a block's finish step.
+// and its pixels.
 #pragma once
 
 #include <vector>
 
 #include "engine/BrindlexViewRTRenderEngine.h"
-#include "pipeline/FinishBlock.h"
 #include "pipeline/FrameBufferGuard.h"
 #include "platform/GdiPlus.h"
 
@@ -14,7 +13,6 @@ class PipelineTestAccess {
   explicit PipelineTestAccess(RT_RENDER_ENGINE* engine) : engine(engine) {}
 
   uint32_t FrameWidth() const { return engine->frameWidth; }
-  uint32_t FrameHeight() const { return engine->frameHeight; }
   Gdiplus::Bitmap* FrameBitmap() const { return engine->frameBitmap; }
   SCENE_VERTEX_XYZW* FrameHDR() const { return engine->frameHDRBuffer; }
 
@@ -36,14 +34,6 @@ class PipelineTestAccess {
     FrameBufferGuard guard(*engine);
     for (size_t i = 0; i < size_t(engine->frameWidth) * engine->frameHeight; ++i)
       engine->frameHDRBuffer[i] = color;
-  }
-
-  bool FinishBlock(const SWRT_RENDER_THREAD_DATA& data, const SCENE_VERTEX_XYZW* samples) {
-    FrameBufferGuard guard(*engine);
-    return ::FinishBlock(
-        data, samples, engine->frameBitmap, engine->frameHDRBuffer, engine->frameWidth,
-        engine->engineFlags.IsSet(RenderToFile) && engine->engineFlags.IsSet(BackgroundAlpha),
-        engine->renderProgress, engine->cubeMapProgressBar);
   }
 
  private:
