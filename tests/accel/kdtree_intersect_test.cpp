@@ -1,14 +1,12 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstdlib>
 #include <regex>
 #include <string>
 #include <vector>
 
 #include "AccelTestAccess.h"
 #include "engine/BrindlexViewRTRenderEngine.h"
-#include "accel/CompareRayHits.h"
 #include "LogCapture.h"
 #include "TraversalTestHelpers.h"
 
@@ -151,24 +149,4 @@ TEST(IntersectSWGeometry, TheNearerTreeWinsAndTreeZeroKeepsTies) {
     EXPECT_EQ(double(r.distance), c.distance);
   }
   engine->Release();
-}
-
-TEST(CompareRayHits, MissesFirstThenTreeInstanceTriangleIgnoringDistance) {
-  // {hit, tree, instance, triangle, distance}; sorted by hand, rows 1 and 5
-  // are equal, and so are the misses 2 and 6.
-  const double rows[7][5] = {{1, 1, 0, 0, 1.0}, {1, 0, 2, 1, 9.0}, {0, 1, 1, 1, 0.0}, {1, 0, 2, 0, 5.0},
-                             {1, 0, 1, 9, 7.0}, {1, 0, 2, 1, 0.5}, {0, 0, 0, 0, 3.0}};
-  PixelRayHit hits[7];
-  for (int i = 0; i < 7; ++i) {
-    hits[i].hit = rows[i][0] == 1;
-    hits[i].result = {rows[i][4], 0.1, 0.2, uint32_t(rows[i][1]), uint32_t(rows[i][2]), uint32_t(rows[i][3])};
-  }
-  EXPECT_EQ(CompareRayHits(&hits[1], &hits[5]), 0);
-  EXPECT_EQ(CompareRayHits(&hits[2], &hits[6]), 0);
-  std::qsort(hits, 7, sizeof(PixelRayHit), CompareRayHits);
-  std::vector<uint32_t> order;
-  for (const PixelRayHit& h : hits)
-    order.push_back(
-        h.hit ? 1000 + h.result.treeIndex * 100 + h.result.instanceIndex * 10 + h.result.triangleIndex : 0);
-  EXPECT_EQ(order, (std::vector<uint32_t>{0, 0, 1019, 1020, 1021, 1021, 1100}));
 }
