@@ -4,12 +4,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <cstring>
 #include <map>
 #include <random>
-#include <string>
 #include <vector>
 
 #include "AccelTestAccess.h"
@@ -107,20 +105,12 @@ SWMesh Floor(int cells, double size) {
   return mesh;
 }
 
-struct Answer {
-  bool hit = false;
-  SWRayIntersectionResult result{};
-  double Distance() const { return result.distance; }
-  uint32_t Tree() const { return result.treeIndex; }
-  uint32_t Instance() const { return result.instanceIndex; }
-  uint32_t Triangle() const { return result.triangleIndex; }
-  bool SameHit(const Answer& o) const {
-    return hit == o.hit &&
-           (!hit ||
-            std::array{Distance(), double(Tree()), double(Instance()), double(Triangle())} ==
-                std::array{o.Distance(), double(o.Tree()), double(o.Instance()), double(o.Triangle())});
-  }
-};
+// The same triangle at the same distance, or both misses.
+bool SameHit(bool hitA, const SWRayIntersectionResult& a, bool hitB, const SWRayIntersectionResult& b) {
+  return hitA == hitB &&
+         (!hitA || (double(a.distance) == double(b.distance) && a.treeIndex == b.treeIndex &&
+                    a.instanceIndex == b.instanceIndex && a.triangleIndex == b.triangleIndex));
+}
 
 // An engine whose two tables the test fills and whose workers build the trees.
 class GroundTruth {
@@ -151,31 +141,31 @@ class GroundTruth {
       const bool hitA = laid.Intersect(ray.origin, ray.direction, ray.inverse, a);
       const bool hitB = fields.Intersect(ray.origin, ray.direction, ray.inverse, b);
       walksApart += hitA != hitB || std::memcmp(&a, &b, sizeof a) != 0;
-      Answer tree, every;
-      tree.hit = engine->IntersectSWGeometry(ray.origin, ray.direction, ray.inverse, tree.result);
-      every.hit = EveryTriangle(ray, every.result);
-      if (tree.hit) CheckOnSurface(ray, tree.result);
+      SWRayIntersectionResult tree{}, every{};
+      const bool hit = engine->IntersectSWGeometry(ray.origin, ray.direction, ray.inverse, tree);
+      const bool everyHit = EveryTriangle(ray, every);
+      if (hit) CheckOnSurface(ray, tree);
       if (OnSplitPlane(ray)) {
         // The walk's rules for a ray in a plane (parallel within 1e-7, or
         // starting on it) may skip the side that holds the nearest hit; what
         // it reports must still be a true hit.
         ++onPlanes;
-        EXPECT_TRUE(!tree.hit || HitsAt(ray, tree)) << "kind " << kind;
+        EXPECT_TRUE(!hit || HitsAt(ray, tree)) << "kind " << kind;
         continue;
       }
       ++compared;
-      hits += tree.hit;
-      if (tree.SameHit(every)) continue;
+      hits += hit;
+      if (SameHit(hit, tree, everyHit, every)) continue;
       // Two triangles at exactly the same distance: which one is reported
       // depends on the order of the leaves, so any of them is right.
-      if (tree.hit && every.hit && tree.Distance() == every.Distance() && HitsAt(ray, tree)) {
+      if (hit && everyHit && double(tree.distance) == double(every.distance) && HitsAt(ray, tree)) {
         ++ties;
         continue;
       }
       if (++failures <= 5) {
-        ADD_FAILURE() << "kind " << kind << ": tree " << tree.hit << " t " << tree.Distance() << " triangle "
-                      << tree.Triangle() << "; every triangle " << every.hit << " t " << every.Distance()
-                      << " triangle " << every.Triangle();
+        ADD_FAILURE() << "kind " << kind << ": tree " << hit << " t " << double(tree.distance) << " triangle "
+                      << tree.triangleIndex << "; every triangle " << everyHit << " t "
+                      << double(every.distance) << " triangle " << every.triangleIndex;
       }
     }
     EXPECT_EQ(walksApart, 0);
@@ -250,42 +240,27 @@ class GroundTruth {
     return false;
   }
 
-  SCENE_VERTEX_XYZ_64 PointOn(Random& random, const WorldTriangle& w) {
-    double b = random.Uniform(0, 1), c = random.Uniform(0, 1);
-    if (b + c > 1) b = 1 - b, c = 1 - c;
-    SCENE_VERTEX_XYZ_64 p;
-    for (int axis = 0; axis < 3; ++axis) {
-      const double a0 = At(w.corner[0], axis), b0 = At(w.corner[1], axis), c0 = At(w.corner[2], axis);
-      At(p, axis) = a0 + b * (b0 - a0) + c * (c0 - a0);
-    }
-    return p;
-  }
-
-  SCENE_VERTEX_XYZ_64 PointInBox(Random& random, double margin) {
-    SCENE_VERTEX_XYZ_64 p;
-    for (int axis = 0; axis < 3; ++axis) {
-      const double extra = (hi[axis] - lo[axis]) * margin;
-      At(p, axis) = random.Uniform(lo[axis] - extra, hi[axis] + extra);
-    }
-    return p;
-  }
-
-  // Six kinds: random; aimed at a triangle; leaving a surface; and the same
-  // three along an axis.
+  // Six kinds: from anywhere in the box and a margin of a fifth; at a
+  // point inside a triangle from up to the box's size away; leaving such a
+  // point; and the same three along an axis.
   TestRay MakeRay(Random& random, int kind) {
-    const WorldTriangle& w = targets[random.Index(targets.size())];
-    SCENE_VERTEX_XYZ_64 direction = random.UnitVector();
+    SCENE_VERTEX_XYZ_64 direction = random.UnitVector(), p;
     if (kind >= 3) {
       const int axis = int(random.Index(6));
       direction = {0, 0, 0};
       At(direction, axis % 3) = axis < 3 ? 1.0 : -1.0;
     }
-    if (kind % 3 == 0) return Ray(PointInBox(random, 0.2), direction);
-    const SCENE_VERTEX_XYZ_64 target = PointOn(random, w);
-    if (kind % 3 == 2) return Ray(target, direction);
-    const double back = random.Uniform(0.0, hi[0] - lo[0] + hi[1] - lo[1] + hi[2] - lo[2]);
-    return Ray({target.x - back * direction.x, target.y - back * direction.y, target.z - back * direction.z},
-               direction);
+    const WorldTriangle& w = targets[random.Index(targets.size())];
+    double b = random.Uniform(0, 1), c = random.Uniform(0, 1);
+    if (b + c > 1) b = 1 - b, c = 1 - c;
+    const double back = kind % 3 == 1 ? random.Uniform(0, hi[0] - lo[0] + hi[1] - lo[1] + hi[2] - lo[2]) : 0;
+    for (int axis = 0; axis < 3; ++axis) {
+      const double a0 = At(w.corner[0], axis), extra = (hi[axis] - lo[axis]) * 0.2;
+      At(p, axis) = kind % 3 == 0 ? random.Uniform(lo[axis] - extra, hi[axis] + extra)
+                                  : a0 + b * (At(w.corner[1], axis) - a0) + c * (At(w.corner[2], axis) - a0) -
+                                        back * At(direction, axis);
+    }
+    return Ray(p, direction);
   }
 
   bool EveryTriangle(const TestRay& ray, SWRayIntersectionResult& result) const {
@@ -303,14 +278,14 @@ class GroundTruth {
   }
 
   // The reported triangle, tested alone, is hit at the reported distance.
-  bool HitsAt(const TestRay& ray, const Answer& answer) const {
-    const auto found = numbers[answer.Tree()].find(uint64_t(answer.Instance()) << 32 | answer.Triangle());
-    if (found == numbers[answer.Tree()].end()) return false;
+  bool HitsAt(const TestRay& ray, const SWRayIntersectionResult& answer) const {
+    const auto found =
+        numbers[answer.treeIndex].find(uint64_t(answer.instanceIndex) << 32 | answer.triangleIndex);
+    if (found == numbers[answer.treeIndex].end()) return false;
     SWRayIntersectionResult r{};
     r.distance = Largest;
-    const KDTree& all = everything[answer.Tree()];
-    return all.IntersectLeaf(Leaf(found->second, 1), ray.origin, ray.direction, r) &&
-           double(r.distance) == answer.Distance();
+    return everything[answer.treeIndex].IntersectLeaf(Leaf(found->second, 1), ray.origin, ray.direction, r) &&
+           double(r.distance) == double(answer.distance);
   }
 
   // Rebuilt from the mesh table, the hit lies on the ray where it says.

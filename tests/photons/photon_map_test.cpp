@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <cmath>
 #include <random>
@@ -19,54 +20,45 @@ SWPhoton Downward(double x, double y, double z, double energy = 1.0) {
   return {{x, y, z}, {0.0, 0.0, -1.0}, {energy, energy, energy}};
 }
 
-// Every photon within reach, nearest first.
-std::vector<GatherEntry> PhotonsInReach(const std::vector<SWPhoton>& photons,
-                                        const SCENE_VERTEX_XYZ_64& point, double radius,
-                                        const SCENE_VERTEX_XYZ_64& normal) {
-  std::vector<GatherEntry> kept;
-  for (uint32_t row = 0; row < photons.size(); ++row) {
-    const SCENE_VERTEX_XYZ_64 position = photons[row].position;
-    const SCENE_VERTEX_XYZ_64 d = photons[row].direction;
-    const SCENE_VERTEX_XYZ_64 incoming = {-d.x, -d.y, -d.z};
-    const double distance = Distance(&position, &point);
-    const double cosine = DotProduct(&normal, &incoming);
-    if (distance <= radius && cosine > 0.0) kept.push_back({distance, cosine, row});
-  }
-  std::sort(kept.begin(), kept.end(), [](const GatherEntry& a, const GatherEntry& b) {
-    return double(a.distance) < double(b.distance);
-  });
-  return kept;
+std::array<double, 3> Light(const SCENE_VERTEX_XYZ_64& v) {
+  return {v.x, v.y, v.z};
 }
 
-// The nearest `maxPhotons` of them, summed from the farthest to the nearest
-// as the gather's heap hands them out.
-SCENE_VERTEX_XYZ_64 SumNearest(const std::vector<GatherEntry>& inReach, const std::vector<SWPhoton>& photons,
-                               double radius, const SCENE_VERTEX_XYZ& diffuse, uint64_t maxPhotons) {
-  SCENE_VERTEX_XYZ_64 sum = {0.0, 0.0, 0.0};
-  for (size_t i = std::min<uint64_t>(inReach.size(), maxPhotons); i-- > 0;) {
-    const GatherEntry kept = inReach[i];
-    const double weight = kept.cosine * ((radius - kept.distance) / radius);
-    const SCENE_VERTEX_XYZ_64 energy = photons[kept.photonRow].energy;
-    sum.x += energy.x * double(diffuse.x) * weight;
-    sum.y += energy.y * double(diffuse.y) * weight;
-    sum.z += energy.z * double(diffuse.z) * weight;
+// The gather by its definition: every photon within reach and in front of
+// the normal, nearest first, stable for equal distances; the nearest
+// `maxPhotons` summed from the farthest to the nearest, as the gather's heap
+// hands them out.
+std::array<double, 3> BruteForce(const std::vector<SWPhoton>& photons, const SCENE_VERTEX_XYZ_64& point,
+                                 double radius, const SCENE_VERTEX_XYZ_64& normal,
+                                 const SCENE_VERTEX_XYZ& diffuse, uint64_t maxPhotons) {
+  std::vector<GatherEntry> kept;
+  for (uint32_t row = 0; row < photons.size(); ++row) {
+    const SCENE_VERTEX_XYZ_64 position = photons[row].position, d = photons[row].direction;
+    const double distance = Distance(&position, &point),
+                 cosine = -(normal.x * d.x + normal.y * d.y + normal.z * d.z);
+    if (distance <= radius && cosine > 0.0) kept.push_back({distance, cosine, row});
+  }
+  std::stable_sort(kept.begin(), kept.end(), [](const GatherEntry& a, const GatherEntry& b) {
+    return double(a.distance) < double(b.distance);
+  });
+  std::array<double, 3> sum{};
+  for (size_t i = std::min<uint64_t>(kept.size(), maxPhotons); i-- > 0;) {
+    const double weight = kept[i].cosine * ((radius - kept[i].distance) / radius);
+    const SCENE_VERTEX_XYZ_64 energy = photons[kept[i].photonRow].energy;
+    sum[0] += energy.x * double(diffuse.x) * weight;
+    sum[1] += energy.y * double(diffuse.y) * weight;
+    sum[2] += energy.z * double(diffuse.z) * weight;
   }
   return sum;
 }
 
-void ExpectSameLight(const SCENE_VERTEX_XYZ_64& expected, const SCENE_VERTEX_XYZ_64& actual) {
-  EXPECT_EQ(expected.x, actual.x);
-  EXPECT_EQ(expected.y, actual.y);
-  EXPECT_EQ(expected.z, actual.z);
-}
-
 }  // namespace
 
-TEST(PhotonMapBuild, EmptyListsAndPhotonsAtOnePoint) {
+TEST(PhotonMapGather, KernelCosineNearestRuleAndBounds) {
   SWPhotonMap map;
   map.Build({});
   EXPECT_TRUE(map.nodes.empty() && map.entries.empty());
-  ExpectSameLight({0, 0, 0}, map.GatherPhotons({0, 0, 0}, 10.0, {}, Up, White, 100));
+  EXPECT_EQ(map.GatherPhotons({0, 0, 0}, 10.0, {}, Up, White, 100).x, 0.0);
   // A hundred photons at one point split by count, 100 -> 50 + 50 -> ...
   // -> leaves of 12 or 13, and none is lost: all at distance 0 with cosine
   // 1 give 100 * 0.5.
@@ -74,48 +66,39 @@ TEST(PhotonMapBuild, EmptyListsAndPhotonsAtOnePoint) {
   map.Build(photons);
   EXPECT_EQ(map.nodes.size(), 15u);
   EXPECT_EQ(map.GatherPhotons({2.0, 3.0, 4.0}, 1.0, photons, Up, White, 1000).x, 50.0);
-}
 
-TEST(PhotonMapGather, KernelCosineNearestRuleAndBounds) {
-  std::vector<SWPhoton> photons;
+  photons.clear();
   for (int i = 0; i < 40; ++i) photons.push_back(Downward(i, 0.0, 0.0));
-  SWPhotonMap map;
   map.Build(photons);
-  const SCENE_VERTEX_XYZ diffuse = {1.0f, 0.5f, 0.25f};
-
+  const auto gather = [&](double x, double radius, uint64_t most = 100) {
+    return map.GatherPhotons({x, 0.0, 0.0}, radius, photons, Up, White, most).x;
+  };
   // On the split plane x = 20: 20 at distance 0 on the right, 19 and 21 at 1.
-  SCENE_VERTEX_XYZ_64 light = map.GatherPhotons({20.0, 0.0, 0.0}, 1.5, photons, Up, diffuse, 100);
   const double expected = 1.0 + 2.0 * (0.5 / 1.5);
-  EXPECT_DOUBLE_EQ(light.x, expected);
-  EXPECT_DOUBLE_EQ(light.y, expected * 0.5);
-  EXPECT_DOUBLE_EQ(light.z, expected * 0.25);
-
+  EXPECT_EQ(Light(map.GatherPhotons({20.0, 0.0, 0.0}, 1.5, photons, Up, {1.0f, 0.5f, 0.25f}, 100)),
+            (std::array<double, 3>{expected, expected * 0.5, expected * 0.25}));
   // The rim counts nothing; the nearest two of 19, 20, 21 are 20 and one at 1.
-  EXPECT_EQ(map.GatherPhotons({20.0, 0.0, 0.0}, 1.0, photons, Up, White, 100).x, 1.0);
-  EXPECT_DOUBLE_EQ(map.GatherPhotons({20.0, 0.0, 0.0}, 1.5, photons, Up, White, 2).x, 1.0 + 0.5 / 1.5);
-  EXPECT_EQ(map.GatherPhotons({20.0, 0.0, 0.0}, 1.5, photons, Up, White, 0).x, 0.0);
-
+  EXPECT_EQ(gather(20, 1.0), 1.0);
+  EXPECT_DOUBLE_EQ(gather(20, 1.5, 2), 1.0 + 0.5 / 1.5);
+  EXPECT_EQ(gather(20, 1.5, 0), 0.0);
   // From behind the normal nothing counts, not even at distance 0.
   photons[20].direction = {0.0, 0.0, 1.0};
-  EXPECT_DOUBLE_EQ(map.GatherPhotons({20.0, 0.0, 0.0}, 1.5, photons, Up, White, 100).x, 2.0 * (0.5 / 1.5));
+  EXPECT_DOUBLE_EQ(gather(20, 1.5), 2.0 * (0.5 / 1.5));
   // A tie keeps the photon met first: 19 on the near side, before 21.
   photons[19].energy = {2.0, 2.0, 2.0};
-  EXPECT_DOUBLE_EQ(map.GatherPhotons({20.0, 0.0, 0.0}, 1.5, photons, Up, White, 1).x, 2.0 * (0.5 / 1.5));
+  EXPECT_DOUBLE_EQ(gather(20, 1.5, 1), 2.0 * (0.5 / 1.5));
   photons[19].energy = {1.0, 1.0, 1.0};
   photons[20].direction = {0.0, 0.0, -1.0};
-  // Radius 0 on the split plane still reaches the far side, where 20 lies.
-  EXPECT_TRUE(std::isnan(map.GatherPhotons({20.0, 0.0, 0.0}, 0.0, photons, Up, White, 100).x));
-
-  // The cube test includes its ends: radius 0 at the corner photon finds it,
-  // and its weight is 0 / 0. Beyond the box nothing is found.
-  EXPECT_TRUE(std::isnan(map.GatherPhotons({39.0, 0.0, 0.0}, 0.0, photons, Up, White, 100).x));
-  EXPECT_EQ(map.GatherPhotons({41.0, 0.0, 0.0}, 0.5, photons, Up, White, 100).x, 0.0);
-
+  // Radius 0 on the split plane still reaches the far side, where 20 lies;
+  // the cube test includes its ends, so radius 0 at the corner photon finds
+  // it. Both weigh 0 / 0. Beyond the box nothing is found.
+  EXPECT_TRUE(std::isnan(gather(20, 0.0)) && std::isnan(gather(39, 0.0)));
+  EXPECT_EQ(gather(41, 0.5), 0.0);
   // A list shorter than the tree: rows beyond it are skipped.
   photons.resize(20);
-  EXPECT_DOUBLE_EQ(map.GatherPhotons({20.0, 0.0, 0.0}, 1.5, photons, Up, White, 100).x, 0.5 / 1.5);
+  EXPECT_DOUBLE_EQ(gather(20, 1.5), 0.5 / 1.5);
   photons.clear();
-  EXPECT_EQ(map.GatherPhotons({20.0, 0.0, 0.0}, 1.5, photons, Up, White, 100).x, 0.0);
+  EXPECT_EQ(gather(20, 1.5), 0.0);
 }
 
 TEST(PhotonMapGather, TiesOnTheSplitCoordinateAreFoundOnBothSides) {
@@ -126,13 +109,10 @@ TEST(PhotonMapGather, TiesOnTheSplitCoordinateAreFoundOnBothSides) {
   SWPhotonMap map;
   map.Build(photons);
   ASSERT_EQ(uint32_t(map.nodes[0].second), std::bit_cast<uint32_t>(1.0f));
-  for (double x : {1.0, 1.0 + 1e-9, 1.0 - 1e-9, 0.5}) {
-    for (double y : {0.0, 0.2, 0.45}) {
-      const SCENE_VERTEX_XYZ_64 point = {x, y, 0.0};
-      ExpectSameLight(SumNearest(PhotonsInReach(photons, point, 0.6, Up), photons, 0.6, White, 1000),
-                      map.GatherPhotons(point, 0.6, photons, Up, White, 1000));
-    }
-  }
+  for (double x : {1.0, 1.0 + 1e-9, 1.0 - 1e-9, 0.5})
+    for (double y : {0.0, 0.2, 0.45})
+      EXPECT_EQ(BruteForce(photons, {x, y, 0.0}, 0.6, Up, White, 1000),
+                Light(map.GatherPhotons({x, y, 0.0}, 0.6, photons, Up, White, 1000)));
 }
 
 TEST(PhotonMapGather, MillionPhotonsMatchABruteForceSum) {
@@ -156,10 +136,8 @@ TEST(PhotonMapGather, MillionPhotonsMatchABruteForceSum) {
     SCENE_VERTEX_XYZ_64 normal = {unit(random) - 0.5, unit(random) - 0.5, unit(random) - 0.5};
     GetUnitVector(&normal, &normal);
     const double radius = 0.05 + 0.2 * unit(random);
-    const std::vector<GatherEntry> inReach = PhotonsInReach(photons, point, radius, normal);
-    for (uint64_t maxPhotons : {uint64_t(1), uint64_t(50), uint64_t(500), uint64_t(100000)}) {
-      ExpectSameLight(SumNearest(inReach, photons, radius, diffuse, maxPhotons),
-                      map.GatherPhotons(point, radius, photons, normal, diffuse, maxPhotons));
-    }
+    for (uint64_t maxPhotons : {uint64_t(1), uint64_t(50), uint64_t(500), uint64_t(100000)})
+      EXPECT_EQ(BruteForce(photons, point, radius, normal, diffuse, maxPhotons),
+                Light(map.GatherPhotons(point, radius, photons, normal, diffuse, maxPhotons)));
   }
 }

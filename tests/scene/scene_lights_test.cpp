@@ -3,7 +3,6 @@
 #include <array>
 #include <vector>
 
-#include "host/BrindlexViewModel.h"
 #include "scene/DefaultLights.h"
 #include "scene/LightSets.h"
 #include "RenderScene.h"
@@ -47,9 +46,10 @@ TEST(LightTable, KeepsInsertionOrderUntilTheFirstRemovalAndNumberOrderAfter) {
   EXPECT_EQ(Order(table), (std::vector<int32_t>{5, 2, 9, 7}));
   RTRendererLight* two = table.FindLight(2);
   ASSERT_NE(two, nullptr);
-  EXPECT_EQ(Point(two->definition.position), (std::array<float, 3>{2, 3, 4}));  // position and target move
+  // Position and target move with the instance; the area axes do not.
+  EXPECT_EQ(Point(two->definition.position), (std::array<float, 3>{2, 3, 4}));
   EXPECT_EQ(Point(two->definition.target), (std::array<float, 3>{1, 2, 3}));
-  EXPECT_EQ(Point(two->definition.axisU), (std::array<float, 3>{1, 0, 0}));  // the area axes do not
+  EXPECT_EQ(Point(two->definition.axisU), (std::array<float, 3>{1, 0, 0}));
 
   // An update keeps the record's address and clears its shadow fields.
   two->shadowNear = 4.0;
@@ -114,36 +114,38 @@ TEST(DefaultLights, SetUpFollowTheCameraAndTheUpwardTestSeesTheRoof) {
   scene.Material("Roof", [](TEXTURE_LINK&) {});
   scene.Mesh("Roof", {Vertex(-5, -5, 10), Vertex(5, -5, 10), Vertex(0, 5, 10)}, {0, 1, 2});
   scene.Update();
+  // The eye light at the camera, y negated, intensity 7; the sun light at
+  // (-50, -50, 100) towards the origin, casting shadows, intensity 20.
+  const std::array<int, 4> eye{0, 0, LightEnabled | LightDiffuse, 7},
+      sun{1, 2, LightEnabled | LightDiffuse | LightCastsShadows, 20};
   RTRendererLight lights[2] = {};
   SetDefaultLights(lights, Camera(3, 4, 0));  // world (3, -4, 0): under the roof; (3, 4) is not
-  EXPECT_EQ(Kind(lights[0]), (std::array<int, 4>{0, 0, LightEnabled | LightDiffuse, 7}));
-  EXPECT_EQ(Kind(lights[1]), (std::array<int, 4>{1, 2, LightEnabled | LightDiffuse | LightCastsShadows, 20}));
+  EXPECT_EQ(Kind(lights[0]), eye);
+  EXPECT_EQ(Kind(lights[1]), sun);
   EXPECT_EQ(Point(lights[0].definition.position), (std::array<float, 3>{3, -4, 0}));
   EXPECT_EQ(Point(lights[1].definition.position), (std::array<float, 3>{-50, -50, 100}));
   EXPECT_EQ(Point(lights[1].definition.target), (std::array<float, 3>{0, 0, 0}));
   EXPECT_TRUE(TestCameraUnderCover(*scene.engine, lights[0].definition.position));
   EXPECT_FALSE(TestCameraUnderCover(*scene.engine, {3, 4, 0}));
+  EXPECT_FALSE(TestCameraUnderCover(*scene.engine, {0, 0, 20}));  // above the roof
 
   EXPECT_FALSE(FollowCameraWithDefaultLight(lights, Camera(3, 4, 0)));  // not moved
   EXPECT_TRUE(FollowCameraWithDefaultLight(lights, Camera(0, 0, 20)));
   EXPECT_EQ(Point(lights[0].definition.position), (std::array<float, 3>{0, 0, 20}));
-  EXPECT_FALSE(TestCameraUnderCover(*scene.engine, lights[0].definition.position));  // above the roof
   RTRendererLight unset[2] = {};
   EXPECT_TRUE(FollowCameraWithDefaultLight(unset, Camera(1, 1, 1)));  // never set: both are set up
-  EXPECT_EQ(Kind(unset[1]), (std::array<int, 4>{1, 2, LightEnabled | LightDiffuse | LightCastsShadows, 20}));
+  EXPECT_EQ(Kind(unset[1]), sun);
 
+  // The headlight at the camera with its level; at level 0 only disabled.
   RTRendererLight headlight{};
   headlight.definition.flags = LightDiffuse;
   headlight.definition.color = 0x00FFFFFF;
   MODE_RENDER_OPTIONS options;
   options.SetHeadlight(true);
-  options.SetHeadlightLightLevel(15);
-  SetHeadlight(headlight, options, Camera(1, 2, 3));
-  EXPECT_EQ(Kind(headlight), (std::array<int, 4>{0, 0, LightEnabled | LightDiffuse, 15}));
-  EXPECT_EQ(Point(headlight.definition.position), (std::array<float, 3>{1, -2, 3}));
-  options.SetHeadlightLightLevel(0);
-  SetHeadlight(headlight, options, Camera(4, 5, 6));
-  EXPECT_EQ(Kind(headlight),
-            (std::array<int, 4>{0, 0, LightDiffuse, 15}));  // disabled, and otherwise left as it was
-  EXPECT_EQ(Point(headlight.definition.position), (std::array<float, 3>{1, -2, 3}));
+  for (int level : {15, 0}) {
+    options.SetHeadlightLightLevel(level);
+    SetHeadlight(headlight, options, Camera(1, 2, 3 + level));
+    EXPECT_EQ(Kind(headlight), (std::array<int, 4>{0, 0, LightDiffuse | (level ? LightEnabled : 0), 15}));
+    EXPECT_EQ(Point(headlight.definition.position), (std::array<float, 3>{1, -2, 18}));
+  }
 }

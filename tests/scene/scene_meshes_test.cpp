@@ -1,5 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <array>
+#include <cmath>
+
 #include "host/BrindlexViewMath.h"
 #include "scene/MaterialTables.h"
 #include "SceneTestAccess.h"
@@ -8,25 +11,25 @@ using namespace scene_test;
 
 namespace {
 
-void ExpectPosition(const SCENE_VERTEX& v, float x, float y, float z, float tolerance = 0.0f) {
+std::array<float, 3> At(const SCENE_VERTEX& v) {
   const SCENE_VERTEX_XYZ p = v.position;
-  EXPECT_NEAR(p.x, x, tolerance);
-  EXPECT_NEAR(p.y, y, tolerance);
-  EXPECT_NEAR(p.z, z, tolerance);
+  return {p.x, p.y, p.z};
 }
-
-void ExpectInstance(const SWMeshInstance& instance, uint32_t mesh, uint32_t transform, uint32_t material) {
-  const SWMeshInstance copy = instance;
-  EXPECT_EQ(copy.meshIndex, mesh);
-  EXPECT_EQ(copy.transformIndex, transform);
-  EXPECT_EQ(copy.materialIndex, material);
+// Rotated positions, rounded to 1e-4.
+std::array<float, 3> Rounded(const SCENE_VERTEX& v) {
+  std::array<float, 3> p = At(v);
+  for (float& c : p) c = std::round(c * 1e4f) / 1e4f + 0.0f;
+  return p;
 }
-
-void ExpectBox(const SCENE_VERTEX_XYZ_64& box, double x, double y, double z) {
-  const SCENE_VERTEX_XYZ_64 copy = box;
-  EXPECT_EQ(copy.x, x);
-  EXPECT_EQ(copy.y, y);
-  EXPECT_EQ(copy.z, z);
+// Mesh, transform and material rows of each instance as three digits.
+std::vector<uint32_t> Rows(const SWMeshTable& table) {
+  std::vector<uint32_t> rows;
+  for (const SWMeshInstance& i : table.instances)
+    rows.push_back(i.meshIndex * 100 + i.transformIndex * 10 + i.materialIndex);
+  return rows;
+}
+std::array<double, 3> Box(const SCENE_VERTEX_XYZ_64& box) {
+  return {box.x, box.y, box.z};
 }
 
 // A project whose map also holds a null root under key 7.
@@ -90,15 +93,12 @@ TEST_F(SceneMeshes, OrdinaryPassBakesSingleMeshesSharesRepeatedOnesDropsHiddenOn
   BuildScene();
   const SWMeshTable& table = access.MeshTable(0);
   ASSERT_EQ(table.meshes.size(), 3u);
-  ASSERT_EQ(table.instances.size(), 5u);
-  ExpectInstance(table.instances[0], 0, 0, 0);
-  ExpectInstance(table.instances[1], 1, 1, 0);
-  ExpectInstance(table.instances[3], 1, 3, 0);
-  ExpectInstance(table.instances[4], 2, 0, 0);            // the hidden placement did not count
-  ExpectPosition(table.meshes[0].vertices[1], 12, 0, 0);  // T(10,0,0) * scale 2
-  ExpectPosition(table.meshes[0].vertices[2], 10, 2, 0);
-  ExpectPosition(table.meshes[1].vertices[1], 0, 0, 1);  // shared: local
-  ExpectPosition(table.meshes[2].vertices[2], 0, 1, 20);
+  EXPECT_EQ(Rows(table),
+            (std::vector<uint32_t>{0, 110, 120, 130, 200}));  // the hidden placement did not count
+  EXPECT_EQ(At(table.meshes[0].vertices[1]), (std::array<float, 3>{12, 0, 0}));  // T(10,0,0) * scale 2
+  EXPECT_EQ(At(table.meshes[0].vertices[2]), (std::array<float, 3>{10, 2, 0}));
+  EXPECT_EQ(At(table.meshes[1].vertices[1]), (std::array<float, 3>{0, 0, 1}));  // shared: local
+  EXPECT_EQ(At(table.meshes[2].vertices[2]), (std::array<float, 3>{0, 1, 20}));
   ASSERT_EQ(table.transforms.size(), 4u);
   EXPECT_EQ(float{table.transforms[2].m[14]}, 30.0f);
   EXPECT_EQ(float{table.transforms[3].m[12]}, -3.0f);
@@ -110,8 +110,8 @@ TEST_F(SceneMeshes, OrdinaryPassBakesSingleMeshesSharesRepeatedOnesDropsHiddenOn
 
   // Only the first placement of `shared` grows the box: not x = -3 of the
   // third, nor z = 31 of the second.
-  ExpectBox(access.SceneBox(0), 0, 0, 0);
-  ExpectBox(access.SceneBox(1), 12, 5, 20);
+  EXPECT_EQ(Box(access.SceneBox(0)), (std::array<double, 3>{0, 0, 0}));
+  EXPECT_EQ(Box(access.SceneBox(1)), (std::array<double, 3>{12, 5, 20}));
   EXPECT_TRUE(access.MeshTable(1).instances.empty());
 
   // Hits lead back to world vertices, or say what is missing.
@@ -123,9 +123,9 @@ TEST_F(SceneMeshes, OrdinaryPassBakesSingleMeshesSharesRepeatedOnesDropsHiddenOn
   };
   ASSERT_EQ(resolve(0, 2, 0), SWHitSurfaceStatus::Resolved);  // shared under T(0,0,30)
   EXPECT_EQ(surface.material, &access.SWMaterials()[0]);
-  ExpectPosition(surface.vertices[1], 0, 0, 31);
+  EXPECT_EQ(At(surface.vertices[1]), (std::array<float, 3>{0, 0, 31}));
   ASSERT_EQ(resolve(0, 0, 0), SWHitSurfaceStatus::Resolved);  // baked
-  ExpectPosition(surface.vertices[1], 12, 0, 0);
+  EXPECT_EQ(At(surface.vertices[1]), (std::array<float, 3>{12, 0, 0}));
 
   for (uint32_t tree : {1u, 2u}) EXPECT_EQ(resolve(tree, 0, 0), SWHitSurfaceStatus::NoSurface);
   EXPECT_EQ(resolve(0, 5, 0), SWHitSurfaceStatus::NoSurface);
@@ -134,7 +134,7 @@ TEST_F(SceneMeshes, OrdinaryPassBakesSingleMeshesSharesRepeatedOnesDropsHiddenOn
 
   access.MeshTable(0).transforms.resize(2);  // instance 3's transform is gone: vertices as stored
   ASSERT_EQ(resolve(0, 3, 0), SWHitSurfaceStatus::Resolved);
-  ExpectPosition(surface.vertices[2], 1, 0, 0);
+  EXPECT_EQ(At(surface.vertices[2]), (std::array<float, 3>{1, 0, 0}));
   access.MeshTable(0).meshes[0].indices[2] = 3;
   EXPECT_EQ(resolve(0, 0, 0), SWHitSurfaceStatus::VertexOutOfRange);
   access.SWMaterials()[0].material = nullptr;
@@ -161,14 +161,11 @@ TEST_F(SceneMeshes, RotateToCameraGeometryGoesOnlyToTheSecondTableTurnedToTheVie
   access.Walk(0, root);
   access.Walk(1, root, nullptr, nullptr, &view);
 
-  ASSERT_EQ(access.MeshTable(0).instances.size(), 1u);
-  ExpectPosition(access.MeshTable(0).meshes[0].vertices[2], 0, 1, 0);
+  EXPECT_EQ(Rows(access.MeshTable(0)), std::vector<uint32_t>{0});
   const SWMeshTable& turned = access.MeshTable(1);
-  ASSERT_EQ(turned.instances.size(), 2u);
-  ExpectInstance(turned.instances[0], 0, 0, 0);
-  ExpectInstance(turned.instances[1], 1, 0, 1);
-  ExpectPosition(turned.meshes[0].vertices[1], 5, 1, 0, 1e-5f);
-  ExpectPosition(turned.meshes[0].vertices[2], 5, 0, 1, 1e-5f);
+  ASSERT_EQ(Rows(turned), (std::vector<uint32_t>{0, 101}));
+  EXPECT_EQ(Rounded(turned.meshes[0].vertices[1]), (std::array<float, 3>{5, 1, 0}));
+  EXPECT_EQ(Rounded(turned.meshes[0].vertices[2]), (std::array<float, 3>{5, 0, 1}));
   EXPECT_EQ(MaterialOf(access.SWMaterials()[1]),
             access.MaterialRoots()[5]->GetNodeThatControlsMaterial("Brick"));
 
@@ -178,28 +175,24 @@ TEST_F(SceneMeshes, RotateToCameraGeometryGoesOnlyToTheSecondTableTurnedToTheVie
   SCENE_GRAPH bare;
   SCENE_GRAPH_NODE_INTERFACE* top = bare.GetSceneGraphNode("Scene Graph Root");
   top->CreateNodeGroupData()->SetGroupMaterialID("Brick");
-  SCENE_GRAPH_NODE* plain = Group(top, "Plain", nullptr);
-  plain->GetNodeGroupData()->SetGroupRotateToCamera(true);
-  plain->AddChildNode(MeshNode("leaf", {Vertex(0, 0, 0), Vertex(1, 0, 0), Vertex(0, 0, 1)}));
-  const SCENE_MATRIX at5 = Translation(5, 0, 0);
-  SCENE_GRAPH_NODE* second = Group(top, "Second", nullptr, &at5);
-  second->GetNodeGroupData()->SetGroupRotateToCamera(true);
-  second->AddChildNode(MeshNode("dot", {Vertex(0, 0, 0), Vertex(1, 0, 0), Vertex(0, 0, 1)}));
+  for (const SCENE_MATRIX* matrix : {static_cast<const SCENE_MATRIX*>(nullptr), &at}) {
+    SCENE_GRAPH_NODE* node = Group(top, "Plain", nullptr, matrix);
+    node->GetNodeGroupData()->SetGroupRotateToCamera(true);
+    node->AddChildNode(MeshNode("leaf", {Vertex(0, 0, 0), Vertex(1, 0, 0), Vertex(0, 0, 1)}));
+  }
   camera = {{10, 0, 0}, {0, 0, 0}, 45.0f, 10.0f, 0.0f};
   CalculateModelViewMatrix(&view, &camera);
   access.Walk(1, top, nullptr, nullptr, &view);
-  ASSERT_EQ(access.MeshTable(1).meshes.size(), 2u);
-  ExpectPosition(access.MeshTable(1).meshes[0].vertices[0], 0, 0, 0, 1e-5f);
-  ExpectPosition(access.MeshTable(1).meshes[0].vertices[1], 0, 1, 0, 1e-5f);
-  ExpectPosition(access.MeshTable(1).meshes[0].vertices[2], 0, 0, 1, 1e-5f);
-  ExpectPosition(access.MeshTable(1).meshes[1].vertices[0], 5, 0, 0, 1e-5f);
+  ASSERT_EQ(turned.meshes.size(), 2u);
+  EXPECT_EQ(Rounded(turned.meshes[0].vertices[1]), (std::array<float, 3>{0, 1, 0}));
+  EXPECT_EQ(Rounded(turned.meshes[1].vertices[0]), (std::array<float, 3>{5, 0, 0}));
 }
 
 TEST_F(SceneMeshes, HorizonComesFirstWithYNegatedAndStaysOutOfTheBox) {
   SCENE_GRAPH empty;
   access.Walk(0, empty.GetSceneGraphNode("Scene Graph Root"));
   EXPECT_EQ(access.MeshTable(0).transforms.size(), 1u);
-  ExpectBox(access.SceneBox(0), 1.7976931348623157e308, 1.7976931348623157e308, 1.7976931348623157e308);
+  EXPECT_EQ(access.SceneBox(0).x, 1.7976931348623157e308);
 
   SCENE_GRAPH_NODE horizon("Horizon");
   SCENE_VERTEX corners[3] = {Vertex(1, 2, 3), Vertex(4, 5, 6), Vertex(7, 8, 9)};
@@ -218,17 +211,12 @@ TEST_F(SceneMeshes, HorizonComesFirstWithYNegatedAndStaysOutOfTheBox) {
   access.MaterialIndexByNode().clear();
   access.Walk(0, root, &horizon, "Ground");
   const SWMeshTable& table = access.MeshTable(0);
-  ASSERT_EQ(table.instances.size(), 2u);
-  ExpectInstance(table.instances[0], 0, 0, 0);
-  ExpectInstance(table.instances[1], 1, 0, 1);
+  ASSERT_EQ(Rows(table), (std::vector<uint32_t>{0, 101}));
   const SCENE_VERTEX v = table.meshes[0].vertices[0];
-  ExpectPosition(v, 1, -2, 3);
-  EXPECT_EQ(float{v.normal.y}, -1.0f);
-  EXPECT_EQ(float{v.tangent.x}, 1.0f);
-  EXPECT_EQ(float{v.tangent.y}, -1.0f);
-  EXPECT_EQ(float{v.u}, 0.25f);
+  EXPECT_EQ(At(v), (std::array<float, 3>{1, -2, 3}));
+  EXPECT_TRUE(v.normal.y == -1.0f && v.tangent.x == 1.0f && v.tangent.y == -1.0f && v.u == 0.25f);
   EXPECT_EQ(MaterialOf(access.SWMaterials()[1]), brick);
-  ExpectBox(access.SceneBox(1), 1, 1, 0);
+  EXPECT_EQ(Box(access.SceneBox(1)), (std::array<double, 3>{1, 1, 0}));
 }
 
 TEST_F(SceneMeshes, MaterialTreesAreDeepCopiesOfWhatTheViewDrawsWith) {

@@ -9,11 +9,7 @@
 
 #include "EngineTestAccess.h"
 #include "RenderScene.h"
-#include "accel/KDTree.h"
-#include "scene/LightTable.h"
-#include "scene/SWMeshTable.h"
 #include "shadows/CubeShadowMapSeams.h"
-#include "shadows/SWShadowMap.h"
 
 namespace {
 

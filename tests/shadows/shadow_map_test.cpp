@@ -7,10 +7,6 @@
 #include "EngineTestAccess.h"
 #include "RenderScene.h"
 #include "shadows/ShadowMapSampling.h"
-#include "accel/KDTree.h"
-#include "scene/LightTable.h"
-#include "scene/SWMeshTable.h"
-#include "shadows/SWShadowMap.h"
 
 namespace {
 
@@ -27,6 +23,16 @@ double VisibilityAtColumn(const SWShadowMap& map, int x) {
   return ShadowMapVisibility(pixel, 0.6, SmallestFlatMapVariance);
 }
 
+// The direction that the cube look-up sends to (u, v) of `face`, its face
+// table solved for the direction, at s = 2u - 1, t = 2v - 1; the pixel may
+// lie beyond the face, on the face's plane extended.
+SCENE_VERTEX_XYZ_64 FaceDirection(int face, double x, double y, int size) {
+  const double s = 2 * (x + 0.5) / size - 1, t = 2 * (y + 0.5) / size - 1;
+  const SCENE_VERTEX_XYZ_64 d[6] = {{1, -t, -s}, {-1, -t, s}, {s, 1, t},
+                                    {s, -1, -t}, {s, -t, 1},  {-s, -t, -1}};
+  const double length = std::sqrt(d[face].x * d[face].x + d[face].y * d[face].y + d[face].z * d[face].z);
+  return {d[face].x / length, d[face].y / length, d[face].z / length};
+}
 }  // namespace
 
 TEST(ShadowMapLookUp, CubeFaceFollowsTheLargestAxisAndCoordinatesFollowTheFace) {
@@ -45,15 +51,14 @@ TEST(ShadowMapLookUp, CubeFaceFollowsTheLargestAxisAndCoordinatesFollowTheFace) 
     SampleCubeShadowMap(&cube, c.d, pixel);
     EXPECT_NEAR(pixel.depth, 100.0 * (c.face + 1), 1e-9) << c.d.x << " " << c.d.y << " " << c.d.z;
   }
-  // Pixel (10, 200) of face 0 and of face 3, met by the directions whose u
-  // and v are that pixel's centre on the face.
+  // Pixel (10, 200) of face 0 and of face 3, met by the directions that the
+  // face table gives for that pixel's centre.
   cube.pixels[0 * 65536 + 200 * 256 + 10] = Depth(7.0);
   cube.pixels[3 * 65536 + 200 * 256 + 10] = Depth(9.0);
-  const double u = 10.5 / 256, v = 200.5 / 256;
   SW_PIXEL_G64R64F pixel{};
-  SampleCubeShadowMap(&cube, {1.0, 1.0 - 2 * v, 1.0 - 2 * u}, pixel);
+  SampleCubeShadowMap(&cube, FaceDirection(0, 10, 200, 256), pixel);
   EXPECT_NEAR(pixel.depth, 7.0, 1e-3);
-  SampleCubeShadowMap(&cube, {2 * u - 1.0, -1.0, 1.0 - 2 * v}, pixel);
+  SampleCubeShadowMap(&cube, FaceDirection(3, 10, 200, 256), pixel);
   EXPECT_NEAR(pixel.depth, 9.0, 1e-3);
   // The bound with the cube's variance floor of 10: a point 10 behind a
   // blocker at 100 gets 10 / (10 + 100).
@@ -247,77 +252,45 @@ TEST_F(ShadowMapTileTest, PixelHoldsTheMiddleOfTheFirstTwoBlockers) {
 TEST_F(ShadowMapTileTest, LightsKeepOrReplaceTheirMapsAndAbortKeepsThemDirty) {
   std::vector<SWShadowMap*>& maps = access.ShadowMapsSingle();
   std::map<int32_t, int32_t>& index = access.ShadowMapIndexSingle();
-  std::set<int32_t>& dirty = access.DirtyShadowLights();
-  const auto generate = [&](int number) {
-    scene.engine->GenerateSWShadowmap(number, scene.View(), nullptr, &options);
-  };
   SCENE_GRAPH graph;
-  const auto generateIn = [&](int number) {
-    scene.engine->GenerateSWShadowmap(number, scene.View(), &graph, &options);
+  // Draws `number`'s map after marking it dirty; true when it is clean after.
+  const auto generate = [&](int number, SCENE_GRAPH* in = nullptr) {
+    access.DirtyShadowLights() = {number};
+    scene.engine->GenerateSWShadowmap(number, scene.View(), in ? in : &graph, &options);
+    return access.DirtyShadowLights().empty();
   };
-  dirty = {7};
-  generate(7);  // no scene graph: nothing happens
+  const auto change = [&](int number, uint16_t type, uint16_t flags) {
+    RTRendererLight light = *access.Lights().FindLight(7);
+    light.number = number, light.definition.type = type, light.definition.flags = flags;
+    access.Lights().InsertOrUpdateLight(&light);
+  };
+  access.DirtyShadowLights() = {7};
+  scene.engine->GenerateSWShadowmap(7, scene.View(), nullptr, &options);  // no scene graph: nothing happens
   EXPECT_TRUE(maps.empty());
-  EXPECT_EQ(dirty.count(7), 1u);
-
-  generateIn(7);
+  EXPECT_EQ(access.DirtyShadowLights().count(7), 1u);
+  EXPECT_TRUE(generate(7));
   ASSERT_EQ(maps.size(), 1u);
-  EXPECT_EQ(maps[0]->width, 256);
-  EXPECT_EQ(index.at(7), 0);
-  EXPECT_TRUE(dirty.empty());
-  SWShadowMap* spotMap = maps[0];
-  generateIn(7);  // clean: the map stays
-  EXPECT_EQ(maps[0], spotMap);
-
-  // Turned into a direct light: a map of 1024 replaces the one of 256.
-  RTRendererLight direct = *access.Lights().FindLight(7);
-  direct.definition.type = 2;
-  access.Lights().InsertOrUpdateLight(&direct);
-  dirty = {7};
-  generateIn(7);
+  EXPECT_EQ(maps[0]->width * 100 + index.at(7), 25600);  // a spot light's map is 256 wide
+  // Turned into a direct light: a map of 1024 replaces it.
+  change(7, 2, LightEnabled | LightCastsShadows);
+  EXPECT_TRUE(generate(7));
   ASSERT_EQ(maps.size(), 1u);
   EXPECT_EQ(maps[0]->width, 1024);
-
   // A null row is taken before the vector grows; a light that casts no
   // shadow leaves the dirty set without a map.
-  RTRendererLight other = direct;
-  other.number = 8;
-  other.definition.type = 3;
-  access.Lights().InsertOrUpdateLight(&other);
   delete maps[0];
   maps[0] = nullptr;
   index.erase(7);
-  dirty = {8};
-  generateIn(8);
-  EXPECT_EQ(maps.size(), 1u);
-  EXPECT_EQ(index.at(8), 0);
-  other.number = 9;
-  other.definition.flags = LightEnabled;
-  access.Lights().InsertOrUpdateLight(&other);
-  dirty = {9};
-  generateIn(9);
-  EXPECT_TRUE(dirty.empty());
+  change(8, 3, LightEnabled | LightCastsShadows);
+  EXPECT_TRUE(generate(8));
+  EXPECT_EQ(maps.size() * 100 + index.at(8), 100u);
+  change(9, 3, LightEnabled);
+  EXPECT_TRUE(generate(9));
   EXPECT_EQ(index.count(9), 0u);
-
   // An abort keeps the light dirty, to be drawn next time.
   scene.engine->SetShouldAbortRenderFunction([](void*) { return true; }, nullptr);
-  dirty = {7};
-  generateIn(7);
-  EXPECT_EQ(dirty.count(7), 1u);
+  EXPECT_FALSE(generate(7));
 }
-
-namespace {
-// The direction that the cube look-up sends to (u, v) of `face`, its face
-// table solved for the direction, at s = 2u - 1, t = 2v - 1; the pixel may
-// lie beyond the face, on the face's plane extended.
-SCENE_VERTEX_XYZ_64 FaceDirection(int face, double x, double y, int size) {
-  const double s = 2 * (x + 0.5) / size - 1, t = 2 * (y + 0.5) / size - 1;
-  const SCENE_VERTEX_XYZ_64 d[6] = {{1, -t, -s}, {-1, -t, s}, {s, 1, t},
-                                    {s, -1, -t}, {s, -t, 1},  {-s, -t, -1}};
-  const double length = std::sqrt(d[face].x * d[face].x + d[face].y * d[face].y + d[face].z * d[face].z);
-  return {d[face].x / length, d[face].y / length, d[face].z / length};
-}
-}  // namespace
 
 TEST(CubeShadowMapSeams, CrossingAnEdgeLandsNextToThePixelOnTheFaceBeyond) {
   // For every pixel on every edge, one and two steps out: the pixel found
@@ -341,22 +314,4 @@ TEST(CubeShadowMapSeams, CrossingAnEdgeLandsNextToThePixelOnTheFaceBeyond) {
   EXPECT_FALSE(CubeShadowMapNeighbour(S, 0, -1, -1, f, nx, ny));  // beyond two edges
   EXPECT_TRUE(CubeShadowMapNeighbour(S, 3, 4, 5, f, nx, ny));
   EXPECT_EQ(f * 100 + nx * 10 + ny, 345);
-}
-
-TEST(CubeShadowMapSeams, EdgeRingsTakeTheMeanOfTheNeighboursThatExist) {
-  constexpr int S = 16;
-  SWCubeShadowMap map(S, S, 6), mended(S, S, 6);
-  for (int i = 0; i < 6 * S * S; ++i) mended.pixels[i] = {-1.0, -1.0};
-  map.pixels[0] = {21.0, 21.0};                      // pixel (0, 0) of face 0
-  map.pixels[2 * S * S + 5 * S + 7] = {25.0, 25.0};  // pixel (7, 5) of face 2
-  MendCubeShadowMapSeams(map, mended);
-  // A corner has 21 neighbours: the corner region across both edges is
-  // left out. A pixel 2 from the edge still has 25.
-  EXPECT_DOUBLE_EQ(mended.pixels[0].depth, 1.0);
-  EXPECT_DOUBLE_EQ(mended.pixels[2 * S * S + 1 * S + 7].depth, 0.0);
-  map.pixels[2 * S * S + 1 * S + 7] = {25.0, 25.0};
-  MendCubeShadowMapSeams(map, mended);
-  EXPECT_DOUBLE_EQ(mended.pixels[2 * S * S + 1 * S + 7].depth, 1.0);
-  EXPECT_EQ(mended.pixels[2 * S * S + 5 * S + 7].depth, -1.0);  // inner pixels are left alone
-  EXPECT_EQ(mended.pixels[2 * S * S + 3 * S + 6].depth, -1.0);
 }

@@ -4,70 +4,67 @@
 #include <string>
 #include <vector>
 
-#include "host/BrindlexTexture.h"
-#include "LightingScenes.h"
 #include "pipeline/RandomNumberGenerator.h"
 #include "RenderScene.h"
-#include "accel/KDTree.h"
-#include "scene/LightTable.h"
-#include "scene/SWMeshTable.h"
-#include "shadows/SWShadowMap.h"
-
-using namespace lighting_test;
-using namespace scene_test;
 
 namespace {
 
+SCENE_VERTEX_XYZ_64 P(double x, double y, double z) {
+  return {x, y, z};
+}
+
+// A white diffuse light of intensity 10 that casts shadows.
+RTRendererLight MakeLight(uint16_t type, SCENE_VERTEX_XYZ position) {
+  RTRendererLight light{};
+  light.definition.type = type;
+  light.definition.position = position;
+  light.definition.color = 0x00FFFFFF;
+  light.definition.flags = LightEnabled | LightDiffuse | LightCastsShadows;
+  light.definition.intensity = 10;
+  return light;
+}
+
 // A floor of half-size 10 at height 0 and, above it, one object per case:
-// a box from (-1, -1, 2) to (1, 1, 4), level plates of half-size 1.5 at
-// height 5 of several opacities, a glass plate over an opaque one, cut-out
-// plates, low plates at height 0.5 and a wall at x = 9.5.
+// a box from (-1, -1, 2) to (1, 1, 4) (its top and bottom), level plates of
+// half-size 1.5 at height 5 of several opacities, a glass plate over an
+// opaque one, cut-out plates, low plates at height 0.5 and a wall at x = 9.5.
 class ShadowSceneTest : public ::testing::Test {
  protected:
-  using Quads = std::vector<std::vector<SCENE_VERTEX_XYZ>>;
   void SetUp() override {
     // Uniform pictures whose every byte, alpha included, is 175 or 176.
     scene.Picture("lace175.png", 2, 2, [](int, int) { return 0xAFAFAFAFu; });
     scene.Picture("lace176.png", 2, 2, [](int, int) { return 0xB0B0B0B0u; });
-    const float x0 = -1, y0 = -1, z0 = 2, x1 = 1, y1 = 1, z1 = 4;
-    Add("Floor", 100, {LevelSquare(10, 0)});
-    Add("Box", 100,
-        {{{x0, y0, z0}, {x1, y0, z0}, {x1, y1, z0}, {x0, y1, z0}},
-         {{x0, y0, z1}, {x1, y0, z1}, {x1, y1, z1}, {x0, y1, z1}},
-         {{x0, y0, z0}, {x1, y0, z0}, {x1, y0, z1}, {x0, y0, z1}},
-         {{x0, y1, z0}, {x1, y1, z0}, {x1, y1, z1}, {x0, y1, z1}},
-         {{x0, y0, z0}, {x0, y1, z0}, {x0, y1, z1}, {x0, y0, z1}},
-         {{x1, y0, z0}, {x1, y1, z0}, {x1, y1, z1}, {x1, y0, z1}}});
-    Add("Glass50", 50, Plate(5, 5, 5));
-    Add("Glass68.9", 68.9f, Plate(-5, 5, 5));
-    Add("Glass69", 69, Plate(-5, -5, 5));
-    Add("StackGlass", 50, Plate(5, -5, 5));
-    Add("StackWall", 100, Plate(5, -5, 7));
-    Add("Lace175", 100, Plate(0, 8, 5), "lace175.png");
-    Add("Lace176", 100, Plate(0, -8, 5), "lace176.png");
-    Add("Ghost", 100, Plate(8, 0, 5), "missing.png");
-    Add("Veil", 50, Plate(-8, 0, 0.5f));
-    Add("Roof", 100, Plate(-8, -8, 0.5f));
-    Add("Wall", 100, {{{9.5f, -2, 0}, {9.5f, 2, 0}, {9.5f, 2, 3}, {9.5f, -2, 3}}});
+    const struct {
+      const char* name;
+      float opacity, x, y, z, half;
+      const char* picture = nullptr;
+    } plates[] = {{"Floor", 100, 0, 0, 0, 10},
+                  {"BoxBottom", 100, 0, 0, 2, 1},
+                  {"BoxTop", 100, 0, 0, 4, 1},
+                  {"Glass50", 50, 5, 5, 5, 1.5f},
+                  {"Glass68.9", 68.9f, -5, 5, 5, 1.5f},
+                  {"Glass69", 69, -5, -5, 5, 1.5f},
+                  {"StackGlass", 50, 5, -5, 5, 1.5f},
+                  {"StackWall", 100, 5, -5, 7, 1.5f},
+                  {"Lace175", 100, 0, 8, 5, 1.5f, "lace175.png"},
+                  {"Lace176", 100, 0, -8, 5, 1.5f, "lace176.png"},
+                  {"Ghost", 100, 8, 0, 5, 1.5f, "missing.png"},
+                  {"Veil", 50, -8, 0, 0.5f, 1.5f},
+                  {"Roof", 100, -8, -8, 0.5f, 1.5f}};
+    for (const auto& p : plates) {
+      // A transparent texture when a picture is given.
+      scene.Material(p.name, [&](TEXTURE_LINK& link) {
+        link.SetOpacityLevel(p.opacity);
+        if (p.picture) link.SetTextureLinkFullFileName(p.picture), link.SetTransparent(true);
+      });
+      const float x0 = p.x - p.half, x1 = p.x + p.half, y0 = p.y - p.half, y1 = p.y + p.half;
+      scene.Quad(p.name, {x0, y0, p.z}, {x1, y0, p.z}, {x1, y1, p.z}, {x0, y1, p.z});
+    }
+    scene.Quad("Floor", {9.5f, -2, 0}, {9.5f, 2, 0}, {9.5f, 2, 3}, {9.5f, -2, 3});  // the wall
     scene.Update();
     options.SetCustomLighting(true);
     options.SetDisplayShadows(true);
     options.SetRayTracedSoftShadows(false);
-  }
-  static Quads Plate(float x, float y, float z) {
-    return {
-        {{x - 1.5f, y - 1.5f, z}, {x + 1.5f, y - 1.5f, z}, {x + 1.5f, y + 1.5f, z}, {x - 1.5f, y + 1.5f, z}}};
-  }
-  // A transparent texture when `picture` is given.
-  void Add(const char* material, float opacity, const Quads& quads, const char* picture = nullptr) {
-    scene.Material(material, [&](TEXTURE_LINK& link) {
-      link.SetOpacityLevel(opacity);
-      if (picture) {
-        link.SetTextureLinkFullFileName(picture);
-        link.SetTransparent(true);
-      }
-    });
-    for (const auto& q : quads) scene.Quad(material, q[0], q[1], q[2], q[3]);
   }
   // Whether the way straight up from (x, y, 0) to height 10 is blocked.
   bool BlockedAbove(double x, double y, uint32_t depth = 0) {
@@ -90,7 +87,7 @@ class ShadowSceneTest : public ::testing::Test {
 TEST_F(ShadowSceneTest, BoxCastsAHardShadowWhereGeometryPutsIt) {
   // From a light at height 10 the box's top edge x = 1 at height 4 falls
   // on the floor at x = 1 * 10 / (10 - 4) = 1.667.
-  RTRendererLight light = MakeLight(0, {0, 0, 10}, {}, LightCastsShadows);
+  RTRendererLight light = MakeLight(0, {0, 0, 10});
   SCENE_VERTEX_XYZ diffuse{}, specular{};
   for (double x : {0.0, 1.6, 1.75}) {
     diffuse = {0, 0, 0};
@@ -125,7 +122,7 @@ TEST_F(ShadowSceneTest, OpacityAndTexelAlphaDecideWhatBlocks) {
 }
 
 TEST_F(ShadowSceneTest, VisibilityChoosesBetweenNoTestARayAndASample) {
-  RTRendererLight light = MakeLight(0, {0, 0, 10}, {}, LightCastsShadows);
+  RTRendererLight light = MakeLight(0, {0, 0, 10});
   const SCENE_VERTEX_XYZ_64 underBox = P(0, 0, 0);
   EXPECT_EQ(Visibility(light, underBox), 0.0);
   EXPECT_EQ(engine->GetLightVisibilityThroughShadow(&light, nullptr, nullptr, P(0, 0, 10), underBox, 0, 0),
@@ -150,7 +147,7 @@ TEST_F(ShadowSceneTest, VisibilityChoosesBetweenNoTestARayAndASample) {
   EXPECT_LT(lit, 200.0);
   // A direct light has no shape here; its own function samples a narrow
   // cone, which the box fills.
-  RTRendererLight sun = MakeLight(2, {0, 0, 10}, {0, 0, 0}, LightCastsShadows);
+  RTRendererLight sun = MakeLight(2, {0, 0, 10});
   EXPECT_EQ(Visibility(sun, underBox, &generator), 1.0);
   EXPECT_EQ(
       engine->GetDirectLightVisibilityThroughShadow(&sun, &options, &generator, P(0, 0, 1), underBox, 0, 0),
