@@ -93,13 +93,6 @@ void SortEvents(KDEventList& events) {
   }
 }
 
-void MergeEvents(KDEventList& into, const KDEventList& fresh) {
-  if (fresh.empty()) return;
-  KDEventList merged;
-  MergeEventsInParts(into, fresh, 1, merged);
-  into.swap(merged);
-}
-
 void MergeEventsInParts(const KDEventList& older, const KDEventList& fresh, size_t parts, KDEventList& out) {
   out.resize(older.size() + fresh.size());
   if (older.empty() || parts < 2) parts = 1;

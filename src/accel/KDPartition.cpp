@@ -49,7 +49,7 @@ void ShareTriangles(const KDBuildNode& parent, const KDSplit& split, std::vector
 // Writes one child's list as the pass over the parent's reaches its events,
 // merging in the sorted fresh events of the triangles it shares. A fresh
 // event goes before the first inherited event that is greater, so on
-// equality the inherited one stays first, as MergeEvents does.
+// equality the inherited one stays first, as in MergeEventsInParts.
 class ChildList {
  public:
   // The list is sized for every parent event and all fresh ones, and cut

@@ -40,12 +40,10 @@ inline bool KDEventLess(const KDEvent& a, const KDEvent& b) {
 
 // Sorts into list order; equal events keep their order.
 void SortEvents(KDEventList& events);
-// Merges the sorted `fresh` into the sorted `into`. A fresh event goes before
-// the first event of `into` that is greater, so on equality the older stays
-// first.
-void MergeEvents(KDEventList& into, const KDEventList& fresh);
-// The same merge into a new list, cut by key into `parts` pieces that run on
-// threads of their own. Every event of a key goes to one piece, so the cuts
+// Merges the sorted `older` and `fresh` into `out`. A fresh event goes
+// before the first older event that is greater, so on equality the older
+// stays first. The lists are cut by key into `parts` pieces that run on
+// threads of their own; every event of a key goes to one piece, so the cuts
 // change nothing in the order.
 void MergeEventsInParts(const KDEventList& older, const KDEventList& fresh, size_t parts, KDEventList& out);
 

@@ -230,9 +230,10 @@ TEST(KDEventLists, SortIsTheStableListOrderAtEverySizeAndMergeKeepsOlderEventsFi
   const float nan = std::numeric_limits<float>::quiet_NaN(), inf = std::numeric_limits<float>::infinity();
   const float positions[] = {-inf, -2.5f, -1e-30f, -0.0f, 0.0f, 1e-30f, 1.0f, 1.0000001f, 3e7f, inf, nan};
   std::mt19937 random(7);
-  // Below and above the size where the sort changes method, and one list
-  // whose keys all share the upper digits (every position equal).
-  for (const size_t size : {2u, 100u, 511u, 512u, 5000u, 600u}) {
+  // Below and above each size where the sort changes method or leaves the
+  // stack, and one list whose keys all share the upper digits (every
+  // position equal).
+  for (const size_t size : {2u, 63u, 64u, 511u, 512u, 513u, 8191u, 8192u, 20000u, 600u}) {
     KDEventList events;
     for (uint32_t i = 0; i < size; ++i) {
       const float p = size == 600u ? 1.0f : positions[random() % std::size(positions)];
@@ -246,10 +247,12 @@ TEST(KDEventLists, SortIsTheStableListOrderAtEverySizeAndMergeKeepsOlderEventsFi
   // and -0 meets +0 as an equal.
   KDEventList into = {
       {KD_EVENT_END, -0.0f, 0, 0}, {KD_EVENT_START, 1.0f, 1, 0}, {KD_EVENT_START, 2.0f, 2, 1}};
-  MergeEvents(into,
-              {{KD_EVENT_END, 0.0f, 10, 0}, {KD_EVENT_START, 1.0f, 11, 0}, {KD_EVENT_END, 2.0f, 12, 1}});
+  KDEventList merged;
+  MergeEventsInParts(
+      into, {{KD_EVENT_END, 0.0f, 10, 0}, {KD_EVENT_START, 1.0f, 11, 0}, {KD_EVENT_END, 2.0f, 12, 1}}, 1,
+      merged);
   std::vector<uint32_t> order;
-  for (const KDEvent& e : into) order.push_back(e.triangle);
+  for (const KDEvent& e : merged) order.push_back(e.triangle);
   EXPECT_EQ(order, std::vector<uint32_t>({0, 10, 1, 11, 12, 2}));
 }
 
