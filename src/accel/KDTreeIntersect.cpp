@@ -292,16 +292,14 @@ bool Walk(const Fields& fields, const Ray& ray, double tNear, double tFar, SWRay
   }
 }
 
-}  // namespace
-
-bool KDTree::IntersectBounds(const SCENE_VERTEX_XYZ_64& origin, const SCENE_VERTEX_XYZ_64& direction,
-                             const SCENE_VERTEX_XYZ_64& inverseDirection, double& tNear, double& tFar,
-                             const double* startNear, const double* startFar) const {
-  const Ray ray = MakeRay(origin, direction, inverseDirection);
-  const double lo[3] = {boundsMin.x, boundsMin.y, boundsMin.z};
-  const double hi[3] = {boundsMax.x, boundsMax.y, boundsMax.z};
-  double nearT = startNear ? *startNear : 0.0;
-  double farT = startFar ? *startFar : Largest;
+// Clips the ray to the tree's box, from the interval [nearT, farT]; false on
+// a miss or a null direction. Intersect calls it directly, every ray: the
+// public IntersectBounds is a call through the library's symbol table, which
+// the compiler may not inline.
+inline bool ClipToBox(const KDTree& tree, const Ray& ray, double nearT, double farT, double& tNear,
+                      double& tFar) {
+  const double lo[3] = {tree.boundsMin.x, tree.boundsMin.y, tree.boundsMin.z};
+  const double hi[3] = {tree.boundsMax.x, tree.boundsMax.y, tree.boundsMax.z};
   int skipped = 0;
   for (int axis = 0; axis < 3; ++axis) {
     if (!(std::fabs(ray.direction[axis]) > NearZero)) {
@@ -321,6 +319,15 @@ bool KDTree::IntersectBounds(const SCENE_VERTEX_XYZ_64& origin, const SCENE_VERT
   return true;
 }
 
+}  // namespace
+
+bool KDTree::IntersectBounds(const SCENE_VERTEX_XYZ_64& origin, const SCENE_VERTEX_XYZ_64& direction,
+                             const SCENE_VERTEX_XYZ_64& inverseDirection, double& tNear, double& tFar,
+                             const double* startNear, const double* startFar) const {
+  return ClipToBox(*this, MakeRay(origin, direction, inverseDirection), startNear ? *startNear : 0.0,
+                   startFar ? *startFar : Largest, tNear, tFar);
+}
+
 bool KDTree::IntersectLeaf(const KDNode& leaf, const SCENE_VERTEX_XYZ_64& origin,
                            const SCENE_VERTEX_XYZ_64& direction, SWRayIntersectionResult& result) const {
   const Ray ray = MakeRay(origin, direction, {0.0, 0.0, 0.0});
@@ -332,9 +339,9 @@ bool KDTree::Intersect(const SCENE_VERTEX_XYZ_64& origin, const SCENE_VERTEX_XYZ
                        const double* reach) const {
   try {
     if (nodes.empty()) return false;
-    double tNear = 0.0, tFar = 0.0;
-    if (!IntersectBounds(origin, direction, inverseDirection, tNear, tFar, nullptr, reach)) return false;
     const Ray ray = MakeRay(origin, direction, inverseDirection);
+    double tNear = 0.0, tFar = 0.0;
+    if (!ClipToBox(*this, ray, 0.0, reach ? *reach : Largest, tNear, tFar)) return false;
     result.distance = Largest;
     result.triangleIndex = 0;
     if (!walkLayout.Matches(*this)) return Walk<true>(TreeFields(*this), ray, tNear, tFar, result);
