@@ -239,37 +239,42 @@ class WalkFields {
   const KDWalkNode* Lower(const KDWalkNode* node, uint32_t) const { return node + 1; }
   const KDWalkNode* Upper(const KDWalkNode*, uint32_t word) const { return nodes + (word >> 2); }
   bool Leaf(const KDWalkNode& leaf, const ProjectedRay& ray, SWRayIntersectionResult& result) const {
-    uint32_t held[2];
-    const uint32_t* entry;
-    const uint32_t* end;
+    double nearest = result.distance;
     if (leaf.splitOrCount & KDWalkNode::InlineLeaf) {
-      held[0] = leaf.childAndAxis >> 2;
-      held[1] = leaf.splitOrCount & KDWalkNode::NoSecond;
-      entry = held;
-      end = held + (held[1] == KDWalkNode::NoSecond ? 1 : 2);
-    } else {
-      entry = entries + (leaf.childAndAxis >> 2);
-      end = entry + leaf.splitOrCount;
+      // The numbers stay in registers: a run through a two-entry array on
+      // the stack would store them and read them back.
+      const SWTriangle* first = Prefetched(leaf.childAndAxis >> 2);
+      const uint32_t second = leaf.splitOrCount & KDWalkNode::NoSecond;
+      if (second == KDWalkNode::NoSecond) return Test(*first, ray, nearest, result);
+      const SWTriangle* other = Prefetched(second);
+      const bool improved = Test(*first, ray, nearest, result);
+      return Test(*other, ray, nearest, result) || improved;
     }
+    const uint32_t* entry = entries + (leaf.childAndAxis >> 2);
+    const uint32_t* const end = entry + leaf.splitOrCount;
     // The leaf's records lie apart, by triangle number, and each spans two
     // or three cache lines: asking for all of them before the first test
     // lets their misses overlap instead of following one another.
-    for (const uint32_t* next = entry; next != end; ++next) {
-      const char* record = reinterpret_cast<const char*>(triangles + *next);
-      __builtin_prefetch(record);
-      __builtin_prefetch(record + sizeof(SWTriangle) - 1);
-    }
-    double nearest = result.distance;
+    for (const uint32_t* next = entry; next != end; ++next) Prefetched(*next);
     bool improved = false;
-    for (; entry != end; ++entry) {
-      const SWTriangle& tri = triangles[*entry];
-      if (TestTriangle(tri, tri.dominantAxis, tri.instanceIndex, ray, nearest, result)) improved = true;
-    }
+    for (; entry != end; ++entry)
+      if (Test(triangles[*entry], ray, nearest, result)) improved = true;
     return improved;
   }
   void CheckDepth(size_t, int) const {}
 
  private:
+  const SWTriangle* Prefetched(uint32_t number) const {
+    const char* record = reinterpret_cast<const char*>(triangles + number);
+    __builtin_prefetch(record);
+    __builtin_prefetch(record + sizeof(SWTriangle) - 1);
+    return triangles + number;
+  }
+  static bool Test(const SWTriangle& tri, const ProjectedRay& ray, double& nearest,
+                   SWRayIntersectionResult& result) {
+    return TestTriangle(tri, tri.dominantAxis, tri.instanceIndex, ray, nearest, result);
+  }
+
   const KDWalkNode* nodes;
   const SWTriangle* triangles;
   const uint32_t* entries;
