@@ -20,10 +20,15 @@ bool IsWinner(const KDEvent& event, const KDSplit& split) {
 
 // Walks the split axis's events: before the winning event, starts and planars
 // go left; from it on, planars and ends go right. The winner itself goes
-// right only if it is planar.
-void ShareTriangles(const KDBuildNode& parent, const KDSplit& split, std::vector<uint8_t>& sides,
-                    KDBuildNode& left, KDBuildNode& right) {
+// right only if it is planar. Returns how many triangles went to both sides.
+size_t ShareTriangles(const KDBuildNode& parent, const KDSplit& split, std::vector<uint8_t>& sides,
+                      KDBuildNode& left, KDBuildNode& right) {
   for (uint32_t triangle : parent.triangleList) sides[triangle] = BothSides;
+  // Neither child can have more triangles than the parent: one allocation
+  // each instead of a growing list.
+  left.triangleList.reserve(parent.triangleList.size());
+  right.triangleList.reserve(parent.triangleList.size());
+  size_t shared = 0;
   bool passed = false;
   for (const KDEvent& event : parent.events) {
     if (event.axis != split.axis) continue;
@@ -41,9 +46,11 @@ void ShareTriangles(const KDBuildNode& parent, const KDSplit& split, std::vector
       }
     } else if (type != KD_EVENT_START) {
       right.triangleList.push_back(triangle);
+      shared += sides[triangle] != BothSides;
       sides[triangle] = sides[triangle] != BothSides ? BothSides : RightOnly;
     }
   }
+  return shared;
 }
 
 // Writes one child's list as the pass over the parent's reaches its events,
@@ -58,15 +65,17 @@ class ChildList {
       : next(fresh.data()), end(fresh.data() + fresh.size()), list(list) {
     list.resize(parentEvents + fresh.size());
     out = list.data();
-    if (next != end) nextKey = KDEventKey(*next);
+    if (next != end) Load();
   }
   void Append(const KDEvent& event) {
-    if (next != end) {
+    // A position below the next fresh one orders the event first whatever
+    // the rest of the key; only the others need the whole key.
+    if (next != end && !(event.position < nextPosition)) {
       const uint64_t key = KDEventKey(event);
       while (nextKey < key) {
         *out++ = *next++;
         if (next == end) break;
-        nextKey = KDEventKey(*next);
+        Load();
       }
     }
     *out++ = event;
@@ -77,9 +86,15 @@ class ChildList {
   }
 
  private:
+  void Load() {
+    nextKey = KDEventKey(*next);
+    nextPosition = next->position;
+  }
+
   const KDEvent* next;
   const KDEvent* end;
   uint64_t nextKey = 0;
+  float nextPosition = 0;
   KDEventList& list;
   KDEvent* out = nullptr;
 };
@@ -111,7 +126,9 @@ struct ChildEvents {
 // there.
 void ClipSharedTriangles(const KDBuildNode& parent, const std::vector<uint8_t>& sides, const KDTree& tree,
                          std::vector<SCENE_VERTEX_XYZ>& polygonA, std::vector<SCENE_VERTEX_XYZ>& polygonB,
-                         ChildEvents* children, size_t count) {
+                         size_t shared, ChildEvents* children, size_t count) {
+  // Six events is the most a triangle makes.
+  for (size_t c = 0; c < count; ++c) children[c].fresh.reserve(6 * shared);
   for (uint32_t triangle : parent.triangleList) {
     if (sides[triangle] != BothSides || triangle >= tree.buildCorners.size()) continue;
     const KDTriangleCorners& corners = tree.buildCorners[triangle];
@@ -131,7 +148,7 @@ void ClipSharedTriangles(const KDBuildNode& parent, const std::vector<uint8_t>& 
 void PartitionNode(KDBuildNode& parent, const KDSplit& split, const KDTree& tree,
                    const KDThreadScratch& scratch, bool twoThreads, KDBuildNode& left, KDBuildNode& right) {
   std::vector<uint8_t>& sides = *scratch.triangleSides;
-  ShareTriangles(parent, split, sides, left, right);
+  const size_t shared = ShareTriangles(parent, split, sides, left, right);
   ChildEvents children[2] = {{&left, {}}, {&right, {}}};
   const size_t parentEvents = parent.events.size();
   if (twoThreads) {
@@ -140,7 +157,7 @@ void PartitionNode(KDBuildNode& parent, const KDSplit& split, const KDTree& tree
     RunParts(2, [&](size_t c) {
       std::vector<SCENE_VERTEX_XYZ> ownA, ownB;
       ClipSharedTriangles(parent, sides, tree, c ? ownA : *scratch.polygonA, c ? ownB : *scratch.polygonB,
-                          &children[c], 1);
+                          shared, &children[c], 1);
       ChildList list(children[c].fresh, parentEvents, c ? right.events : left.events);
       if (c)
         ShareEvents<false, true>(parent.events, sides, nullptr, &list);
@@ -148,7 +165,7 @@ void PartitionNode(KDBuildNode& parent, const KDSplit& split, const KDTree& tree
         ShareEvents<true, false>(parent.events, sides, &list, nullptr);
     });
   } else {
-    ClipSharedTriangles(parent, sides, tree, *scratch.polygonA, *scratch.polygonB, children, 2);
+    ClipSharedTriangles(parent, sides, tree, *scratch.polygonA, *scratch.polygonB, shared, children, 2);
     ChildList leftList(children[0].fresh, parentEvents, left.events);
     ChildList rightList(children[1].fresh, parentEvents, right.events);
     ShareEvents<true, true>(parent.events, sides, &leftList, &rightList);
