@@ -145,30 +145,48 @@ void ClipSharedTriangles(const KDBuildNode& parent, const std::vector<uint8_t>& 
 
 }  // namespace
 
+namespace {
+
+// One child's fresh events and list, on the calling thread.
+void MakeChildEvents(const KDBuildNode& parent, const std::vector<uint8_t>& sides, const KDTree& tree,
+                     std::vector<SCENE_VERTEX_XYZ>& polygonA, std::vector<SCENE_VERTEX_XYZ>& polygonB,
+                     size_t shared, ChildEvents& child, bool isRight, KDBuildNode& node) {
+  ClipSharedTriangles(parent, sides, tree, polygonA, polygonB, shared, &child, 1);
+  ChildList list(child.fresh, parent.events.size(), node.events);
+  if (isRight)
+    ShareEvents<false, true>(parent.events, sides, nullptr, &list);
+  else
+    ShareEvents<true, false>(parent.events, sides, &list, nullptr);
+}
+
+}  // namespace
+
 void PartitionNode(KDBuildNode& parent, const KDSplit& split, const KDTree& tree,
-                   const KDThreadScratch& scratch, bool twoThreads, KDBuildNode& left, KDBuildNode& right) {
+                   const KDThreadScratch& scratch, bool twoThreads, KDBuildNode& left, KDBuildNode& right,
+                   uint32_t maxDepth) {
   std::vector<uint8_t>& sides = *scratch.triangleSides;
   const size_t shared = ShareTriangles(parent, split, sides, left, right);
   ChildEvents children[2] = {{&left, {}}, {&right, {}}};
-  const size_t parentEvents = parent.events.size();
-  if (twoThreads) {
+  // A child that will be a leaf whatever its events say never reads them:
+  // they are not made.
+  const bool needed[2] = {!KDIsLeafAnyway(left, maxDepth), !KDIsLeafAnyway(right, maxDepth)};
+  if (needed[0] && needed[1] && twoThreads) {
     // The children share only what both read; the helper clips with
     // polygons of its own.
     RunParts(2, [&](size_t c) {
       std::vector<SCENE_VERTEX_XYZ> ownA, ownB;
-      ClipSharedTriangles(parent, sides, tree, c ? ownA : *scratch.polygonA, c ? ownB : *scratch.polygonB,
-                          shared, &children[c], 1);
-      ChildList list(children[c].fresh, parentEvents, c ? right.events : left.events);
-      if (c)
-        ShareEvents<false, true>(parent.events, sides, nullptr, &list);
-      else
-        ShareEvents<true, false>(parent.events, sides, &list, nullptr);
+      MakeChildEvents(parent, sides, tree, c ? ownA : *scratch.polygonA, c ? ownB : *scratch.polygonB, shared,
+                      children[c], c, c ? right : left);
     });
-  } else {
+  } else if (needed[0] && needed[1]) {
     ClipSharedTriangles(parent, sides, tree, *scratch.polygonA, *scratch.polygonB, shared, children, 2);
-    ChildList leftList(children[0].fresh, parentEvents, left.events);
-    ChildList rightList(children[1].fresh, parentEvents, right.events);
+    ChildList leftList(children[0].fresh, parent.events.size(), left.events);
+    ChildList rightList(children[1].fresh, parent.events.size(), right.events);
     ShareEvents<true, true>(parent.events, sides, &leftList, &rightList);
+  } else if (needed[0] || needed[1]) {
+    const size_t c = needed[0] ? 0 : 1;
+    MakeChildEvents(parent, sides, tree, *scratch.polygonA, *scratch.polygonB, shared, children[c], c,
+                    c ? right : left);
   }
   KDEventList().swap(parent.events);
 }

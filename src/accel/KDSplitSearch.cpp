@@ -22,6 +22,11 @@ float KDSurfaceArea(const float boxMin[3], const float boxMax[3]) {
   return 2.0f * (dx * dy + dy * dz + dz * dx);
 }
 
+bool KDIsLeafAnyway(const KDBuildNode& node, uint32_t maxDepth) {
+  return node.triangleList.empty() || node.depth >= maxDepth ||
+         !(double(KDSurfaceArea(node.boxMin, node.boxMax)) > 6.0);
+}
+
 namespace {
 
 // The per-axis state of the sweep that does not change while it runs.

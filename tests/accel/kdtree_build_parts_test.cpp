@@ -150,18 +150,32 @@ TEST(KDBuildParts, ASplitWithAHelperThreadGivesTheChildrenOfOneWithout) {
       words.insert(words.end(), {uint32_t(e.type), std::bit_cast<uint32_t>(e.position), e.triangle, e.axis});
     return words;
   };
-  std::vector<uint32_t> children[2][2];
-  for (const bool helper : {false, true}) {
-    KDBuildNode parent = root, left, right;
+  const auto partition = [&](bool helper, uint32_t maxDepth, KDBuildNode& left, KDBuildNode& right) {
+    KDBuildNode parent = root;
     for (KDBuildNode* child : {&left, &right})
       std::copy(root.boxMin, root.boxMin + 3, child->boxMin),
           std::copy(root.boxMax, root.boxMax + 3, child->boxMax);
     left.boxMax[split.axis] = right.boxMin[split.axis] = split.position;
-    PartitionNode(parent, split, tree, scratch, helper, left, right);
-    children[helper][0] = flat(left);
-    children[helper][1] = flat(right);
-    EXPECT_GT(left.triangleList.size() + right.triangleList.size(), count) << "some triangles straddle";
+    PartitionNode(parent, split, tree, scratch, helper, left, right, maxDepth);
+  };
+  std::vector<uint32_t> children[2][2];
+  KDBuildNode made[2][2];
+  for (const bool helper : {false, true}) {
+    partition(helper, UINT32_MAX, made[helper][0], made[helper][1]);
+    children[helper][0] = flat(made[helper][0]);
+    children[helper][1] = flat(made[helper][1]);
+    EXPECT_GT(made[helper][0].triangleList.size() + made[helper][1].triangleList.size(), count)
+        << "some triangles straddle";
+    EXPECT_FALSE(made[helper][0].events.empty() || made[helper][1].events.empty());
   }
   EXPECT_EQ(children[1][0], children[0][0]);
   EXPECT_EQ(children[1][1], children[0][1]);
+
+  // Children at the deepest level (depth 0 here) are leaves whatever their
+  // events: they get the same triangles and no events.
+  KDBuildNode left, right;
+  partition(false, 0, left, right);
+  EXPECT_EQ(left.triangleList, made[0][0].triangleList);
+  EXPECT_EQ(right.triangleList, made[0][1].triangleList);
+  EXPECT_TRUE(left.events.empty() && right.events.empty());
 }
