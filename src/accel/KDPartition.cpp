@@ -129,9 +129,26 @@ void ClipSharedTriangles(const KDBuildNode& parent, const std::vector<uint8_t>& 
                          size_t shared, ChildEvents* children, size_t count) {
   // Six events is the most a triangle makes.
   for (size_t c = 0; c < count; ++c) children[c].fresh.reserve(6 * shared);
+  // The shared triangles' corners lie scattered over the scratch, and
+  // waiting for each was the partition's costliest load: they are picked out
+  // first, in list order, so that each one's corners are asked for a few
+  // clips ahead.
+  const auto& all = tree.buildCorners;
+  std::vector<uint32_t> picked(parent.triangleList.size());
+  size_t pickedCount = 0;
   for (uint32_t triangle : parent.triangleList) {
-    if (sides[triangle] != BothSides || triangle >= tree.buildCorners.size()) continue;
-    const KDTriangleCorners& corners = tree.buildCorners[triangle];
+    picked[pickedCount] = triangle;
+    pickedCount += sides[triangle] == BothSides && triangle < all.size();
+  }
+  constexpr size_t Ahead = 8;
+  for (size_t k = 0; k < pickedCount; ++k) {
+    if (k + Ahead < pickedCount) {
+      const char* next = reinterpret_cast<const char*>(&all[picked[k + Ahead]]);
+      __builtin_prefetch(next);
+      __builtin_prefetch(next + sizeof(KDTriangleCorners) - 1);
+    }
+    const uint32_t triangle = picked[k];
+    const KDTriangleCorners& corners = all[triangle];
     if (!corners.valid) continue;
     for (size_t c = 0; c < count; ++c) {
       float lo[3], hi[3];
