@@ -90,6 +90,47 @@ TEST(KDBuildParts, ClipGivesThePlaneByPlaneResultToTheBit) {
   EXPECT_GT(clipped, 1000);
 }
 
+TEST(KDBuildParts, ATriangleWhollyInTheBoxGetsTheClipsRangeSignedZerosIncluded) {
+  // Worked by hand: no plane of the box [-1, 4]^3 cuts these triangles, and
+  // six planes that keep every corner each turn the polygon's start by one,
+  // back to the first corner; the range is read from there. So -0 before +0
+  // gives a start of -0 on x, +0 before -0 a start of +0. The third
+  // triangle touches the faces x = -1 and z = 4; the fourth crosses x = 4.
+  const float corners[4][3][3] = {{{-0.0f, 1, 1}, {0.0f, 2, 1}, {0.5f, 1, 3}},
+                                  {{0.0f, 1, 1}, {-0.0f, 2, 1}, {0.5f, 1, 3}},
+                                  {{-1, 0, 4}, {2, 0, 4}, {2, 3, 1}},
+                                  {{3, 0, 0}, {6, 0, 0}, {3, 2, 0}}};
+  const float expected[4][6] = {
+      {-0.0f, 0.5f, 1, 2, 1, 3}, {0.0f, 0.5f, 1, 2, 1, 3}, {-1, 2, 0, 3, 1, 4}, {3, 4, 0, 2, 0, 0}};
+  SWMeshTable table;
+  SWMesh mesh;
+  for (const auto& triangle : corners)
+    for (const auto& corner : triangle) {
+      SCENE_VERTEX v{};
+      v.position = {corner[0], corner[1], corner[2]};
+      mesh.indices.push_back(uint32_t(mesh.vertices.size()));
+      mesh.vertices.push_back(v);
+    }
+  table.meshes.push_back(mesh);
+  table.instances.push_back({0, 0, 0xFFFFFFFF});
+  KDTree tree;
+  tree.triangles.resize(4);
+  ASSERT_EQ(FillInstanceTriangles(table, 0, tree.triangles.data(), 4), 4u);
+  tree.buildCorners.resize(4);
+  const float boxMin[3] = {-1, -1, -1}, boxMax[3] = {4, 4, 4};
+  std::vector<SCENE_VERTEX_XYZ> a, b;
+  for (uint32_t t = 0; t < 4; ++t) {
+    KDEventList events;
+    AddTriangleEvents(tree, table, t, boxMin, boxMax, a, b, events);
+    ASSERT_EQ(events.size(), t == 3 ? 5u : 6u) << t;  // the fourth is flat on z
+    std::vector<uint32_t> got, want;
+    for (const KDEvent& e : events) got.push_back(std::bit_cast<uint32_t>(e.position));
+    for (int k = 0; k < 6; ++k)
+      if (t != 3 || k != 5) want.push_back(std::bit_cast<uint32_t>(expected[t][k]));
+    EXPECT_EQ(got, want) << t;
+  }
+}
+
 TEST(KDBuildParts, MergeInPiecesKeepsOlderEventsFirstWhereTheCutsFall) {
   // Older events at 1, 2, 2, 2, 3 (triangles 0-4), fresh ones at 2, 2, 4
   // (10-12). Cuts fall on the key 2, which has events in both lists.
