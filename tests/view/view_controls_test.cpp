@@ -47,12 +47,6 @@ TEST(ViewRequests, ChangesAddUpAndAFitForgetsEarlierMoves) {
   EXPECT_TRUE(change.fit && change.modesChanged && change.resized);
 }
 
-TEST(ViewRequests, BlocksOfThirtyTwoPixelsCoverTheFrame) {
-  EXPECT_EQ(BlocksPerPass(800, 600), 25u * 19u);
-  EXPECT_EQ(BlocksPerPass(33, 1), 2u);
-  EXPECT_EQ(BlocksPerPass(0, 5), 0u);
-}
-
 platform::PostedMessage Message(unsigned code, WPARAM w = 0, LPARAM l = 0) {
   return {code, w, l};
 }
@@ -74,23 +68,6 @@ TEST(ViewTitle, FollowsBlocksFramesAndUpdates) {
   EXPECT_EQ(status.Receive(Message(FrameDoneMessage, 1, 900000), 3.1), ViewStatus::Event::None);
   EXPECT_EQ(status.Receive(Message(FrameDoneMessage, 2, 1500000), 3.1), ViewStatus::Event::FrameComplete);
   EXPECT_EQ(status.Title({}), "ray tracing | frame 1.50 s | UpdateFrame 2 ms (camera move)");
-}
-
-TEST(ViewTitle, CountsPathTracingPasses) {
-  ViewStatus status;
-  const RenderModes paths{true, true, false};
-  status.Receive(Message(FrameStartedMessage, 7, 2), 1.0);
-  status.Receive(Message(PBM_STEPIT), 1.2);
-  EXPECT_EQ(status.Title(paths), "path tracing, photons | pass 1 50%");
-  EXPECT_EQ(status.Receive(Message(PBM_STEPIT), 2.0), ViewStatus::Event::PassComplete);
-  status.Receive(Message(PBM_STEPIT), 2.1);
-  status.Receive(Message(PBM_STEPIT), 2.5);
-  EXPECT_EQ(status.CompletePasses(), 2);
-  EXPECT_DOUBLE_EQ(status.PassSeconds(), 0.5);
-  EXPECT_EQ(status.Title(paths), "path tracing, photons | pass 3 0%, 500 ms a pass");
-  // A new frame starts counting again.
-  status.Receive(Message(FrameStartedMessage, 8, 2), 3.0);
-  EXPECT_EQ(status.CompletePasses(), 0);
 }
 
 TEST(ViewOptions, OwnOptionsBesideThoseOfTheRenderProgram) {
