@@ -145,7 +145,7 @@ TEST_F(ViewProgram, ShowsTheDemoHouseAndADragTurnsTheCameraWithoutRebuildingTheM
 
   // The log: one model build at the start, then camera moves only, as no
   // tree is rebuilt (how long each took depends on the machine's load, so
-  // it is not compared). Every UpdateFrame wrote its own timing line too.
+  // it is not compared).
   const std::string lines = ReadText(log);
   const std::regex update("view: UpdateFrame after a ([a-z ]+): [0-9.e+-]+ ms");
   std::vector<std::string> updates;
@@ -155,8 +155,6 @@ TEST_F(ViewProgram, ShowsTheDemoHouseAndADragTurnsTheCameraWithoutRebuildingTheM
   std::vector<std::string> expected(updates.size(), "camera move");
   expected[0] = "model change";
   EXPECT_EQ(updates, expected) << lines;
-  EXPECT_EQ(Count(lines, "UpdateFrame Time = "), static_cast<int>(updates.size()));
-  EXPECT_EQ(Count(lines, "view: input to complete picture: "), 1);
 }
 
 TEST(ViewProgramWithoutDisplay, SaysSoInOneLine) {
