@@ -111,15 +111,6 @@ TEST(Graphics, SubRectangleAtAPointOntoSurfacesOfEachDepth) {
   ASSERT_EQ(graphics.DrawImage(&source, 2, 2, 1, 2, 2, 2, UnitPixel), Ok);
   EXPECT_EQ(std::tuple(At(dc.surface, 2, 2), At(dc.surface, 2, 1)), std::tuple(0xFF000015u, 0u));
   EXPECT_EQ(graphics.DrawImage(&source, 0, 0, 0, 0, 1, 1, UnitWorld), InvalidParameter);
-
-  // Opaque red becomes its luminance, (299 * 255 + 500) / 1000, at 8 bits.
-  Put(source.Surface(), 0, 0, 0xFFFF0000);
-  dc.surface = Over(bytes, 1, 1, 8);
-  Graphics(&dc).DrawImage(&source, 0, 0, 0, 0, 1, 1, UnitPixel);
-  EXPECT_EQ(At(dc.surface, 0, 0), 76u);
-  dc.surface = Over(bytes, 1, 1, 24);
-  Graphics(&dc).DrawImage(&source, 0, 0, 0, 0, 1, 1, UnitPixel);
-  EXPECT_EQ(At(dc.surface, 0, 0), 0xFF0000u);
 }
 
 TEST(StretchBlt, DropsOrRepeatsPixelsAtEachDepth) {

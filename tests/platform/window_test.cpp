@@ -1,6 +1,4 @@
 #include <gtest/gtest.h>
-#include <set>
-#include <thread>
 #include <tuple>
 #include <utility>
 #include <vector>
@@ -70,26 +68,4 @@ TEST(Windows, MessagesReachTheReceiverAndHeadlessWindowsGiveNoContext) {
   EXPECT_EQ(std::tuple(client.right, client.bottom), std::tuple(640, 480));
   EXPECT_EQ(GetDC(&headless), nullptr);
   EXPECT_TRUE(PostMessageA(&headless, PBM_STEPIT, 0, 0));
-}
-
-// Four workers blit their blocks while the host reads the window.
-TEST(RecordingWindow, ConcurrentBlocksAllArrive) {
-  RecordingWindow window(16, 16);
-  std::vector<std::thread> workers;
-  for (int t = 0; t < 4; ++t)
-    workers.emplace_back([&window, t] {
-      std::vector<uint8_t> bytes(8 * 8 * 4, uint8_t(t + 1));
-      const platform::PixelSurface block{8, 8, 32, bytes.data(), 32};
-      const RECT destination{(t % 2) * 8, (t / 2) * 8, (t % 2) * 8 + 8, (t / 2) * 8 + 8};
-      for (int i = 0; i < 50; ++i) window.DrawPixels(block, {0, 0, 8, 8}, destination, true);
-    });
-  std::set<uint32_t> seen;
-  for (int i = 0; i < 200; ++i) seen.insert(window.Pixel(i % 16, (i / 16) % 16));
-  for (auto& worker : workers) worker.join();
-  // Whole pixels only: black, or one worker's colour.
-  for (uint32_t value : seen)
-    EXPECT_TRUE(value == 0xFF000000u || (value % 0x01010101u == 0 && value <= 0x04040404u));
-  for (int t = 0; t < 4; ++t)
-    EXPECT_EQ(window.Pixel((t % 2) * 8 + 3, (t / 2) * 8 + 5), 0x01010101u * (t + 1));
-  EXPECT_EQ(window.Events().size(), 200u);
 }
