@@ -44,12 +44,8 @@ class Recorder : public TRAVERSE_SCENE_GRAPH {
   void TraversalLeaveNode(SCENE_GRAPH_NODE_INTERFACE* node) override {
     log.push_back(std::string("-") + node->GetNodeName());
   }
-  bool TraversalQueryTrue() const override { return meshFirst; }
-  bool TraversalQueryFalse() const override { return log.size() >= stopAfter; }
 
   std::vector<std::string> log;
-  bool meshFirst = true;
-  size_t stopAfter = 1000;
 };
 
 void ExpectPoint(const SCENE_VERTEX_XYZ& p, float x, float y, float z) {
@@ -85,24 +81,12 @@ TEST(SceneGraph, WalkBracketsNodesAndSkipsInactiveOnes) {
   hidden->AddChildNode(MeshNode("below"));
   hidden->ActivateNode(false);
 
-  Recorder meshFirst;
-  TraverseSceneGraph(root, &meshFirst);
+  Recorder walk;
+  TraverseSceneGraph(root, &walk);
   // The inactive node is entered, answers false, and gets neither mesh,
   // children nor leave.
-  EXPECT_EQ(meshFirst.log, (std::vector<std::string>{"+Scene Graph Root", "+a", "mesh a", "+b", "+hidden",
-                                                     "-b", "-a", "+c", "mesh c", "-c", "-Scene Graph Root"}));
-
-  Recorder childrenFirst;
-  childrenFirst.meshFirst = false;
-  TraverseSceneGraph(a, &childrenFirst);
-  EXPECT_EQ(childrenFirst.log, (std::vector<std::string>{"+a", "+b", "+hidden", "-b", "mesh a", "-a"}));
-
-  // Stopping still leaves every node entered so far, innermost first.
-  Recorder stopper;
-  stopper.stopAfter = 3;
-  TraverseSceneGraph(root, &stopper);
-  EXPECT_EQ(stopper.log,
-            (std::vector<std::string>{"+Scene Graph Root", "+a", "mesh a", "-a", "-Scene Graph Root"}));
+  EXPECT_EQ(walk.log, (std::vector<std::string>{"+Scene Graph Root", "+a", "mesh a", "+b", "+hidden", "-b",
+                                                "-a", "+c", "mesh c", "-c", "-Scene Graph Root"}));
 
   EXPECT_EQ(scene.GetSceneGraphNode("below")->GetParentNode(), hidden);
   EXPECT_EQ(scene.GetSceneGraphNode("nothing"), nullptr);
