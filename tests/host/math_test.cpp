@@ -242,6 +242,19 @@ TEST(Camera, LightProjectionsFrameTheLight) {
   EXPECT_NEAR(widest, 128, 1e-6);
 }
 
+namespace {
+
+// The face, u and v that the cube shadow map's look-up gives a direction.
+std::tuple<unsigned, double, double> CubeLookUp(const V3& d) {
+  const double ax = std::fabs(d.x), ay = std::fabs(d.y), az = std::fabs(d.z);
+  if (ax >= ay && ax >= az)
+    return {d.x > 0 ? 0 : 1, ((d.x > 0 ? -d.z : d.z) / ax + 1) / 2, (1 - d.y / ax) / 2};
+  if (ay >= az) return {d.y > 0 ? 2 : 3, (d.x / ay + 1) / 2, ((d.y > 0 ? d.z : -d.z) / ay + 1) / 2};
+  return {d.z > 0 ? 4 : 5, ((d.z > 0 ? d.x : -d.x) / az + 1) / 2, (1 - d.y / az) / 2};
+}
+
+}  // namespace
+
 TEST(Camera, CubeFacesLookAlongTheirAxesAndAreRotations) {
   const V3 position{1, 2, 3};
   const V3 pictureAxes[6] = {{1, 0, 0}, {-1, 0, 0}, {0, 0, 1}, {0, 0, -1}, {0, 1, 0}, {0, -1, 0}};
@@ -256,6 +269,20 @@ TEST(Camera, CubeFacesLookAlongTheirAxesAndAreRotations) {
       EXPECT_NEAR(Determinant33(view), 1.0, 1e-12);
       // A picture's side faces stand upright.
       if (picture && a.z == 0) ExpectNear(Through(view, {position.x, position.y, position.z + 1}), {0, 1, 0});
+      if (picture) continue;
+      // The ray through a shadow face's point (u, v) of its right-angled
+      // view, screen y down, is the direction that the cube look-up (whose
+      // y is the world's negated) sends to that face at u, v.
+      SCENE_MATRIX_64 eyeToWorld;
+      ASSERT_TRUE(GetInverseMatrix(&view, &eyeToWorld));
+      for (const auto& [u, v] : {std::pair{0.1, 0.3}, {0.8, 0.6}}) {
+        V3 ray{2 * u - 1, 1 - 2 * v, -1};
+        TransformPoint3D_M33(&eyeToWorld, &ray, &ray);
+        const auto [lookedUp, lu, lv] = CubeLookUp({ray.x, -ray.y, ray.z});
+        EXPECT_EQ(lookedUp, face);
+        EXPECT_NEAR(lu, u, 1e-9);
+        EXPECT_NEAR(lv, v, 1e-9);
+      }
     }
   }
   SCENE_MATRIX_64 first, beyond;

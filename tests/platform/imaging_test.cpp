@@ -196,7 +196,8 @@ TEST(TextConversion, Utf8ConvertsExactlyOrNotAtAll) {
   char back[8];
   ASSERT_EQ(WideCharToMultiByte(CP_UTF8, 0, wide, -1, back, 8, nullptr, nullptr), 8);
   EXPECT_STREQ(back, text);
-  for (const char* bad : {"\xC0\xAF", "\xED\xA0\x80", "\xE2\x82"})  // overlong, surrogate, cut
+  // Overlong, a surrogate, beyond U+10FFFF, cut short.
+  for (const char* bad : {"\xC0\xAF", "\xED\xA0\x80", "\xF4\x90\x80\x80", "\xE2\x82"})
     EXPECT_EQ(MultiByteToWideChar(CP_ACP, 0, bad, -1, nullptr, 0), 0) << bad;
   EXPECT_EQ(MultiByteToWideChar(1252, 0, "a", -1, nullptr, 0), 0);
   const wchar_t surrogate[] = {wchar_t(0xD800), 0};
