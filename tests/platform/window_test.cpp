@@ -1,7 +1,5 @@
 #include <gtest/gtest.h>
 #include <tuple>
-#include <utility>
-#include <vector>
 
 #include "platform/Gdi.h"
 #include "platform/GdiPlus.h"
@@ -51,21 +49,4 @@ TEST(RecordingWindow, BlockOutlineLinesPaintEachEdgePixelOnce) {
       painted += edge;
     }
   EXPECT_EQ(painted, 14);
-}
-
-TEST(Windows, MessagesReachTheReceiverAndHeadlessWindowsGiveNoContext) {
-  std::vector<std::pair<unsigned, LPARAM>> received;
-  platform::MessageWindow progress(
-      [&](unsigned message, WPARAM, LPARAM lParam) { received.emplace_back(message, lParam); });
-  EXPECT_TRUE(PostMessageA(&progress, PBM_SETRANGE, 0, MAKELPARAM(0, 42)));
-  EXPECT_TRUE(PostMessageA(&progress, PBM_STEPIT, 0, 0));
-  EXPECT_EQ(received, (std::vector<std::pair<unsigned, LPARAM>>{{0x401u, 42 << 16}, {0x405u, 0}}));
-  EXPECT_FALSE(PostMessageA(nullptr, PBM_STEPIT, 0, 0));
-
-  platform::NullWindow headless(640, 480);
-  RECT client;
-  ASSERT_TRUE(GetClientRect(&headless, &client));
-  EXPECT_EQ(std::tuple(client.right, client.bottom), std::tuple(640, 480));
-  EXPECT_EQ(GetDC(&headless), nullptr);
-  EXPECT_TRUE(PostMessageA(&headless, PBM_STEPIT, 0, 0));
 }
