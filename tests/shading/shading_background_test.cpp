@@ -79,11 +79,4 @@ TEST_F(Background, FogAndMistOnlyOnCameraRays) {
   ExpectColor(color, 0.6f, 0.7f, 0.8f, 0.7f);
   ApplyMist(options, {0, 0, 6.5}, color);
   ExpectColor(color, 0.6f, 0.7f, 0.8f, 0.7f);
-
-  // Fog on a hit grows from the near to the far plane; 0/0 counts as none.
-  options.SetFogLevel(80);
-  EXPECT_FLOAT_EQ(HitFogFactor(options, 0.5, 1, 11), 0.0f);
-  EXPECT_FLOAT_EQ(HitFogFactor(options, 6, 1, 11), 0.4f);
-  EXPECT_FLOAT_EQ(HitFogFactor(options, 50, 1, 11), 0.8f);
-  EXPECT_FLOAT_EQ(HitFogFactor(options, 3, 3, 3), 0.0f);
 }
