@@ -1,29 +1,7 @@
 #include <gtest/gtest.h>
 
-#include "EngineTestAccess.h"
 #include "RenderScene.h"
 #include "TestDoubles.h"
-#include "host/brindlexutil.h"
-
-TEST(EngineLifecycle, OneWorkerPerProcessorFromInitializeToShutDown) {
-  // Reference counting destroys at zero, even without Initialize.
-  RENDER_ENGINE_INTERFACE* unused = CreateRenderEngine();
-  EXPECT_EQ(unused->AddRef(), 2u);
-  EXPECT_EQ(unused->Release(), 1u);
-  EXPECT_EQ(unused->Release(), 0u);  // ASan reports any leak
-  auto* engine = static_cast<RT_RENDER_ENGINE*>(CreateRenderEngine());
-  for (int start = 0; start < 2; ++start) {  // the engine starts again after ShutDown
-    EXPECT_EQ(engine->GetProcessorCount(), 0u);
-    engine->Initialize(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
-    EXPECT_EQ(engine->GetProcessorCount(), ::GetProcessorCount());
-    EXPECT_EQ(EngineTestAccess(engine).CoreTokens(),
-              long(::GetProcessorCount()));  // each idle worker's token
-    if (start == 1) break;
-    engine->ShutDown();
-    engine->ShutDown();  // twice does no harm
-  }
-  engine->Release();  // the destructor shuts down the running workers
-}
 
 TEST(EngineLifecycle, AModelNotificationMakesTheNextUpdateRebuild) {
   // Green ground seen from above; a blue roof is added to the host's graph

@@ -24,36 +24,8 @@ const SCENE_VERTEX A = Corner(0, 0, 0, 0, 0), B = Corner(2, 0, 0, 1, 0), C = Cor
 
 }  // namespace
 
-TEST(HitGeometry, TriangleNormalAndRayDifferentials) {
-  ExpectVector(CalculateTriangleNormal(A, C, B), 0, 0, -1);  // the winding sets the side
-
-  // The main ray hits (0.5, 0.5, 0) straight down; the neighbouring
-  // pixels' rays start 0.1 further along x and y. Rows: corners (x, y, u, v)
-  // in the plane z = 0, and the expected du/dx, dv/dx, du/dy, dv/dy.
-  const struct {
-    float corners[3][4];
-    double expected[4];
-  } cases[] = {
-      {{{0, 0, 0, 0}, {2, 0, 1, 0}, {0, 2, 0, 1}}, {0.05, 0, 0, 0.05}},
-      // One u and v everywhere: the frame comes from the normal (0, 0, 1),
-      // dPdu = (0, 1, 0) and dPdv = n x dPdu = (-1, 0, 0), solved on x and y.
-      {{{0, 0, 0.3f, 0.3f}, {2, 0, 0.3f, 0.3f}, {0, 2, 0.3f, 0.3f}}, {0, -0.1, 0.1, 0}},
-  };
-  const SCENE_VERTEX_XYZ_64 down = {0, 0, -1};
-  for (const auto& [p, expected] : cases) {
-    SCENE_VERTEX_XYZ_64 dPdx{}, dPdy{};
-    double d[4] = {-9, -9, -9, -9};  // du/dx, dv/dx, du/dy, dv/dy
-    CalculateRayDifferentials(Corner(p[0][0], p[0][1], 0, p[0][2], p[0][3]),
-                              Corner(p[1][0], p[1][1], 0, p[1][2], p[1][3]),
-                              Corner(p[2][0], p[2][1], 0, p[2][2], p[2][3]), {0, 0, 1}, {0.6, 0.5, 5}, down,
-                              {0.5, 0.6, 5}, down, {0.5, 0.5, 0}, dPdx, dPdy, d[0], d[2], d[1], d[3]);
-    ExpectVector(dPdx, 0.1, 0, 0);
-    ExpectVector(dPdy, 0, 0.1, 0);
-    for (int i = 0; i < 4; ++i) EXPECT_NEAR(d[i], expected[i], 1e-9) << i;
-  }
-}
-
 TEST(HitGeometry, IntersectionNormalWithReliefAndSides) {
+  ExpectVector(CalculateTriangleNormal(A, C, B), 0, 0, -1);  // the winding sets the side
   RT_RENDER_ENGINE engine;
   ShadingTestAccess access(&engine);
   // A texel (bytes blue, green, red) tilted to (1, -1, 1).
