@@ -1,12 +1,9 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <set>
-#include <utility>
 
 #include "host/BrindlexViewModel.h"
 #include "engine/BrindlexViewRTRenderEngine.h"
-#include "pipeline/BlockOrder.h"
 #include "pipeline/FrameSetUp.h"
 
 namespace {
@@ -107,19 +104,4 @@ TEST_F(CameraTest, AntialiasingLevelNTakesTwoToTheNRaysAPixel) {
   options.SetPathTracing(false);
   options.SetAntiAliasing(false);
   EXPECT_EQ(uint32_t(Camera({0, 0, 2, 2}).samples), 1u);
-}
-
-TEST(PipelineBlocks, RingsRunClockwiseFromTheMiddleAndSkipTheOutside) {
-  using Order = std::vector<std::pair<uint32_t, uint32_t>>;
-  auto listed = [](uint32_t x, uint32_t y) {
-    Order order;
-    for (BlockCoordinate block : BlocksFromTheMiddle(x, y)) order.push_back({block.column, block.row});
-    return order;
-  };
-  EXPECT_EQ(listed(3, 3), (Order{{1, 1}, {0, 0}, {1, 0}, {2, 0}, {2, 1}, {2, 2}, {1, 2}, {0, 2}, {0, 1}}));
-  EXPECT_EQ(listed(1, 5), (Order{{0, 2}, {0, 1}, {0, 3}, {0, 0}, {0, 4}}));
-  EXPECT_EQ(listed(4, 2).front(), std::make_pair(1u, 0u));  // even counts: left of the middle
-  EXPECT_TRUE(listed(0, 3).empty());
-  const Order wide = listed(9, 4);  // rings past the short side still cover the rest once
-  EXPECT_EQ(std::set(wide.begin(), wide.end()).size(), 36u);
 }
