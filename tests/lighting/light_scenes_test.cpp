@@ -75,9 +75,6 @@ const LitScene Scenes[] = {
      Grey(0.5 * Cos(10) + 0.25 * Phong(Cos(10)))},
     {"soft spot on the rim", Light(1, {0, 0, 4}, Lit | LightSoftEdge, 10, 30), Tan20, 0,
      Grey(Spot20*(Cos(20) - Cos(30)) / (Cos(13.5) - Cos(30)))},
-    // Measured along the axis: d2 = 16, 7 past the start radius.
-    {"spot falloff along its axis", Light(1, {0, 0, 4}, Lit | LightHasFalloff, 10, 45, 3, 5), 3, 0,
-     Grey(Side * 0.72 * 0.72)},
     {"direct light: no falloff, though asked, and the same far from its position",
      Light(2, {3, 0, 4}, Lit | LightHasFalloff, 15, 0, 1, 1), -5, 3, Grey(1.5 * Side)},
     // The opening at height 4 with a 45 degree half-angle puts the virtual

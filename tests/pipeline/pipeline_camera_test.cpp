@@ -93,15 +93,3 @@ TEST_F(CameraTest, PrimaryRaysLeaveTheEyeThroughTheirPixels) {
     ExpectPoint(o, 1 + t * axes[face].x, 2 + t * axes[face].y, 3 + t * axes[face].z);  // on the axis
   }
 }
-
-TEST_F(CameraTest, AntialiasingLevelNTakesTwoToTheNRaysAPixel) {
-  for (unsigned level = 0; level <= 4; ++level) {
-    options.SetAntialiasingLevel(level);
-    EXPECT_EQ(uint32_t(Camera({0, 0, 2, 2}).samples), 1u << level);
-  }
-  options.SetPathTracing(true);  // path tracing takes one, as does no antialiasing
-  EXPECT_EQ(uint32_t(Camera({0, 0, 2, 2}).samples), 1u);
-  options.SetPathTracing(false);
-  options.SetAntiAliasing(false);
-  EXPECT_EQ(uint32_t(Camera({0, 0, 2, 2}).samples), 1u);
-}

@@ -12,7 +12,6 @@
 #include "host/BrindlexTexture.h"
 #include "host/BrindlexViewModel.h"
 #include "engine/BrindlexViewRTRenderEngine.h"
-#include "HDRPictures.h"
 #include "PipelineTestAccess.h"
 #include "TestFolder.h"
 #include "platform/Window.h"
@@ -248,28 +247,4 @@ TEST_F(RenderToFileTest, AbortLeavesThePictureOfTheLastCompletePass) {
   EXPECT_EQ(ReadPicture(name).back(), Mark(63, 63, 1));
   EXPECT_EQ(Status(), 0);
   EXPECT_TRUE(Complete());
-}
-
-TEST_F(RenderToFileTest, HDRPicturesHoldTheRunningMeanBeforeTheToneMap) {
-  Start(40, 30);
-  recorder->marking = true;
-  // An ".exr" name, in any case, takes the running mean of every tile:
-  // the marking recorder's (x, y, pass) in red, green, blue, whole numbers
-  // that half floats hold exactly. Checkpoints are copies as the picture
-  // has them every 25 passes.
-  engine->SetRenderToFileSavePathTracingCheckpoints(true);
-  Render(100, 60, folder + "mean.EXR", 25);
-  EXPECT_EQ(Status(), 0);
-  EXPECT_TRUE(Complete());
-  const HDRPicture picture = ReadHDRPicture(folder + "mean.EXR");
-  ASSERT_EQ(picture.pixels.size(), 6000u);
-  int misplaced = 0;
-  for (int i = 0; i < 6000; ++i) {
-    const Imf::Rgba p = picture.pixels[size_t(i)];
-    misplaced +=
-        float(p.r) != float(i % 100) || float(p.g) != float(i / 100) || float(p.b) != 25 || float(p.a) != 1;
-  }
-  EXPECT_EQ(misplaced, 0);
-  EXPECT_TRUE(fs::exists(folder + "CheckPoint/mean_25.EXR"));
-  EXPECT_EQ(std::distance(fs::directory_iterator(folder + "CheckPoint"), {}), 1);
 }
