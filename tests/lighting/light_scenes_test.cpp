@@ -46,6 +46,7 @@ struct LitScene {
   bool optionsAfterUpdate = false;
   float ambientLevel = 0;
   float diffuseLevel = 50;
+  bool blackTexture = false;  // on the floor
 };
 
 const SCENE_LIGHT_DEFINITION None = Light(0, {0, 0, 4}, Lit, 0);
@@ -100,6 +101,8 @@ const LitScene Scenes[] = {
     // from (-50, -50, 100), 2.0, neither with a highlight.
     {"default lights", Light(0, {0, 0, 4}), 0, 0, Grey(0.15 + 0.2 * (0.7 + 2.0 * 100 / std::sqrt(15000.0))),
      [](MODE_RENDER_OPTIONS& o) { o.SetCustomLighting(false); }, false, 50, 20},
+    {"a black texture tints all but the highlight", Light(0, {0, 0, 4}), 0, 0, Grey(0.25), nullptr, false, 0,
+     50, true},
     {"bright light is clamped to 1", Light(0, {0, 0, 4}, Lit, 30), 0, 0, Grey(1)},
     // The photon maps of the last update are empty: only ambient is left.
     {"photons standing in for all direct light", Light(0, {0, 0, 4}), 0, 0, Grey(0.2),
@@ -122,7 +125,9 @@ TEST(LightScenes, HandWorkedColoursOfOneLitPoint) {
       l.SetDiffuseLevel(s.diffuseLevel);
       l.SetSpecularLevel(25);
       l.SetEmissiveLevel(0);
+      if (s.blackTexture) l.SetTextureLinkFullFileName("black.png");
     });
+    scene.Picture("black.png", 2, 2, [](int, int) { return 0xFF000000u; });
     scene.Material("Blocker", [](TEXTURE_LINK&) {});
     scene.Quad("Blocker", {1.75f, -0.5f, 2}, {2.25f, -0.5f, 2}, {2.25f, 0.5f, 2}, {1.75f, 0.5f, 2});
     if (s.light.intensity != 0) {
