@@ -115,6 +115,9 @@ class RenderScene {
     engine->RenderFrame(&project, view, project.GetSceneGraph(), {0, 0, width, height}, true);
   }
 
+  // The shaded colour of pixel (x, y), y from the top, before tone mapping.
+  SCENE_VERTEX_XYZW Color(int x, int y) { return pipeline.FrameHDR()[size_t(y) * width + x]; }
+
   const int width, height;
   RT_RENDER_ENGINE* engine = static_cast<RT_RENDER_ENGINE*>(CreateRenderEngine());
   PipelineTestAccess pipeline{engine};
