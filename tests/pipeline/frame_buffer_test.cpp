@@ -2,8 +2,6 @@
 
 #include "TestDoubles.h"
 
-#include <functional>
-
 #include "host/BrindlexViewModel.h"
 #include "engine/BrindlexViewRTRenderEngine.h"
 #include "platform/CImage.h"
@@ -13,19 +11,12 @@
 namespace {
 
 // A recording window whose client area the test can change, as a user
-// drags the window's frame. A host's engine that does its own work when
-// the frame buffer is locked must see every lock that the engine takes.
+// drags the window's frame.
 class ResizableWindow : public platform::RecordingWindow {
  public:
   ResizableWindow(int width, int height) : RecordingWindow(64, 64), client{0, 0, width, height} {}
   void GetClientRect(RECT& rect) const override { rect = client; }
   RECT client;
-};
-class LockCountingEngine : public RT_RENDER_ENGINE {
- public:
-  void LockSWFrameBuffer() override { ++locks, RT_RENDER_ENGINE::LockSWFrameBuffer(); }
-  void UnLockSWFrameBuffer() override { ++unlocks, RT_RENDER_ENGINE::UnLockSWFrameBuffer(); }
-  int locks = 0, unlocks = 0;
 };
 
 constexpr uint32_t Red = 0xFFFF0000, Green = 0xFF00FF00, Blue = 0xFF0000FF, Grey = 0xFF808080;
@@ -36,18 +27,11 @@ void Paint(PipelineTestAccess& access, int x, int y, uint32_t argb) {
 
 }  // namespace
 
-TEST(FrameBuffer, ResizeStretchesThePictureIntoBothBuffersUnderTheHostsLock) {
-  LockCountingEngine engine;
+TEST(FrameBuffer, ResizeStretchesThePictureIntoBothBuffers) {
+  RT_RENDER_ENGINE engine;
   PipelineTestAccess access(&engine);
   ResizableWindow window(2, 2);
-  // Every operation on the buffers locks through the virtual operations.
-  const auto locked = [&](const char* name, const std::function<void()>& operation) {
-    engine.locks = engine.unlocks = 0;
-    operation();
-    EXPECT_GE(engine.locks, 1) << name;
-    EXPECT_EQ(engine.unlocks, engine.locks) << name;
-  };
-  locked("InitializeRendererWindow", [&] { engine.InitializeRendererWindow(&window, nullptr); });
+  engine.InitializeRendererWindow(&window, nullptr);
   ASSERT_EQ(access.FrameWidth(), 2u);
   // The resize question: a new size, not minimised (1), not empty.
   EXPECT_FALSE(engine.DoesRendererNeedToResizeClientArea(0, MAKELPARAM(2, 2)));
@@ -59,7 +43,7 @@ TEST(FrameBuffer, ResizeStretchesThePictureIntoBothBuffersUnderTheHostsLock) {
   for (int y = 0; y < 2; ++y)
     for (int x = 0; x < 2; ++x) Paint(access, x, y, colours[y][x]);
   window.client = {0, 0, 4, 4};
-  locked("ResizeClientArea", [&] { engine.ResizeClientArea(nullptr, nullptr); });
+  engine.ResizeClientArea(nullptr, nullptr);
   ASSERT_EQ(access.FrameWidth(), 4u);
   for (int i = 0; i < 16; ++i) {
     // Doubling repeats each pixel as a 2 x 2 square.
@@ -73,15 +57,15 @@ TEST(FrameBuffer, ResizeStretchesThePictureIntoBothBuffersUnderTheHostsLock) {
   Paint(access, 1, 1, Grey);
   ATL::CImage image;
   ASSERT_NE(image.Create(2, 2, 32), 0);
-  locked("GetFrameImage", [&] { engine.GetFrameImage(image, nullptr, nullptr); });
+  engine.GetFrameImage(image, nullptr, nullptr);
   const uint8_t* p = image.Surface().Row(0);
   EXPECT_EQ(p[0] | p[1] << 8 | p[2] << 16 | uint32_t(p[3]) << 24, Grey);
-  locked("RepaintScreen", [&] { EXPECT_EQ(engine.RepaintScreen(RECT{0, 0, 8, 8}), 0u); });
+  EXPECT_EQ(engine.RepaintScreen(RECT{0, 0, 8, 8}), 0u);
   EXPECT_EQ(window.Pixel(1, 1), Red);
   EXPECT_EQ(window.Pixel(2, 2), Grey);
   EXPECT_EQ(window.Pixel(4, 0), Green);
 
-  locked("ShutDownRendererWindow", [&] { engine.ShutDownRendererWindow(); });
+  engine.ShutDownRendererWindow();
   engine.ShutDownRendererWindow();  // twice does no harm
   EXPECT_EQ(access.FrameBitmap(), nullptr);
   EXPECT_FALSE(engine.DoesRendererNeedToResizeClientArea(0, MAKELPARAM(5, 4)));  // no bitmap

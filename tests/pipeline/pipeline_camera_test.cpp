@@ -1,12 +1,9 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <set>
-#include <utility>
 
 #include "host/BrindlexViewModel.h"
 #include "engine/BrindlexViewRTRenderEngine.h"
-#include "pipeline/BlockOrder.h"
 #include "pipeline/FrameSetUp.h"
 
 namespace {
@@ -29,21 +26,18 @@ void ExpectPoint(SCENE_VERTEX_XYZ_64 p, double x, double y, double z) {
 // origin. The scene is one triangle spanning -20..20 on every axis.
 struct CameraTest : ::testing::Test {
   void SetUp() override {
+    view.GetViewFileState()->SetCameraInfo({{0, 10, 0}, {0, 0, 0}, 90.0f, 10.0f, 0.0f});  // y kept negated
     SCENE_GRAPH_NODE* box = new SCENE_GRAPH_NODE("box");
     const SCENE_VERTEX corners[3] = {
         {{-20, -20, -20}, {}, 0, 0, {}}, {{20, 20, 20}, {}, 0, 0, {}}, {{20, -20, 20}, {}, 0, 0, {}}};
     const unsigned int indices[3] = {0, 1, 2};
     box->CreateNodeMeshData()->SetMeshData(corners, 3, indices, 3);
     scene.GetRootNode()->AddChildNode(box);
-    SetCamera({0, 10, 0});  // the camera record keeps y negated
-  }
-  void SetCamera(SCENE_VERTEX_XYZ eye) {
-    view.GetViewFileState()->SetCameraInfo({eye, {0, 0, 0}, 90.0f, 10.0f, 0.0f});
   }
   SWRT_RENDER_THREAD_DATA Camera(RECT viewRect, SCENE_VERTEX_XYZ* cubeEye = nullptr, int face = 0) {
     SWRT_RENDER_THREAD_DATA frame;
-    EXPECT_TRUE(SetUpFrameCamera(&view, &scene, viewRect, viewRect, &options, cubeEye, face, 40, 8,
-                                 autoHorizon, frame));
+    EXPECT_TRUE(
+        SetUpFrameCamera(&view, &scene, viewRect, viewRect, &options, cubeEye, face, 40, 8, false, frame));
     return frame;
   }
   PixelRaySet Rays(const SWRT_RENDER_THREAD_DATA& frame, unsigned x, unsigned y, unsigned samples = 1) {
@@ -55,7 +49,6 @@ struct CameraTest : ::testing::Test {
     return rays;
   }
 
-  bool autoHorizon = false;
   SCENE_GRAPH scene;
   ENVIRONMENT_3D_VIEW view;
   MODE_RENDER_OPTIONS options;
@@ -99,38 +92,4 @@ TEST_F(CameraTest, PrimaryRaysLeaveTheEyeThroughTheirPixels) {
     const double t = (o.x - 1) * axes[face].x + (o.y - 2) * axes[face].y + (o.z - 3) * axes[face].z;
     ExpectPoint(o, 1 + t * axes[face].x, 2 + t * axes[face].y, 3 + t * axes[face].z);  // on the axis
   }
-}
-
-TEST_F(CameraTest, SamplesPerPixelAndTheNearPlane) {
-  // Antialiasing level n takes 2^n rays; path tracing and no antialiasing
-  // take one.
-  for (unsigned level = 0; level <= 4; ++level) {
-    options.SetAntialiasingLevel(level);
-    EXPECT_EQ(uint32_t(Camera({0, 0, 2, 2}).samples), 1u << level);
-  }
-  options.SetPathTracing(true);
-  EXPECT_EQ(uint32_t(Camera({0, 0, 2, 2}).samples), 1u);
-  options.SetPathTracing(false);
-  options.SetAntiAliasing(false);
-  EXPECT_EQ(uint32_t(Camera({0, 0, 2, 2}).samples), 1u);
-
-  SetCamera({0, 500, 0});  // near is far above 1, unless the horizon is on
-  EXPECT_GT(float(Camera({0, 0, 2, 2}).nearDistance), 100.0f);
-  autoHorizon = true;
-  EXPECT_EQ(float(Camera({0, 0, 2, 2}).nearDistance), 1.0f);
-}
-
-TEST(PipelineBlocks, RingsRunClockwiseFromTheMiddleAndSkipTheOutside) {
-  using Order = std::vector<std::pair<uint32_t, uint32_t>>;
-  auto listed = [](uint32_t x, uint32_t y) {
-    Order order;
-    for (BlockCoordinate block : BlocksFromTheMiddle(x, y)) order.push_back({block.column, block.row});
-    return order;
-  };
-  EXPECT_EQ(listed(3, 3), (Order{{1, 1}, {0, 0}, {1, 0}, {2, 0}, {2, 1}, {2, 2}, {1, 2}, {0, 2}, {0, 1}}));
-  EXPECT_EQ(listed(1, 5), (Order{{0, 2}, {0, 1}, {0, 3}, {0, 0}, {0, 4}}));
-  EXPECT_EQ(listed(4, 2).front(), std::make_pair(1u, 0u));  // even counts: left of the middle
-  EXPECT_TRUE(listed(0, 3).empty());
-  const Order wide = listed(9, 4);  // rings past the short side still cover the rest once
-  EXPECT_EQ(std::set(wide.begin(), wide.end()).size(), 36u);
 }

@@ -52,14 +52,14 @@ class PathTraceTest : public ::testing::Test {
     scene.Options().SetCustomLighting(true);
     scene.Update();
   }
-  SCENE_VERTEX_XYZW Trace(uint32_t depth = 0) {
+  SCENE_VERTEX_XYZW Trace() {
     const PixelRaySample sample = CameraRay({0, 0, 5}, {0, 0, -1});
     SWRayIntersectionResult result{};
     const bool hit =
         scene.engine->IntersectSWGeometry(sample.origin, sample.direction, sample.inverseDirection, result);
     bool abort = false;
     return scene.engine->PathTrace(scene.View(), &scene.Options(), hit, result, sample, seeded, 1.0f, 100.0f,
-                                   0, depth, abort);
+                                   0, 0, abort);
   }
   RenderScene scene{8, 8};
   MATERIAL_3D_NODE* surfaceMaterial = nullptr;
@@ -75,12 +75,9 @@ TEST_F(PathTraceTest, MirrorsAndClearSurfacesChooseAsOftenAsTheirLevelsSay) {
     SCENE_VERTEX_XYZW color, other;
     double chance;  // of `color`
   } cases[] = {
-      {50, 100, 100, Blue, Green, 0.5},
-      {99.5f, 100, 100, Blue, Green, 1},
-      {0, 100, 100, Blue, Green, 0},
-      {0, 0, 100, Red, Red, 1},
-      {0, 30, 100, Green, Red, 0.3},
-      {0, 0, 30, Red, Clear, 0.3},  // the view's face opacity thins the wall too: past it, uncovered black
+      {50, 100, 100, Blue, Green, 0.5}, {0, 100, 100, Blue, Green, 0}, {0, 0, 100, Red, Red, 1},
+      {0, 30, 100, Green, Red, 0.3},    {0, 0, 30, Red, Clear, 0.3},  // the view's face opacity thins the
+                                                                      // wall too: past it, uncovered black
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::Message() << c.reflectivity << " " << c.opacity << " " << c.faceOpacity);
@@ -115,15 +112,6 @@ TEST_F(PathTraceTest, DepthAndBounceLimitsEndPaths) {
   }
   scene.Options().SetReflections(false);
   EXPECT_TRUE(Same(Trace(), Green));
-}
-
-TEST_F(PathTraceTest, PassingThroughEndsAtTheDepthLimitInTransparentBlack) {
-  // Seven clear panes and a clear surface: a camera ray passes them at
-  // depths 0 to 7 and shades the wall at depth 8. A ray that starts at
-  // depth 1 meets the last of them at depth 8, where it may not pass.
-  Build([](TEXTURE_LINK& l) { l.SetOpacityLevel(0); }, 0, 7);
-  EXPECT_TRUE(Same(Trace(), Red));
-  EXPECT_TRUE(Same(Trace(1), Clear));
 }
 
 TEST_F(PathTraceTest, OneDiffuseBounceAddsTheSkyWeighedByTheCosine) {

@@ -104,36 +104,3 @@ TEST(SurfaceRules, SixteenRaysOnOneTriangleShareOneEvaluation) {
     }
   }
 }
-
-TEST(SurfaceRules, TexturesTintAllButTheHighlightAndOverrideDropsTheirAlpha) {
-  // Black with alpha 128 under a white point light with highlights at
-  // (0, 0, 4): on the textured surface only the highlight is left.
-  SurfaceScene scene([](TEXTURE_LINK&) {});
-  const std::string black = scene.Picture("black.png", 2, 2, [](int, int) { return 0xFF000000u; });
-  SCENE_LIGHT_DEFINITION bulb{
-      0,  0, {0, 0, 4}, {0, 0, 0}, 0x00FFFFFF, LightEnabled | LightDiffuse | LightSpecular,
-      10, 0, 0,         0,         {},         {}};
-  scene.Lights()->AddLightInstance(scene.Lights()->AddLightDefinition(bulb), nullptr);
-  scene.Options().SetCustomLighting(true);
-  const auto shade = [&](bool textured, bool override) {
-    RenderScene::Restyle(scene.surface, [&](TEXTURE_LINK& l) {
-      l.SetColor(override ? 0x0000FF00 : 0);
-      l.SetSpecularLevel(100);
-      if (textured) l.SetTextureLinkFullFileName(black.c_str());
-      l.SetOverrideTextureWithColor(override);
-    });
-    scene.Update();
-    ShadingTestAccess access(scene.engine);
-    if (textured)
-      access.ReplaceTexture(access.MaterialRow("Surface")->textureIndex, 2, 2,
-                            [](int, int) { return 0x80000000u; });
-    return scene.Shade(0, 0, 8);  // the local colour, no continuation
-  };
-  const SCENE_VERTEX_XYZW textured = shade(true, false), plain = shade(false, false);
-  EXPECT_NEAR(textured.w, 128 / 255.0f, 1e-6f);
-  EXPECT_GT(textured.x, 0.0f);
-  EXPECT_FLOAT_EQ(plain.x, textured.x);
-  EXPECT_FLOAT_EQ(plain.w, 1.0f);
-  scene.Options().SetLighting(false);
-  ExpectColor(shade(true, true), 0, 1, 0, 1);
-}

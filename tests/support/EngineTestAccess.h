@@ -12,21 +12,10 @@ class EngineTestAccess {
   explicit EngineTestAccess(RT_RENDER_ENGINE* engine) : engine(engine) {}
 
   EngineFlags& Flags() { return engine->engineFlags; }
-  const std::string& Folder(int i) const {
-    const std::string* folders[] = {&engine->textureDirectory, &engine->colorMapFolder,
-                                    &engine->bumpMapFolder,    &engine->maskMapFolder,
-                                    &engine->fifthFolder,      &engine->sixthFolder};
-    return *folders[i];
-  }
   std::map<uint32_t, MATERIAL_3D_NODE*>& MaterialRoots() { return engine->materialRoots; }
-  const std::set<int32_t>& RemovedLights() const { return engine->removedLights; }
-  const std::set<int32_t>& ModifiedLights() const { return engine->modifiedLights; }
-  const char* RenderToFileName() const { return engine->renderToFileName; }
   size_t WorkerCount() const { return engine->renderThreads.size(); }
   long CoreTokens() const { return engine->coreTokenSemaphore->Count(); }
   long WakeCount() const { return engine->wakeSemaphore->Count(); }
-  bool HasTables() const { return engine->kdTrees && engine->meshTables && engine->lightTable; }
-  const RTRendererLight* Headlight() const { return engine->headlight; }
   KDTree& Tree(int i) { return engine->kdTrees[i]; }
   SWMeshTable& MeshTable(int i) { return engine->meshTables[i]; }
   RTLightTable& Lights() { return *engine->lightTable; }
@@ -34,8 +23,6 @@ class EngineTestAccess {
   std::vector<SWTexture*>& Textures() { return engine->textures; }
   uint32_t BackgroundTexture() const { return engine->backgroundTexture; }
   std::vector<SWMaterialEntry>& SWMaterials() { return engine->swMaterials; }
-  std::map<std::string, uint32_t>& OpaqueTextureIndex() { return engine->opaqueTextureIndex; }
-  std::map<std::string, uint32_t>& TransparentTextureIndex() { return engine->transparentTextureIndex; }
   std::vector<SWShadowMap*>& ShadowMapsSingle() { return engine->shadowMapsSingle; }
   std::map<int32_t, int32_t>& ShadowMapIndexSingle() { return engine->shadowMapIndexSingle; }
   std::set<int32_t>& DirtyShadowLights() { return engine->dirtyShadowLights; }

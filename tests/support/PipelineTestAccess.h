@@ -30,11 +30,6 @@ class PipelineTestAccess {
       for (int x = 0; x < surface.width; ++x)
         for (int b = 0; b < 4; ++b) surface.Row(y)[4 * x + b] = uint8_t(argb >> (8 * b));
   }
-  void FillHDR(const SCENE_VERTEX_XYZW& color) {
-    FrameBufferGuard guard(*engine);
-    for (size_t i = 0; i < size_t(engine->frameWidth) * engine->frameHeight; ++i)
-      engine->frameHDRBuffer[i] = color;
-  }
 
  private:
   RT_RENDER_ENGINE* engine;

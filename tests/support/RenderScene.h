@@ -42,7 +42,6 @@ class RenderScene {
   MODE_RENDER_OPTIONS& Options() { return view->GetRenderOptions(); }
   ENVIRONMENT_3D_VIEW* View() { return view; }
   SCENE_LIGHTS* Lights() { return project.GetSceneLights(); }
-  SCENE_GRAPH* Graph() { return project.GetSceneGraph(); }
 
   // A material of its own settings, edited by `setUp` from the defaults.
   MATERIAL_3D_NODE* Material(const char* id, const std::function<void(TEXTURE_LINK&)>& setUp,
@@ -118,8 +117,6 @@ class RenderScene {
 
   // The shaded colour of pixel (x, y), y from the top, before tone mapping.
   SCENE_VERTEX_XYZW Color(int x, int y) { return pipeline.FrameHDR()[size_t(y) * width + x]; }
-  // The frame bitmap's pixel as 0xAARRGGBB.
-  uint32_t Pixel(int x, int y) { return pipeline.BitmapPixel(x, y); }
 
   const int width, height;
   RT_RENDER_ENGINE* engine = static_cast<RT_RENDER_ENGINE*>(CreateRenderEngine());

@@ -1,5 +1,6 @@
-// Reaches the texture table and background row of the engine for the
-// shading tests, and shades hand-made groups of rays through ShadePixel.
+// Reaches the texture table, background row and materials of the engine
+// for the shading tests, and shades hand-made groups of rays through
+// ShadePixel.
 #pragma once
 
 #include <functional>
@@ -18,26 +19,14 @@ class ShadingTestAccess {
 
   uint32_t& BackgroundTexture() { return engine->backgroundTexture; }
 
-  // The engine's row of the material whose node id is `id`, or null.
-  const SWMaterialEntry* MaterialRow(const char* id) const {
+  // The engine's own copy of the material whose node id is `id`, to change
+  // behind its back; null if there is none.
+  MATERIAL_3D_NODE* MaterialNode(const char* id) {
     for (const SWMaterialEntry& row : engine->swMaterials) {
-      const MATERIAL_3D_NODE* node = row.material;
-      if (node && std::string(node->GetThisNodesID()) == id) return &row;
+      const MATERIAL_3D_NODE* node = row.material;  // read by value: the row is packed
+      if (node && std::string(node->GetThisNodesID()) == id) return const_cast<MATERIAL_3D_NODE*>(node);
     }
     return nullptr;
-  }
-  // The engine's own copy of that material, to change behind its back.
-  MATERIAL_3D_NODE* MaterialNode(const char* id) {
-    const SWMaterialEntry* row = MaterialRow(id);
-    if (!row) return nullptr;
-    const MATERIAL_3D_NODE* node = row->material;  // read by value: the row is packed
-    return const_cast<MATERIAL_3D_NODE*>(node);
-  }
-  // Puts a texture made as AddTexture makes it into row `row`.
-  void ReplaceTexture(uint32_t row, int width, int height,
-                      const std::function<uint32_t(int x, int y)>& bgra) {
-    delete engine->textures[row];
-    engine->textures[row] = MakeTexture(width, height, bgra);
   }
 
   // A one-level texture of 32-bit pixels; `bgra(x, y)` has blue in the low
