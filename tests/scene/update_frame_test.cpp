@@ -1,12 +1,8 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
-#include <regex>
-#include <string>
-#include <vector>
 
 #include "EngineTestAccess.h"
-#include "LogCapture.h"
 #include "SceneTestAccess.h"
 #include "TextureTestAccess.h"
 
@@ -61,16 +57,6 @@ class UpdateFrameTest : public ::testing::Test {
 
 }  // namespace
 
-TEST_F(UpdateFrameTest, MissingHostObjectsOnlyLog) {
-  LogCapture log;
-  engine->UpdateFrame(nullptr, view, project.GetSceneGraph(), nullptr, nullptr, nullptr, 0, 5);
-  engine->UpdateFrame(&project, view, nullptr, nullptr, nullptr, nullptr, 0, 6);
-  EXPECT_EQ(access.LastFrameTag(), 0);
-  for (const std::string& line : log.Lines())
-    EXPECT_TRUE(std::regex_match(line, std::regex("UpdateFrame Time = .* seconds"))) << line;
-  EXPECT_EQ(log.Lines().size(), 2u);
-}
-
 TEST_F(UpdateFrameTest, CameraMoveRebuildsOnlyTheRotateToCameraPair) {
   Material(materials, "Wall");
   AddMesh("Wall");
@@ -93,30 +79,6 @@ TEST_F(UpdateFrameTest, CameraMoveRebuildsOnlyTheRotateToCameraPair) {
   engine->ModifyAllMaterialTypes();
   Update(1);
   EXPECT_EQ(access.MeshTable(0).transforms.size(), 1u);  // the full rebuild came back
-}
-
-TEST_F(UpdateFrameTest, LightsFollowTheHostAcrossTagsAndShutDownModel) {
-  SCENE_LIGHTS* lights = project.GetSceneLights();
-  SCENE_LIGHT_DEFINITION bulb{};
-  bulb.flags = LightEnabled;
-  const int definition = lights->AddLightDefinition(bulb);
-  const int first = lights->AddLightInstance(definition, nullptr);
-  const int second = lights->AddLightInstance(definition, nullptr);
-  Update(1);
-  EXPECT_EQ(access.Lights().lights.size(), 2u);
-
-  lights->RemoveLightInstance(second);
-  Update(1);  // the same tag asks for no lost lights
-  EXPECT_EQ(access.Lights().lights.size(), 2u);
-  Update(2);
-  ASSERT_EQ(access.Lights().lights.size(), 1u);
-  EXPECT_EQ(int(access.Lights().lights[0]->number), first);
-
-  engine->ShutDownModel();
-  EXPECT_TRUE(access.Lights().lights.empty());
-  Update(2);  // unchanged tag, yet everything comes back
-  EXPECT_EQ(access.Lights().lights.size(), 1u);
-  EXPECT_FALSE(access.Flags().IsSet(RebuildScene));
 }
 
 TEST_F(UpdateFrameTest, TexturesAreSharedKeptApartByTransparencyAndRowsReused) {

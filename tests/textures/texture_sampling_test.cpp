@@ -1,9 +1,6 @@
 #include <cmath>
 #include <gtest/gtest.h>
-#include <atomic>
 #include <memory>
-#include <thread>
-#include <vector>
 
 #include "host/BrindlexTexture.h"
 #include "TextureTestAccess.h"
@@ -114,24 +111,6 @@ TEST_F(TextureSampling, BilinearWrapLevelsAndBlockCompression) {
     EXPECT_TRUE(Near(got, want)) << "case " << i << ": " << got.x << " " << got.y << " " << got.z << " "
                                  << got.w;
   }
-}
-
-TEST_F(TextureSampling, WorkersSampleTogether) {
-  // Each worker walks the cases from its own start, so that at any moment
-  // the threads read different texels and blocks; a result that took
-  // anything from another thread's sample is off (and the thread sanitizer
-  // reports any scratch they share).
-  std::vector<std::thread> workers;
-  std::atomic<int> wrong{0};
-  for (size_t t = 0; t < 4; ++t)
-    workers.emplace_back([&, t] {
-      for (size_t i = 0; i < 20000; ++i) {
-        const Case& c = cases[(t * 7 + i) % std::size(cases)];
-        if (!Near(Sample(c), c.color)) ++wrong;
-      }
-    });
-  for (std::thread& worker : workers) worker.join();
-  EXPECT_EQ(wrong.load(), 0);
 }
 
 }  // namespace
