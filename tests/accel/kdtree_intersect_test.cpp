@@ -92,20 +92,9 @@ TEST(KDTreeWalk, RaysAgainstHandMadeTrees) {
     // On the unit triangle in z = 0 the weights are x and y.
     EXPECT_TRUE(!c.hit || c.tree != &unit || (r.weightB == c.ray.origin.x && r.weightC == c.ray.origin.y));
   }
-  // IntersectLeaf on its own improves on a result only when not farther, and
-  // a leaf whose run reaches past leafTriangles holds nothing.
-  const TestRay down = Ray({0.25, 0.25, 1}, {0, 0, 1});
-  SWRayIntersectionResult r{};
-  r.distance = 1.0;
-  EXPECT_TRUE(twins.IntersectLeaf(twins.nodes[0], down.origin, down.direction, r));
-  EXPECT_EQ(uint32_t(r.triangleIndex), 3u);
-  r.distance = 0.5;
-  EXPECT_FALSE(twins.IntersectLeaf(twins.nodes[0], down.origin, down.direction, r));
-  r.distance = Largest;
-  EXPECT_FALSE(twins.IntersectLeaf(Leaf(1, 3), down.origin, down.direction, r));
-
   // A root whose lower child is itself: the walk gives up instead of looping.
   KDTree unsound = OneLeaf({UnitTriangle(4)});
+  SWRayIntersectionResult r{};
   unsound.nodes = {KDNode{}, KDNode{}};
   const TestRay across = Ray({-1, 0.25, 0.25}, {1, 0, 0});
   EXPECT_FALSE(unsound.Intersect(across.origin, across.direction, across.inverse, r));

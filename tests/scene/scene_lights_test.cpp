@@ -132,9 +132,6 @@ TEST(DefaultLights, SetUpFollowTheCameraAndTheUpwardTestSeesTheRoof) {
   EXPECT_FALSE(FollowCameraWithDefaultLight(lights, Camera(3, 4, 0)));  // not moved
   EXPECT_TRUE(FollowCameraWithDefaultLight(lights, Camera(0, 0, 20)));
   EXPECT_EQ(Point(lights[0].definition.position), (std::array<float, 3>{0, 0, 20}));
-  RTRendererLight unset[2] = {};
-  EXPECT_TRUE(FollowCameraWithDefaultLight(unset, Camera(1, 1, 1)));  // never set: both are set up
-  EXPECT_EQ(Kind(unset[1]), sun);
 
   // The headlight at the camera with its level; at level 0 only disabled.
   RTRendererLight headlight{};
