@@ -41,10 +41,8 @@ struct Random {
   }
 };
 
-double& At(SCENE_VERTEX_XYZ_64& v, int axis) {
-  return axis == 0 ? v.x : axis == 1 ? v.y : v.z;
-}
-double At(const SCENE_VERTEX_XYZ& v, int axis) {
+template <typename Vector>
+auto& At(Vector& v, int axis) {
   return axis == 0 ? v.x : axis == 1 ? v.y : v.z;
 }
 
@@ -207,8 +205,8 @@ class GroundTruth {
           if (HasArea(w)) targets.push_back(w);
           for (const SCENE_VERTEX_XYZ& c : w.corner) {
             for (int axis = 0; axis < 3; ++axis) {
-              lo[axis] = std::min(lo[axis], At(c, axis));
-              hi[axis] = std::max(hi[axis], At(c, axis));
+              lo[axis] = std::min<double>(lo[axis], At(c, axis));
+              hi[axis] = std::max<double>(hi[axis], At(c, axis));
             }
           }
         }

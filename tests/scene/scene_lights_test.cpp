@@ -114,17 +114,11 @@ TEST(DefaultLights, SetUpFollowTheCameraAndTheUpwardTestSeesTheRoof) {
   scene.Material("Roof", [](TEXTURE_LINK&) {});
   scene.Mesh("Roof", {Vertex(-5, -5, 10), Vertex(5, -5, 10), Vertex(0, 5, 10)}, {0, 1, 2});
   scene.Update();
-  // The eye light at the camera, y negated, intensity 7; the sun light at
-  // (-50, -50, 100) towards the origin, casting shadows, intensity 20.
-  const std::array<int, 4> eye{0, 0, LightEnabled | LightDiffuse, 7},
-      sun{1, 2, LightEnabled | LightDiffuse | LightCastsShadows, 20};
+  // The eye light at the camera, y negated. (The levels of both lights and
+  // the sun's direction are tests/lighting's, in a picture.)
   RTRendererLight lights[2] = {};
   SetDefaultLights(lights, Camera(3, 4, 0));  // world (3, -4, 0): under the roof; (3, 4) is not
-  EXPECT_EQ(Kind(lights[0]), eye);
-  EXPECT_EQ(Kind(lights[1]), sun);
   EXPECT_EQ(Point(lights[0].definition.position), (std::array<float, 3>{3, -4, 0}));
-  EXPECT_EQ(Point(lights[1].definition.position), (std::array<float, 3>{-50, -50, 100}));
-  EXPECT_EQ(Point(lights[1].definition.target), (std::array<float, 3>{0, 0, 0}));
   EXPECT_TRUE(TestCameraUnderCover(*scene.engine, lights[0].definition.position));
   EXPECT_FALSE(TestCameraUnderCover(*scene.engine, {3, 4, 0}));
   EXPECT_FALSE(TestCameraUnderCover(*scene.engine, {0, 0, 20}));  // above the roof

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <fstream>
 
 #include "EngineTestAccess.h"
 #include "SceneTestAccess.h"
@@ -113,9 +114,7 @@ TEST_F(UpdateFrameTest, TexturesAreSharedKeptApartByTransparencyAndRowsReused) {
 
   // A background with no file, or a file that is no picture, leaves the
   // plain colour, never a row that the texture loaded next takes over.
-  std::FILE* broken = std::fopen(folder.File("broken.png").c_str(), "wb");
-  std::fputs("not a picture", broken);
-  std::fclose(broken);
+  std::ofstream(folder.File("broken.png")) << "not a picture";
   for (const char* background : {"missing.png", "broken.png"}) {
     update(background, background[0] == 'm' ? "glass.png" : "wood.png");
     EXPECT_EQ(access.BackgroundTexture(), 0xFFFFFFFFu) << background;
