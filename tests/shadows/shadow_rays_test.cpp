@@ -64,11 +64,6 @@ class ShadowSceneTest : public ::testing::Test {
   bool BlockedAbove(double x, double y, uint32_t depth = 0) {
     return engine->IsPointInShadow(P(x, y, 10), P(x, y, 0), depth);
   }
-  double Visibility(const RTRendererLight& light, SCENE_VERTEX_XYZ_64 point) {
-    const SCENE_VERTEX_XYZ p = light.definition.position;
-    return engine->GetLightVisibilityThroughShadow(&light, &options, nullptr, P(p.x, p.y, p.z), point, 0,
-                                                   0.0);
-  }
 
   RenderScene scene{4, 4};
   RT_RENDER_ENGINE* engine = scene.engine;
@@ -112,20 +107,4 @@ TEST_F(ShadowSceneTest, OpacityAndTexelAlphaDecideWhatBlocks) {
   const uint32_t limit = 8;
   EXPECT_TRUE(BlockedAbove(5, -5, limit - 1));
   EXPECT_FALSE(BlockedAbove(5, -5, limit));
-}
-
-TEST_F(ShadowSceneTest, VisibilityChoosesBetweenNoTestAndARay) {
-  RTRendererLight light = MakeLight(0, {0, 0, 10});
-  const SCENE_VERTEX_XYZ_64 underBox = P(0, 0, 0);
-  EXPECT_EQ(Visibility(light, underBox), 0.0);
-  EXPECT_EQ(engine->GetLightVisibilityThroughShadow(&light, nullptr, nullptr, P(0, 0, 10), underBox, 0, 0),
-            1.0);
-  options.SetRayTracedSoftShadows(true);  // no map yet: still the ray
-  EXPECT_EQ(Visibility(light, underBox), 0.0);
-  options.SetDisplayShadows(false);
-  EXPECT_EQ(Visibility(light, underBox), 1.0);
-  options.SetCustomLighting(false);  // default lighting shadows regardless
-  EXPECT_EQ(Visibility(light, underBox), 0.0);
-  light.definition.flags &= ~LightCastsShadows;
-  EXPECT_EQ(Visibility(light, underBox), 1.0);
 }
