@@ -1,6 +1,7 @@
 // Event lists of the kd-tree build: their order, and the events of a
 // triangle clipped to a box.
 #include <algorithm>
+#include <memory>
 
 #include "accel/KDParallel.h"
 #include "accel/KDTreeBuild.h"
@@ -84,9 +85,10 @@ void SortEvents(KDEventList& events) {
     SortByWords(events, words, spare, sorted);
     std::copy(sorted, sorted + n, events.begin());
   } else if (n <= PlaceMask) {
-    std::vector<uint64_t> words(n), spare(n);
+    // Every word is written before it is read: no zeroing pass.
+    std::unique_ptr<uint64_t[]> words(new uint64_t[n]), spare(new uint64_t[n]);
     KDEventList sorted(n);
-    SortByWords(events, words.data(), spare.data(), sorted.data());
+    SortByWords(events, words.get(), spare.get(), sorted.data());
     events.swap(sorted);
   } else {
     std::stable_sort(events.begin(), events.end(), EventOrder());
@@ -197,6 +199,26 @@ void PolygonRange(const ClipPolygon& polygon, float lo[3], float hi[3]) {
   }
 }
 
+// The range of a triangle that lies wholly in the box, as the clip would
+// give it: with the clip's own inside test passing for every corner and
+// plane, no plane changes the polygon, and its six turns of the start bring
+// the first corner back to the front, so the range is read in the same
+// order (which matters for -0 beside +0). False, and nothing written,
+// otherwise.
+bool CornersRange(const SCENE_VERTEX_XYZ corners[3], const float boxMin[3], const float boxMax[3],
+                  float lo[3], float hi[3]) {
+  for (int i = 0; i < 3; ++i) {
+    const float p[3] = {corners[i].x, corners[i].y, corners[i].z};
+    for (int a = 0; a < 3; ++a)
+      if (!(p[a] - boxMin[a] >= 0.0f && p[a] - boxMax[a] <= 0.0f)) return false;
+  }
+  ClipPolygon polygon{const_cast<SCENE_VERTEX_XYZ*>(corners), 3, 0};
+  PolygonRange<0>(polygon, lo, hi);
+  PolygonRange<1>(polygon, lo, hi);
+  PolygonRange<2>(polygon, lo, hi);
+  return true;
+}
+
 }  // namespace
 
 bool ClipTriangleToBox(const SCENE_VERTEX_XYZ corners[3], const float boxMin[3], const float boxMax[3],
@@ -236,7 +258,9 @@ void AddTriangleEvents(KDTree& tree, const SWMeshTable& table, uint32_t triangle
   const SWTriangle& record = tree.triangles[triangle];
   KDTriangleCorners& corners = tree.buildCorners[triangle];
   corners.valid = GetTriangleCorners(table, record.instanceIndex, record.triangleIndex, corners.corner);
+  if (!corners.valid) return;
   float lo[3], hi[3];
-  if (corners.valid && ClipTriangleToBox(corners.corner, boxMin, boxMax, polygonA, polygonB, lo, hi))
+  if (CornersRange(corners.corner, boxMin, boxMax, lo, hi) ||
+      ClipTriangleToBox(corners.corner, boxMin, boxMax, polygonA, polygonB, lo, hi))
     AppendBoxEvents(triangle, lo, hi, events);
 }

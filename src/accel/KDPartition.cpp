@@ -20,10 +20,15 @@ bool IsWinner(const KDEvent& event, const KDSplit& split) {
 
 // Walks the split axis's events: before the winning event, starts and planars
 // go left; from it on, planars and ends go right. The winner itself goes
-// right only if it is planar.
-void ShareTriangles(const KDBuildNode& parent, const KDSplit& split, std::vector<uint8_t>& sides,
-                    KDBuildNode& left, KDBuildNode& right) {
+// right only if it is planar. Returns how many triangles went to both sides.
+size_t ShareTriangles(const KDBuildNode& parent, const KDSplit& split, std::vector<uint8_t>& sides,
+                      KDBuildNode& left, KDBuildNode& right) {
   for (uint32_t triangle : parent.triangleList) sides[triangle] = BothSides;
+  // Neither child can have more triangles than the parent: one allocation
+  // each instead of a growing list.
+  left.triangleList.reserve(parent.triangleList.size());
+  right.triangleList.reserve(parent.triangleList.size());
+  size_t shared = 0;
   bool passed = false;
   for (const KDEvent& event : parent.events) {
     if (event.axis != split.axis) continue;
@@ -41,9 +46,11 @@ void ShareTriangles(const KDBuildNode& parent, const KDSplit& split, std::vector
       }
     } else if (type != KD_EVENT_START) {
       right.triangleList.push_back(triangle);
+      shared += sides[triangle] != BothSides;
       sides[triangle] = sides[triangle] != BothSides ? BothSides : RightOnly;
     }
   }
+  return shared;
 }
 
 // Writes one child's list as the pass over the parent's reaches its events,
@@ -58,15 +65,17 @@ class ChildList {
       : next(fresh.data()), end(fresh.data() + fresh.size()), list(list) {
     list.resize(parentEvents + fresh.size());
     out = list.data();
-    if (next != end) nextKey = KDEventKey(*next);
+    if (next != end) Load();
   }
   void Append(const KDEvent& event) {
-    if (next != end) {
+    // A position below the next fresh one orders the event first whatever
+    // the rest of the key; only the others need the whole key.
+    if (next != end && !(event.position < nextPosition)) {
       const uint64_t key = KDEventKey(event);
       while (nextKey < key) {
         *out++ = *next++;
         if (next == end) break;
-        nextKey = KDEventKey(*next);
+        Load();
       }
     }
     *out++ = event;
@@ -77,9 +86,15 @@ class ChildList {
   }
 
  private:
+  void Load() {
+    nextKey = KDEventKey(*next);
+    nextPosition = next->position;
+  }
+
   const KDEvent* next;
   const KDEvent* end;
   uint64_t nextKey = 0;
+  float nextPosition = 0;
   KDEventList& list;
   KDEvent* out = nullptr;
 };
@@ -111,10 +126,29 @@ struct ChildEvents {
 // there.
 void ClipSharedTriangles(const KDBuildNode& parent, const std::vector<uint8_t>& sides, const KDTree& tree,
                          std::vector<SCENE_VERTEX_XYZ>& polygonA, std::vector<SCENE_VERTEX_XYZ>& polygonB,
-                         ChildEvents* children, size_t count) {
+                         size_t shared, ChildEvents* children, size_t count) {
+  // Six events is the most a triangle makes.
+  for (size_t c = 0; c < count; ++c) children[c].fresh.reserve(6 * shared);
+  // The shared triangles' corners lie scattered over the scratch, and
+  // waiting for each was the partition's costliest load: they are picked out
+  // first, in list order, so that each one's corners are asked for a few
+  // clips ahead.
+  const auto& all = tree.buildCorners;
+  std::vector<uint32_t> picked(parent.triangleList.size());
+  size_t pickedCount = 0;
   for (uint32_t triangle : parent.triangleList) {
-    if (sides[triangle] != BothSides || triangle >= tree.buildCorners.size()) continue;
-    const KDTriangleCorners& corners = tree.buildCorners[triangle];
+    picked[pickedCount] = triangle;
+    pickedCount += sides[triangle] == BothSides && triangle < all.size();
+  }
+  constexpr size_t Ahead = 8;
+  for (size_t k = 0; k < pickedCount; ++k) {
+    if (k + Ahead < pickedCount) {
+      const char* next = reinterpret_cast<const char*>(&all[picked[k + Ahead]]);
+      __builtin_prefetch(next);
+      __builtin_prefetch(next + sizeof(KDTriangleCorners) - 1);
+    }
+    const uint32_t triangle = picked[k];
+    const KDTriangleCorners& corners = all[triangle];
     if (!corners.valid) continue;
     for (size_t c = 0; c < count; ++c) {
       float lo[3], hi[3];
@@ -128,30 +162,48 @@ void ClipSharedTriangles(const KDBuildNode& parent, const std::vector<uint8_t>& 
 
 }  // namespace
 
+namespace {
+
+// One child's fresh events and list, on the calling thread.
+void MakeChildEvents(const KDBuildNode& parent, const std::vector<uint8_t>& sides, const KDTree& tree,
+                     std::vector<SCENE_VERTEX_XYZ>& polygonA, std::vector<SCENE_VERTEX_XYZ>& polygonB,
+                     size_t shared, ChildEvents& child, bool isRight, KDBuildNode& node) {
+  ClipSharedTriangles(parent, sides, tree, polygonA, polygonB, shared, &child, 1);
+  ChildList list(child.fresh, parent.events.size(), node.events);
+  if (isRight)
+    ShareEvents<false, true>(parent.events, sides, nullptr, &list);
+  else
+    ShareEvents<true, false>(parent.events, sides, &list, nullptr);
+}
+
+}  // namespace
+
 void PartitionNode(KDBuildNode& parent, const KDSplit& split, const KDTree& tree,
-                   const KDThreadScratch& scratch, bool twoThreads, KDBuildNode& left, KDBuildNode& right) {
+                   const KDThreadScratch& scratch, bool twoThreads, KDBuildNode& left, KDBuildNode& right,
+                   uint32_t maxDepth) {
   std::vector<uint8_t>& sides = *scratch.triangleSides;
-  ShareTriangles(parent, split, sides, left, right);
+  const size_t shared = ShareTriangles(parent, split, sides, left, right);
   ChildEvents children[2] = {{&left, {}}, {&right, {}}};
-  const size_t parentEvents = parent.events.size();
-  if (twoThreads) {
+  // A child that will be a leaf whatever its events say never reads them:
+  // they are not made.
+  const bool needed[2] = {!KDIsLeafAnyway(left, maxDepth), !KDIsLeafAnyway(right, maxDepth)};
+  if (needed[0] && needed[1] && twoThreads) {
     // The children share only what both read; the helper clips with
     // polygons of its own.
     RunParts(2, [&](size_t c) {
       std::vector<SCENE_VERTEX_XYZ> ownA, ownB;
-      ClipSharedTriangles(parent, sides, tree, c ? ownA : *scratch.polygonA, c ? ownB : *scratch.polygonB,
-                          &children[c], 1);
-      ChildList list(children[c].fresh, parentEvents, c ? right.events : left.events);
-      if (c)
-        ShareEvents<false, true>(parent.events, sides, nullptr, &list);
-      else
-        ShareEvents<true, false>(parent.events, sides, &list, nullptr);
+      MakeChildEvents(parent, sides, tree, c ? ownA : *scratch.polygonA, c ? ownB : *scratch.polygonB, shared,
+                      children[c], c, c ? right : left);
     });
-  } else {
-    ClipSharedTriangles(parent, sides, tree, *scratch.polygonA, *scratch.polygonB, children, 2);
-    ChildList leftList(children[0].fresh, parentEvents, left.events);
-    ChildList rightList(children[1].fresh, parentEvents, right.events);
+  } else if (needed[0] && needed[1]) {
+    ClipSharedTriangles(parent, sides, tree, *scratch.polygonA, *scratch.polygonB, shared, children, 2);
+    ChildList leftList(children[0].fresh, parent.events.size(), left.events);
+    ChildList rightList(children[1].fresh, parent.events.size(), right.events);
     ShareEvents<true, true>(parent.events, sides, &leftList, &rightList);
+  } else if (needed[0] || needed[1]) {
+    const size_t c = needed[0] ? 0 : 1;
+    MakeChildEvents(parent, sides, tree, *scratch.polygonA, *scratch.polygonB, shared, children[c], c,
+                    c ? right : left);
   }
   KDEventList().swap(parent.events);
 }

@@ -148,6 +148,13 @@ class KDTree {
   void ResetBounds();
 };
 
+inline bool KDWalkLayout::Matches(const KDTree& tree) const {
+  return !nodes.empty() && sourceNodes == tree.nodes.data() && sourceNodeCount == tree.nodes.size() &&
+         sourceLeafTriangles == tree.leafTriangles.data() &&
+         sourceLeafTriangleCount == tree.leafTriangles.size() && sourceTriangles == tree.triangles.data() &&
+         sourceTriangleCount == tree.triangles.size();
+}
+
 #pragma pack(push, 1)
 // One kd-tree node of a build, as a work-queue payload. The pointers lead to
 // state of the build driver, which outlives every job; a job owns only this

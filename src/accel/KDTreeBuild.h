@@ -73,6 +73,9 @@ void AddTriangleEvents(KDTree& tree, const SWMeshTable& table, uint32_t triangle
 uint32_t KDMaxDepth(size_t triangleCount);
 // 2 (dx dy + dy dz + dz dx) of the absolute extents, in single precision.
 float KDSurfaceArea(const float boxMin[3], const float boxMax[3]);
+// Whether the node is a leaf before any plane is looked at: no triangles, the
+// deepest level, or a box of surface area 6 or less.
+bool KDIsLeafAnyway(const KDBuildNode& node, uint32_t maxDepth);
 // The cheapest plane of the node by the exact surface-area sweep over its
 // events. False when no event gave a candidate.
 bool FindBestSplit(const KDBuildNode& node, const KDTree& tree, KDSplit& best);
@@ -84,6 +87,9 @@ bool FindBestSplit(const KDBuildNode& node, const KDTree& tree, KDSplit& best);
 // each child's box, and their new events are merged in, so that both
 // children's lists come out sorted. The parent's events are used up.
 // With `twoThreads` the right child's events are made on a helper thread
-// while the calling thread makes the left child's.
+// while the calling thread makes the left child's. A child that
+// KDIsLeafAnyway finds a leaf at `maxDepth` gets its triangles and no
+// events.
 void PartitionNode(KDBuildNode& parent, const KDSplit& split, const KDTree& tree,
-                   const KDThreadScratch& scratch, bool twoThreads, KDBuildNode& left, KDBuildNode& right);
+                   const KDThreadScratch& scratch, bool twoThreads, KDBuildNode& left, KDBuildNode& right,
+                   uint32_t maxDepth);

@@ -109,11 +109,11 @@ void KDTree::BuildStep(KDBuildJob* job, std::deque<WorkItem>& workQueue, platfor
   if (!PopBuildNode(*job, node)) return;
 
   const KDTree& tree = *job->tree;
-  const float area = KDSurfaceArea(node.boxMin, node.boxMax);
-  if (node.triangleList.empty() || node.depth >= job->maxDepth || !(double(area) > 6.0)) {
+  if (KDIsLeafAnyway(node, job->maxDepth)) {
     MakeLeaf(*job, node);
     return;
   }
+  const float area = KDSurfaceArea(node.boxMin, node.boxMax);
   KDSplit split;
   const bool found = FindBestSplit(node, tree, split);
   const float leafCost = area * (tree.leafBaseCost + float(node.triangleList.size()) * tree.triangleCost);
@@ -129,7 +129,7 @@ void KDTree::BuildStep(KDBuildJob* job, std::deque<WorkItem>& workQueue, platfor
   SetUpChild(node, first + 1, right);
   left.boxMax[split.axis] = split.position;
   right.boxMin[split.axis] = split.position;
-  PartitionNode(node, split, tree, scratch, HasIdleWorker(*job, node), left, right);
+  PartitionNode(node, split, tree, scratch, HasIdleWorker(*job, node), left, right, job->maxDepth);
 
   PushChildren(*job, left, right);
   QueueChildJobs(*job, workQueue, queueLock);

@@ -1,5 +1,7 @@
 // The nearest-hit query over one kd-tree: a front-to-back walk with an
 // explicit stack, in double precision, and the projected triangle test.
+#include <emmintrin.h>
+
 #include <bit>
 #include <cmath>
 #include <limits>
@@ -110,30 +112,71 @@ const KDNode* Child(const std::vector<KDNode>& nodes, uint32_t index) {
   throw 0;
 }
 
+// True when a and b are both above 0 or both below 0: the same ordered
+// comparisons as the operators (false with a NaN), made side by side.
+inline bool SameSideOfZero(double a, double b) {
+  const __m128d pair = _mm_set_pd(b, a);
+  const int above = _mm_movemask_pd(_mm_cmpgt_pd(pair, _mm_setzero_pd()));
+  const int below = _mm_movemask_pd(_mm_cmplt_pd(pair, _mm_setzero_pd()));
+  // Bit 3 of the word stands for "both above", bit 12 for "both below".
+  return (0x1008 >> (above | below << 2)) & 1;
+}
+// a <= b and c <= d, side by side; false with a NaN.
+inline bool BothAtMost(double a, double b, double c, double d) {
+  return _mm_movemask_pd(_mm_cmple_pd(_mm_set_pd(c, a), _mm_set_pd(d, b))) == 3;
+}
+
+// The ray's origin and direction as each dominant axis k of a triangle
+// sees them: k's own component first, then its u and v axes. The triangle
+// test reads them at fixed places in the row of its k, instead of choosing
+// u and v by a branch on k, which triangles of all three orientations in
+// one leaf made a coin toss; the values, and so every result, are the same.
+struct ProjectedRay {
+  enum { OriginK, OriginU, OriginV, DirectionK, DirectionU, DirectionV };
+  double axes[3][6];
+
+  explicit ProjectedRay(const Ray& ray) {
+    for (uint32_t k = 0; k < 3; ++k) {
+      const uint32_t u = k == 2 ? 0 : k + 1;
+      const uint32_t v = k == 0 ? 2 : k - 1;
+      double* row = axes[k];
+      row[OriginK] = ray.origin[k];
+      row[OriginU] = ray.origin[u];
+      row[OriginV] = ray.origin[v];
+      row[DirectionK] = ray.direction[k];
+      row[DirectionU] = ray.direction[u];
+      row[DirectionV] = ray.direction[v];
+    }
+  }
+};
+
 // The projected test of one triangle against the hits so far; `k` is its
 // dominant axis, already known to be 0, 1 or 2. Shared by both layouts so
 // that both compute every hit from the same expressions.
 template <class Triangle>
-inline bool TestTriangle(const Triangle& tri, uint32_t k, uint32_t instanceIndex, const Ray& ray,
+inline bool TestTriangle(const Triangle& tri, uint32_t k, uint32_t instanceIndex, const ProjectedRay& ray,
                          double& nearest, SWRayIntersectionResult& result) {
-  const double* o = ray.origin;
-  const double* d = ray.direction;
-  const uint32_t u = k == 2 ? 0 : k + 1;
-  const uint32_t v = k == 0 ? 2 : k - 1;
+  const double* row = ray.axes[k];
+  const double ok = row[ProjectedRay::OriginK], ou = row[ProjectedRay::OriginU],
+               ov = row[ProjectedRay::OriginV];
+  const double dk = row[ProjectedRay::DirectionK], du = row[ProjectedRay::DirectionU],
+               dv = row[ProjectedRay::DirectionV];
   const double normalU = tri.normalU, normalV = tri.normalV;
-  const double denominator = d[k] + normalU * d[u] + normalV * d[v];
-  const double numerator = tri.planeD - o[k] - normalU * o[u] - normalV * o[v];
+  const double denominator = dk + normalU * du + normalV * dv;
+  const double numerator = tri.planeD - ok - normalU * ou - normalV * ov;
   // Only a numerator and denominator of one sign give a t above 0, so the
   // division is skipped for every other triangle; a ray in the plane (0 / 0)
-  // and a parallel ray (x / 0) are misses too.
-  if (!((numerator > 0.0 && denominator > 0.0) || (numerator < 0.0 && denominator < 0.0))) return false;
+  // and a parallel ray (x / 0) are misses too. The comparisons of each test
+  // are made side by side in one register and joined before one jump, which
+  // random triangles cannot predict, instead of one jump for each.
+  if (!SameSideOfZero(numerator, denominator)) return false;
   const double t = numerator * (1.0 / denominator);
-  if (!(t <= nearest && t >= Nearest)) return false;
-  const double hu = o[u] + t * d[u] - tri.vertexU;
-  const double hv = o[v] + t * d[v] - tri.vertexV;
+  if (!BothAtMost(t, nearest, Nearest, t)) return false;
+  const double hu = ou + t * du - tri.vertexU;
+  const double hv = ov + t * dv - tri.vertexV;
   const double weightB = hv * tri.edge1U + hu * tri.edge1NegV;
   const double weightC = hu * tri.edge2V + hv * tri.edge2NegU;
-  if (!(weightB >= 0.0 && weightC >= 0.0 && weightB + weightC <= 1.0)) return false;
+  if (!((weightB >= 0.0) & (weightC >= 0.0) & (weightB + weightC <= 1.0))) return false;
   nearest = t;
   result.distance = t;
   result.weightB = weightB;
@@ -143,7 +186,8 @@ inline bool TestTriangle(const Triangle& tri, uint32_t k, uint32_t instanceIndex
   return true;
 }
 
-bool LeafTest(const KDTree& tree, const KDNode& leaf, const Ray& ray, SWRayIntersectionResult& result) {
+bool LeafTest(const KDTree& tree, const KDNode& leaf, const ProjectedRay& ray,
+              SWRayIntersectionResult& result) {
   const uint64_t start = leaf.childAndAxis >> 2;
   const uint64_t end = start + leaf.splitOrCount;
   if (end - 1 >= tree.leafTriangles.size()) return false;
@@ -171,7 +215,7 @@ class TreeFields {
   const KDNode* Root() const { return tree.nodes.data(); }
   const KDNode* Lower(const KDNode*, uint32_t word) const { return Child(word >> 2); }
   const KDNode* Upper(const KDNode*, uint32_t word) const { return Child((word >> 2) + 1); }
-  bool Leaf(const KDNode& leaf, const Ray& ray, SWRayIntersectionResult& result) const {
+  bool Leaf(const KDNode& leaf, const ProjectedRay& ray, SWRayIntersectionResult& result) const {
     return leaf.splitOrCount != 0 && LeafTest(tree, leaf, ray, result);
   }
   void CheckDepth(size_t pushed, int line) const {
@@ -194,38 +238,43 @@ class WalkFields {
   const KDWalkNode* Root() const { return nodes; }
   const KDWalkNode* Lower(const KDWalkNode* node, uint32_t) const { return node + 1; }
   const KDWalkNode* Upper(const KDWalkNode*, uint32_t word) const { return nodes + (word >> 2); }
-  bool Leaf(const KDWalkNode& leaf, const Ray& ray, SWRayIntersectionResult& result) const {
-    uint32_t held[2];
-    const uint32_t* entry;
-    const uint32_t* end;
+  bool Leaf(const KDWalkNode& leaf, const ProjectedRay& ray, SWRayIntersectionResult& result) const {
+    double nearest = result.distance;
     if (leaf.splitOrCount & KDWalkNode::InlineLeaf) {
-      held[0] = leaf.childAndAxis >> 2;
-      held[1] = leaf.splitOrCount & KDWalkNode::NoSecond;
-      entry = held;
-      end = held + (held[1] == KDWalkNode::NoSecond ? 1 : 2);
-    } else {
-      entry = entries + (leaf.childAndAxis >> 2);
-      end = entry + leaf.splitOrCount;
+      // The numbers stay in registers: a run through a two-entry array on
+      // the stack would store them and read them back.
+      const SWTriangle* first = Prefetched(leaf.childAndAxis >> 2);
+      const uint32_t second = leaf.splitOrCount & KDWalkNode::NoSecond;
+      if (second == KDWalkNode::NoSecond) return Test(*first, ray, nearest, result);
+      const SWTriangle* other = Prefetched(second);
+      const bool improved = Test(*first, ray, nearest, result);
+      return Test(*other, ray, nearest, result) || improved;
     }
+    const uint32_t* entry = entries + (leaf.childAndAxis >> 2);
+    const uint32_t* const end = entry + leaf.splitOrCount;
     // The leaf's records lie apart, by triangle number, and each spans two
     // or three cache lines: asking for all of them before the first test
     // lets their misses overlap instead of following one another.
-    for (const uint32_t* next = entry; next != end; ++next) {
-      const char* record = reinterpret_cast<const char*>(triangles + *next);
-      __builtin_prefetch(record);
-      __builtin_prefetch(record + sizeof(SWTriangle) - 1);
-    }
-    double nearest = result.distance;
+    for (const uint32_t* next = entry; next != end; ++next) Prefetched(*next);
     bool improved = false;
-    for (; entry != end; ++entry) {
-      const SWTriangle& tri = triangles[*entry];
-      if (TestTriangle(tri, tri.dominantAxis, tri.instanceIndex, ray, nearest, result)) improved = true;
-    }
+    for (; entry != end; ++entry)
+      if (Test(triangles[*entry], ray, nearest, result)) improved = true;
     return improved;
   }
   void CheckDepth(size_t, int) const {}
 
  private:
+  const SWTriangle* Prefetched(uint32_t number) const {
+    const char* record = reinterpret_cast<const char*>(triangles + number);
+    __builtin_prefetch(record);
+    __builtin_prefetch(record + sizeof(SWTriangle) - 1);
+    return triangles + number;
+  }
+  static bool Test(const SWTriangle& tri, const ProjectedRay& ray, double& nearest,
+                   SWRayIntersectionResult& result) {
+    return TestTriangle(tri, tri.dominantAxis, tri.instanceIndex, ray, nearest, result);
+  }
+
   const KDWalkNode* nodes;
   const SWTriangle* triangles;
   const uint32_t* entries;
@@ -239,6 +288,7 @@ template <bool MayBeParallel, class Fields>
 bool Walk(const Fields& fields, const Ray& ray, double tNear, double tFar, SWRayIntersectionResult& result) {
   using Node = typename Fields::Node;
   typename Fields::Stack stack;
+  const ProjectedRay projected(ray);
   bool hit = false;
   const Node* node = fields.Root();
   const bool parallel[3] = {!(std::fabs(ray.direction[0]) > NearZero),
@@ -281,7 +331,7 @@ bool Walk(const Fields& fields, const Ray& ray, double tNear, double tFar, SWRay
       }
       fields.CheckDepth(stack.Size(), __LINE__);
     }
-    if (fields.Leaf(*node, ray, result)) hit = true;
+    if (fields.Leaf(*node, projected, result)) hit = true;
     // Nothing that a later node holds can be nearer than this.
     if (tFar >= result.distance) return hit;
     if (stack.Empty()) return hit;
@@ -292,16 +342,14 @@ bool Walk(const Fields& fields, const Ray& ray, double tNear, double tFar, SWRay
   }
 }
 
-}  // namespace
-
-bool KDTree::IntersectBounds(const SCENE_VERTEX_XYZ_64& origin, const SCENE_VERTEX_XYZ_64& direction,
-                             const SCENE_VERTEX_XYZ_64& inverseDirection, double& tNear, double& tFar,
-                             const double* startNear, const double* startFar) const {
-  const Ray ray = MakeRay(origin, direction, inverseDirection);
-  const double lo[3] = {boundsMin.x, boundsMin.y, boundsMin.z};
-  const double hi[3] = {boundsMax.x, boundsMax.y, boundsMax.z};
-  double nearT = startNear ? *startNear : 0.0;
-  double farT = startFar ? *startFar : Largest;
+// Clips the ray to the tree's box, from the interval [nearT, farT]; false on
+// a miss or a null direction. Intersect calls it directly, every ray: the
+// public IntersectBounds is a call through the library's symbol table, which
+// the compiler may not inline.
+inline bool ClipToBox(const KDTree& tree, const Ray& ray, double nearT, double farT, double& tNear,
+                      double& tFar) {
+  const double lo[3] = {tree.boundsMin.x, tree.boundsMin.y, tree.boundsMin.z};
+  const double hi[3] = {tree.boundsMax.x, tree.boundsMax.y, tree.boundsMax.z};
   int skipped = 0;
   for (int axis = 0; axis < 3; ++axis) {
     if (!(std::fabs(ray.direction[axis]) > NearZero)) {
@@ -321,10 +369,19 @@ bool KDTree::IntersectBounds(const SCENE_VERTEX_XYZ_64& origin, const SCENE_VERT
   return true;
 }
 
+}  // namespace
+
+bool KDTree::IntersectBounds(const SCENE_VERTEX_XYZ_64& origin, const SCENE_VERTEX_XYZ_64& direction,
+                             const SCENE_VERTEX_XYZ_64& inverseDirection, double& tNear, double& tFar,
+                             const double* startNear, const double* startFar) const {
+  return ClipToBox(*this, MakeRay(origin, direction, inverseDirection), startNear ? *startNear : 0.0,
+                   startFar ? *startFar : Largest, tNear, tFar);
+}
+
 bool KDTree::IntersectLeaf(const KDNode& leaf, const SCENE_VERTEX_XYZ_64& origin,
                            const SCENE_VERTEX_XYZ_64& direction, SWRayIntersectionResult& result) const {
   const Ray ray = MakeRay(origin, direction, {0.0, 0.0, 0.0});
-  return LeafTest(*this, leaf, ray, result);
+  return LeafTest(*this, leaf, ProjectedRay(ray), result);
 }
 
 bool KDTree::Intersect(const SCENE_VERTEX_XYZ_64& origin, const SCENE_VERTEX_XYZ_64& direction,
@@ -332,9 +389,9 @@ bool KDTree::Intersect(const SCENE_VERTEX_XYZ_64& origin, const SCENE_VERTEX_XYZ
                        const double* reach) const {
   try {
     if (nodes.empty()) return false;
-    double tNear = 0.0, tFar = 0.0;
-    if (!IntersectBounds(origin, direction, inverseDirection, tNear, tFar, nullptr, reach)) return false;
     const Ray ray = MakeRay(origin, direction, inverseDirection);
+    double tNear = 0.0, tFar = 0.0;
+    if (!ClipToBox(*this, ray, 0.0, reach ? *reach : Largest, tNear, tFar)) return false;
     result.distance = Largest;
     result.triangleIndex = 0;
     if (!walkLayout.Matches(*this)) return Walk<true>(TreeFields(*this), ray, tNear, tFar, result);

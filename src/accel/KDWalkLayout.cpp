@@ -42,13 +42,6 @@ void KDWalkLayout::Make(const KDTree& tree) {
   sourceTriangleCount = tree.triangles.size();
 }
 
-bool KDWalkLayout::Matches(const KDTree& tree) const {
-  return !nodes.empty() && sourceNodes == tree.nodes.data() && sourceNodeCount == tree.nodes.size() &&
-         sourceLeafTriangles == tree.leafTriangles.data() &&
-         sourceLeafTriangleCount == tree.leafTriangles.size() && sourceTriangles == tree.triangles.data() &&
-         sourceTriangleCount == tree.triangles.size();
-}
-
 size_t KDWalkLayout::Bytes() const {
   return nodes.capacity() * sizeof(KDWalkNode) + leafEntries.capacity() * sizeof(uint32_t);
 }

@@ -47,7 +47,8 @@ class KDWalkLayout {
   // True when the layout was made from the vectors `tree` holds now. A tree
   // whose fields were replaced or resized since does not match; in this
   // engine only Build and Clear write a tree's fields, and both renew the
-  // layout, so edits in place are not looked for.
+  // layout, so edits in place are not looked for. Asked on every ray, so it
+  // is defined inline where KDTree is complete (KDTree.h).
   bool Matches(const KDTree& tree) const;
   size_t Bytes() const;
 

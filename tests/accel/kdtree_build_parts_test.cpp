@@ -90,6 +90,47 @@ TEST(KDBuildParts, ClipGivesThePlaneByPlaneResultToTheBit) {
   EXPECT_GT(clipped, 1000);
 }
 
+TEST(KDBuildParts, ATriangleWhollyInTheBoxGetsTheClipsRangeSignedZerosIncluded) {
+  // Worked by hand: no plane of the box [-1, 4]^3 cuts these triangles, and
+  // six planes that keep every corner each turn the polygon's start by one,
+  // back to the first corner; the range is read from there. So -0 before +0
+  // gives a start of -0 on x, +0 before -0 a start of +0. The third
+  // triangle touches the faces x = -1 and z = 4; the fourth crosses x = 4.
+  const float corners[4][3][3] = {{{-0.0f, 1, 1}, {0.0f, 2, 1}, {0.5f, 1, 3}},
+                                  {{0.0f, 1, 1}, {-0.0f, 2, 1}, {0.5f, 1, 3}},
+                                  {{-1, 0, 4}, {2, 0, 4}, {2, 3, 1}},
+                                  {{3, 0, 0}, {6, 0, 0}, {3, 2, 0}}};
+  const float expected[4][6] = {
+      {-0.0f, 0.5f, 1, 2, 1, 3}, {0.0f, 0.5f, 1, 2, 1, 3}, {-1, 2, 0, 3, 1, 4}, {3, 4, 0, 2, 0, 0}};
+  SWMeshTable table;
+  SWMesh mesh;
+  for (const auto& triangle : corners)
+    for (const auto& corner : triangle) {
+      SCENE_VERTEX v{};
+      v.position = {corner[0], corner[1], corner[2]};
+      mesh.indices.push_back(uint32_t(mesh.vertices.size()));
+      mesh.vertices.push_back(v);
+    }
+  table.meshes.push_back(mesh);
+  table.instances.push_back({0, 0, 0xFFFFFFFF});
+  KDTree tree;
+  tree.triangles.resize(4);
+  ASSERT_EQ(FillInstanceTriangles(table, 0, tree.triangles.data(), 4), 4u);
+  tree.buildCorners.resize(4);
+  const float boxMin[3] = {-1, -1, -1}, boxMax[3] = {4, 4, 4};
+  std::vector<SCENE_VERTEX_XYZ> a, b;
+  for (uint32_t t = 0; t < 4; ++t) {
+    KDEventList events;
+    AddTriangleEvents(tree, table, t, boxMin, boxMax, a, b, events);
+    ASSERT_EQ(events.size(), t == 3 ? 5u : 6u) << t;  // the fourth is flat on z
+    std::vector<uint32_t> got, want;
+    for (const KDEvent& e : events) got.push_back(std::bit_cast<uint32_t>(e.position));
+    for (int k = 0; k < 6; ++k)
+      if (t != 3 || k != 5) want.push_back(std::bit_cast<uint32_t>(expected[t][k]));
+    EXPECT_EQ(got, want) << t;
+  }
+}
+
 TEST(KDBuildParts, MergeInPiecesKeepsOlderEventsFirstWhereTheCutsFall) {
   // Older events at 1, 2, 2, 2, 3 (triangles 0-4), fresh ones at 2, 2, 4
   // (10-12). Cuts fall on the key 2, which has events in both lists.
@@ -150,18 +191,32 @@ TEST(KDBuildParts, ASplitWithAHelperThreadGivesTheChildrenOfOneWithout) {
       words.insert(words.end(), {uint32_t(e.type), std::bit_cast<uint32_t>(e.position), e.triangle, e.axis});
     return words;
   };
-  std::vector<uint32_t> children[2][2];
-  for (const bool helper : {false, true}) {
-    KDBuildNode parent = root, left, right;
+  const auto partition = [&](bool helper, uint32_t maxDepth, KDBuildNode& left, KDBuildNode& right) {
+    KDBuildNode parent = root;
     for (KDBuildNode* child : {&left, &right})
       std::copy(root.boxMin, root.boxMin + 3, child->boxMin),
           std::copy(root.boxMax, root.boxMax + 3, child->boxMax);
     left.boxMax[split.axis] = right.boxMin[split.axis] = split.position;
-    PartitionNode(parent, split, tree, scratch, helper, left, right);
-    children[helper][0] = flat(left);
-    children[helper][1] = flat(right);
-    EXPECT_GT(left.triangleList.size() + right.triangleList.size(), count) << "some triangles straddle";
+    PartitionNode(parent, split, tree, scratch, helper, left, right, maxDepth);
+  };
+  std::vector<uint32_t> children[2][2];
+  KDBuildNode made[2][2];
+  for (const bool helper : {false, true}) {
+    partition(helper, UINT32_MAX, made[helper][0], made[helper][1]);
+    children[helper][0] = flat(made[helper][0]);
+    children[helper][1] = flat(made[helper][1]);
+    EXPECT_GT(made[helper][0].triangleList.size() + made[helper][1].triangleList.size(), count)
+        << "some triangles straddle";
+    EXPECT_FALSE(made[helper][0].events.empty() || made[helper][1].events.empty());
   }
   EXPECT_EQ(children[1][0], children[0][0]);
   EXPECT_EQ(children[1][1], children[0][1]);
+
+  // Children at the deepest level (depth 0 here) are leaves whatever their
+  // events: they get the same triangles and no events.
+  KDBuildNode left, right;
+  partition(false, 0, left, right);
+  EXPECT_EQ(left.triangleList, made[0][0].triangleList);
+  EXPECT_EQ(right.triangleList, made[0][1].triangleList);
+  EXPECT_TRUE(left.events.empty() && right.events.empty());
 }

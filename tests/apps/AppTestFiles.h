@@ -1,12 +1,10 @@
-// What the program tests share: the pictures and text the programs leave in
-// a test's folder, and points.
+// What the program tests share: the pictures the programs leave in a test's
+// folder, and points.
 #pragma once
 
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <string>
 
 #include "host/BrindlexTexture.h"
@@ -14,13 +12,6 @@
 #include "platform/CImage.h"
 
 #include "TestFolder.h"
-
-inline std::string ReadText(const std::filesystem::path& file) {
-  std::ifstream in(file);
-  std::stringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
 
 // A picture file, decoded; empty when it cannot be read.
 struct Picture {

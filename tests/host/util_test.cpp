@@ -37,43 +37,6 @@ TEST(DebugLog, LinesStayWholeWithEightWritersAtOnce) {
   EXPECT_EQ(count, writers * linesEach);
 }
 
-TEST(DebugLog, PartialLineWaitsForItsEndAndDetachedLinesAreDropped) {
-  std::ostringstream target;
-  debugOS.attach(&target);
-  debugOS << "UpdateFrame Time = " << 0.25;
-  EXPECT_EQ(target.str(), "");
-  debugOS << " seconds" << std::endl;
-  EXPECT_EQ(target.str(), "UpdateFrame Time = 0.25 seconds\n");
-  debugOS.attach(nullptr);
-  debugOS << "lost" << std::endl;
-  EXPECT_EQ(target.str(), "UpdateFrame Time = 0.25 seconds\n");
-
-  debugOS.attach(&target);
-  OutputCatchToLog(true, ".\\BrindlexViewRTRenderEngine", 120, "KDTree::Intersect", true);
-  OutputCatchToLog(false, "file", 1, "nothing", true);
-  debugOS.attach(nullptr);
-  EXPECT_EQ(target.str(),
-            "UpdateFrame Time = 0.25 seconds\n"
-            "Exception caught in KDTree::Intersect at .\\BrindlexViewRTRenderEngine (120)\n");
-}
-
-TEST(DebugLog, OpenAppendsToAFile) {
-  const std::string path = ::testing::TempDir() + "brindlex_util_log_" + std::to_string(getpid()) + ".txt";
-  std::remove(path.c_str());
-  for (const char* line : {"first", "second"}) {
-    ASSERT_TRUE(debugOS.open(path.c_str()));
-    debugOS << line << std::endl;
-    debugOS.close();
-  }
-  EXPECT_FALSE(debugOS.is_open());
-  std::ifstream in(path);
-  std::stringstream text;
-  text << in.rdbuf();
-  EXPECT_EQ(text.str(), "first\nsecond\n");
-  EXPECT_FALSE(debugOS.open("/nonexistent-folder/log.txt"));
-  std::remove(path.c_str());
-}
-
 TEST(FileNames, ExtensionsFoldersAndExistence) {
   EXPECT_EQ(std::tuple(IsBMPFile("a/picture.BMP"), IsTIFFile("scan.TIFF"), IsPNGFile("png")),
             std::tuple(1, 1, 0));

@@ -6,11 +6,9 @@
 #include <thread>
 #include <vector>
 
-#include "platform/CriticalSection.h"
 #include "platform/Semaphore.h"
 #include "platform/Thread.h"
 
-using platform::CriticalSection;
 using platform::Semaphore;
 using platform::Thread;
 
@@ -54,16 +52,6 @@ TEST(Semaphore, WaitWakesOneWaiterPerCount) {
   semaphore.Release(1);
   for (auto& t : waiters) t.join();
   EXPECT_EQ(woken.load(), 4);
-}
-
-// The engine enters its sections again from inside them; a plain mutex
-// would never return from the second Enter.
-TEST(CriticalSection, SameThreadMayEnterAgain) {
-  CriticalSection section;
-  section.Enter();
-  section.Enter();
-  section.Leave();
-  section.Leave();
 }
 
 namespace {

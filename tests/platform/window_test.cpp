@@ -1,9 +1,5 @@
 #include <gtest/gtest.h>
-#include <set>
-#include <thread>
 #include <tuple>
-#include <utility>
-#include <vector>
 
 #include "platform/Gdi.h"
 #include "platform/GdiPlus.h"
@@ -53,56 +49,4 @@ TEST(RecordingWindow, BlockOutlineLinesPaintEachEdgePixelOnce) {
       painted += edge;
     }
   EXPECT_EQ(painted, 14);
-
-  // A diagonal stops short of its end; the same lines go into an image.
-  Gdiplus::Bitmap image(4, 4, Gdiplus::PixelFormat32bppARGB);
-  platform::DeviceContext imageDc;
-  imageDc.surface = image.Surface();
-  SelectPenColor(&imageDc, 0x00FF00);
-  MoveToEx(&imageDc, 0, 0, nullptr);
-  LineTo(&imageDc, 3, 3);
-  for (int i = 0; i < 4; ++i) {
-    const uint8_t* p = imageDc.surface.Row(i) + i * 4;
-    EXPECT_EQ(p[1], i < 3 ? 255 : 0);
-  }
-  EXPECT_EQ(ReleaseDC(&window, &imageDc), 0);  // not the window's to release
-}
-
-TEST(Windows, MessagesReachTheReceiverAndHeadlessWindowsGiveNoContext) {
-  std::vector<std::pair<unsigned, LPARAM>> received;
-  platform::MessageWindow progress(
-      [&](unsigned message, WPARAM, LPARAM lParam) { received.emplace_back(message, lParam); });
-  EXPECT_TRUE(PostMessageA(&progress, PBM_SETRANGE, 0, MAKELPARAM(0, 42)));
-  EXPECT_TRUE(PostMessageA(&progress, PBM_STEPIT, 0, 0));
-  EXPECT_EQ(received, (std::vector<std::pair<unsigned, LPARAM>>{{0x401u, 42 << 16}, {0x405u, 0}}));
-  EXPECT_FALSE(PostMessageA(nullptr, PBM_STEPIT, 0, 0));
-
-  platform::NullWindow headless(640, 480);
-  RECT client;
-  ASSERT_TRUE(GetClientRect(&headless, &client));
-  EXPECT_EQ(std::tuple(client.right, client.bottom), std::tuple(640, 480));
-  EXPECT_EQ(GetDC(&headless), nullptr);
-  EXPECT_TRUE(PostMessageA(&headless, PBM_STEPIT, 0, 0));
-}
-
-// Four workers blit their blocks while the host reads the window.
-TEST(RecordingWindow, ConcurrentBlocksAllArrive) {
-  RecordingWindow window(16, 16);
-  std::vector<std::thread> workers;
-  for (int t = 0; t < 4; ++t)
-    workers.emplace_back([&window, t] {
-      std::vector<uint8_t> bytes(8 * 8 * 4, uint8_t(t + 1));
-      const platform::PixelSurface block{8, 8, 32, bytes.data(), 32};
-      const RECT destination{(t % 2) * 8, (t / 2) * 8, (t % 2) * 8 + 8, (t / 2) * 8 + 8};
-      for (int i = 0; i < 50; ++i) window.DrawPixels(block, {0, 0, 8, 8}, destination, true);
-    });
-  std::set<uint32_t> seen;
-  for (int i = 0; i < 200; ++i) seen.insert(window.Pixel(i % 16, (i / 16) % 16));
-  for (auto& worker : workers) worker.join();
-  // Whole pixels only: black, or one worker's colour.
-  for (uint32_t value : seen)
-    EXPECT_TRUE(value == 0xFF000000u || (value % 0x01010101u == 0 && value <= 0x04040404u));
-  for (int t = 0; t < 4; ++t)
-    EXPECT_EQ(window.Pixel((t % 2) * 8 + 3, (t / 2) * 8 + 5), 0x01010101u * (t + 1));
-  EXPECT_EQ(window.Events().size(), 200u);
 }

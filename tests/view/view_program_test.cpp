@@ -94,8 +94,8 @@ TEST_F(ViewProgram, ShowsTheDemoHouseAndADragTurnsTheCameraWithoutRebuildingTheM
   ASSERT_EQ(
       ExitCode(std::system(View(view320 + before.string() + " --exit-after-frame", display, output).c_str())),
       0)
-      << ReadText(output);
-  EXPECT_EQ(ReadText(output), "");
+      << folder.Read(output);
+  EXPECT_EQ(folder.Read(output), "");
   Picture a, b;
   ASSERT_TRUE(a.Load(before));
   ExpectDemoHouse(a);
@@ -107,10 +107,10 @@ TEST_F(ViewProgram, ShowsTheDemoHouseAndADragTurnsTheCameraWithoutRebuildingTheM
   ASSERT_NE(view, nullptr);
   auto waitForLog = [&](const std::string& text, int count) {
     for (int i = 0; i < 1800; ++i, std::this_thread::sleep_for(std::chrono::milliseconds(100)))
-      if (Count(ReadText(log), text) >= count) return true;
+      if (Count(folder.Read(log), text) >= count) return true;
     return false;
   };
-  ASSERT_TRUE(waitForLog("view: frame complete", 1)) << ReadText(log);
+  ASSERT_TRUE(waitForLog("view: frame complete", 1)) << folder.Read(log);
   // The window, looked up once: the first run's is gone.
   const std::string x = "DISPLAY=" + display + " xdotool ";
   std::string window;
@@ -119,18 +119,18 @@ TEST_F(ViewProgram, ShowsTheDemoHouseAndADragTurnsTheCameraWithoutRebuildingTheM
     if (std::fgets(line, sizeof line, found)) window = std::to_string(std::strtoul(line, nullptr, 10));
     pclose(found);
   }
-  ASSERT_FALSE(window.empty()) << ReadText(output);
+  ASSERT_FALSE(window.empty()) << folder.Read(output);
   ASSERT_EQ(std::system((x + "windowfocus --sync " + window + " mousemove --window " + window +
                          " 40 50 mousedown 1 mousemove --window " + window + " 60 55 mousemove --window " +
                          window + " 80 60 mouseup 1")
                             .c_str()),
             0)
-      << ReadText(output);
-  ASSERT_TRUE(waitForLog("view: frame complete", 2)) << ReadText(log);
+      << folder.Read(output);
+  ASSERT_TRUE(waitForLog("view: frame complete", 2)) << folder.Read(log);
   // The program may close its window between the key's press and release,
   // so xdotool's own result says nothing; that the program ends does.
   ASSERT_NE(std::system((x + "key --window " + window + " q 2>/dev/null").c_str()), -1);
-  ASSERT_EQ(ExitCode(pclose(view.release())), 0) << ReadText(output);
+  ASSERT_EQ(ExitCode(pclose(view.release())), 0) << folder.Read(output);
 
   // The picture turned: most of it changed.
   ASSERT_TRUE(b.Load(after));
@@ -145,8 +145,8 @@ TEST_F(ViewProgram, ShowsTheDemoHouseAndADragTurnsTheCameraWithoutRebuildingTheM
 
   // The log: one model build at the start, then camera moves only, as no
   // tree is rebuilt (how long each took depends on the machine's load, so
-  // it is not compared). Every UpdateFrame wrote its own timing line too.
-  const std::string lines = ReadText(log);
+  // it is not compared).
+  const std::string lines = folder.Read(log);
   const std::regex update("view: UpdateFrame after a ([a-z ]+): [0-9.e+-]+ ms");
   std::vector<std::string> updates;
   for (auto it = std::sregex_iterator(lines.begin(), lines.end(), update); it != std::sregex_iterator(); ++it)
@@ -155,15 +155,13 @@ TEST_F(ViewProgram, ShowsTheDemoHouseAndADragTurnsTheCameraWithoutRebuildingTheM
   std::vector<std::string> expected(updates.size(), "camera move");
   expected[0] = "model change";
   EXPECT_EQ(updates, expected) << lines;
-  EXPECT_EQ(Count(lines, "UpdateFrame Time = "), static_cast<int>(updates.size()));
-  EXPECT_EQ(Count(lines, "view: input to complete picture: "), 1);
 }
 
 TEST(ViewProgramWithoutDisplay, SaysSoInOneLine) {
   TestFolder folder;
   const auto output = folder.path / "out.txt";
   EXPECT_EQ(ExitCode(std::system(View("", "", output).c_str())), 2);
-  EXPECT_EQ(ReadText(output),
+  EXPECT_EQ(folder.Read(output),
             "brindlex-view: no display to open a window on (neither DISPLAY nor WAYLAND_DISPLAY is set)\n");
 }
 

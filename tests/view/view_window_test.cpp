@@ -1,12 +1,11 @@
-// The windows of brindlex-view. What the engine draws into them goes through
-// the pixel transfers of tests/platform; the engine's frame follows a resize
-// in view_loop_test.
+// The SDL window of brindlex-view. What the engine draws into it goes
+// through the pixel transfers of tests/platform; the engine's frame follows
+// a resize in view_loop_test.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 
 #include "platform/GdiPlus.h"
-#include "platform/PictureWindow.h"
 #include "platform/SdlWindow.h"
 
 namespace {
@@ -27,21 +26,6 @@ std::unique_ptr<Gdiplus::Bitmap> Gradient(int width, int height) {
 
 uint32_t GradientPixel(int x, int y) {
   return 0xFFC80000u | uint32_t(y) << 8 | uint32_t(x);
-}
-
-TEST(PictureWindow, ResizeKeepsThePictureScaled) {
-  platform::PictureWindow window(80, 64);
-  const auto frame = Gradient(80, 64);
-  window.DrawPixels(frame->Surface(), {0, 0, 80, 64}, {0, 0, 80, 64}, true);
-  window.Resize(160, 128);
-  RECT client;
-  window.GetClientRect(client);
-  EXPECT_EQ(client.right, 160);
-  EXPECT_EQ(client.bottom, 128);
-  // Twice the size: each pixel is repeated twice each way.
-  for (auto [x, y] : {std::pair{80, 20}, {81, 21}, {0, 0}, {159, 127}})
-    EXPECT_EQ(window.Pixel(x, y), GradientPixel(x / 2, y / 2)) << x << "," << y;
-  EXPECT_EQ(window.Pixel(160, 0), 0u);
 }
 
 // SDL's off-screen driver stands in for a display: the window is real to
