@@ -13,7 +13,10 @@
 #include "AccelTestAccess.h"
 #include "host/BrindlexViewMath.h"
 #include "engine/BrindlexViewRTRenderEngine.h"
+#include "SceneTestAccess.h"
 #include "TraversalTestHelpers.h"
+
+using scene_test::Vertex;
 
 namespace {
 
@@ -38,17 +41,9 @@ struct Random {
   }
 };
 
-double& At(SCENE_VERTEX_XYZ_64& v, int axis) {
+template <typename Vector>
+auto& At(Vector& v, int axis) {
   return axis == 0 ? v.x : axis == 1 ? v.y : v.z;
-}
-double At(const SCENE_VERTEX_XYZ& v, int axis) {
-  return axis == 0 ? v.x : axis == 1 ? v.y : v.z;
-}
-
-SCENE_VERTEX Vertex(double x, double y, double z) {
-  SCENE_VERTEX v{};
-  v.position = {float(x), float(y), float(z)};
-  return v;
 }
 
 // A random affine placement: any mix of rotation, scale and shear, moved
@@ -84,7 +79,7 @@ SWMesh RandomSoup(Random& random, int count) {
         p[1] = 2.0 * b.position.y - a.position.y;
         p[2] = 2.0 * b.position.z - a.position.z;
       }
-      mesh.vertices.push_back(Vertex(p[0], p[1], p[2]));
+      mesh.vertices.push_back(Vertex(float(p[0]), float(p[1]), float(p[2])));
       mesh.indices.push_back(uint32_t(mesh.indices.size()));
     }
   }
@@ -95,7 +90,8 @@ SWMesh RandomSoup(Random& random, int count) {
 SWMesh Floor(int cells, double size) {
   SWMesh mesh;
   for (int y = 0; y <= cells; ++y)
-    for (int x = 0; x <= cells; ++x) mesh.vertices.push_back(Vertex(size * x / cells, size * y / cells, 0.0));
+    for (int x = 0; x <= cells; ++x)
+      mesh.vertices.push_back(Vertex(float(size * x / cells), float(size * y / cells), 0));
   for (int y = 0; y < cells; ++y) {
     for (int x = 0; x < cells; ++x) {
       const uint32_t a = y * (cells + 1) + x, b = a + cells + 1;
@@ -209,8 +205,8 @@ class GroundTruth {
           if (HasArea(w)) targets.push_back(w);
           for (const SCENE_VERTEX_XYZ& c : w.corner) {
             for (int axis = 0; axis < 3; ++axis) {
-              lo[axis] = std::min(lo[axis], At(c, axis));
-              hi[axis] = std::max(hi[axis], At(c, axis));
+              lo[axis] = std::min<double>(lo[axis], At(c, axis));
+              hi[axis] = std::max<double>(hi[axis], At(c, axis));
             }
           }
         }

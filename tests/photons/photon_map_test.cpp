@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <bit>
 #include <cmath>
 #include <random>
 #include <vector>
@@ -99,20 +98,6 @@ TEST(PhotonMapGather, KernelCosineNearestRuleAndBounds) {
   EXPECT_DOUBLE_EQ(gather(20, 1.5), 0.5 / 1.5);
   photons.clear();
   EXPECT_EQ(gather(20, 1.5), 0.0);
-}
-
-TEST(PhotonMapGather, TiesOnTheSplitCoordinateAreFoundOnBothSides) {
-  // 17 photons at x = 0 and 23 at x = 1: the split at 1 leaves three x = 1
-  // photons on the left side.
-  std::vector<SWPhoton> photons;
-  for (int i = 0; i < 40; ++i) photons.push_back(Downward(i < 17 ? 0.0 : 1.0, 0.0125 * i, 0.0));
-  SWPhotonMap map;
-  map.Build(photons);
-  ASSERT_EQ(uint32_t(map.nodes[0].second), std::bit_cast<uint32_t>(1.0f));
-  for (double x : {1.0, 1.0 + 1e-9, 1.0 - 1e-9, 0.5})
-    for (double y : {0.0, 0.2, 0.45})
-      EXPECT_EQ(BruteForce(photons, {x, y, 0.0}, 0.6, Up, White, 1000),
-                Light(map.GatherPhotons({x, y, 0.0}, 0.6, photons, Up, White, 1000)));
 }
 
 TEST(PhotonMapGather, MillionPhotonsMatchABruteForceSum) {

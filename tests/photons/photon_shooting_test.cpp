@@ -1,15 +1,10 @@
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cmath>
 #include <cstring>
-#include <mutex>
-#include <pthread.h>
 
 #include "EngineTestAccess.h"
-#include "pipeline/RandomNumberGenerator.h"
 #include "RenderScene.h"
-#include "photons/ShootPhotonsThreadData.h"
 #include "TestDoubles.h"
 
 namespace {
@@ -113,40 +108,19 @@ TEST_F(PhotonShooting, ADistributedRunRepeatsAndEveryPhotonCarriesItsShare) {
   }
 }
 
-TEST_F(PhotonShooting, SettingsAndLightsThatStoreNothingLeaveEmptyMapsAndNoNotANumber) {
+TEST_F(PhotonShooting, WithoutBouncesPhotonsStopAtTheirFirstSurface) {
   Light(0, {0, 0, 5});
-  RepeatableUpdate();
-  ASSERT_FALSE(access.PhotonMap(true).nodes.empty());
-
-  // Level 0: both limits are 0, and a map built before is replaced.
-  scene.Options().SetPhotonLevel(0);
-  RepeatableUpdate();
-  EXPECT_TRUE(Photons(true).empty() && Photons(false).empty());
-  EXPECT_TRUE(access.PhotonMap(true).nodes.empty() && access.PhotonMap(false).nodes.empty());
-
   // No bounces: photons stop at their first surface.
-  scene.Options().SetPhotonLevel(1);
   scene.Options().SetNumberOfIndirectBounces(0);
   RepeatableUpdate();
   EXPECT_EQ(StoredRows(Photons(true)), 100000u);
   EXPECT_EQ(StoredRows(Photons(false)), 0u);
-
-  // A spot under the floor, turned away from the room, whose cone of 80
-  // degrees stays below the horizon: no photon is ever counted, and the
-  // lists must not turn into 0 / 0.
-  PhotonRoom dark;
-  dark.Light(1, {0, 0, -1}, {0, 0, -10}, 80.0);
-  dark.RepeatableUpdate();
-  EXPECT_EQ(StoredRows(dark.Photons(true)), 0u);
-  for (const SWPhoton& photon : dark.Photons(true))
-    ASSERT_TRUE(std::isfinite(SCENE_VERTEX_XYZ_64(photon.energy).x));
 }
 
 TEST_F(PhotonShooting, AGlassPaneStoresAndLetsHalfTheLightThrough) {
   // A pane of opacity 50 and diffuse 50 across the room at z = 8, under the
   // bulb at z = 9. Photons that cross it keep their bounce, so below it they
-  // are still direct ones, with half the energy of those above. (Clear and
-  // invisible panes, which store nothing, are the chain test's.)
+  // are still direct ones, with half the energy of those above.
   scene.Material("Glass", [&](TEXTURE_LINK& l) {
     l.SetOpacityLevel(50);
     l.SetDiffuseLevel(50);
@@ -167,82 +141,4 @@ TEST_F(PhotonShooting, AGlassPaneStoresAndLetsHalfTheLightThrough) {
   ASSERT_GT(onFloor, 0u);
   ASSERT_GT(above, 0.0);
   EXPECT_EQ(below, above * 0.5);
-}
-
-TEST(PhotonShootingLimits, ALongChainOfSeeThroughSurfacesTakesNoStackPerSurface) {
-  // 4000 clear panes 0.01 apart above a floor. A photon falling through
-  // all of them lands on the floor as it left, on a thread whose stack
-  // would not hold a call per pane. (Invisible materials never reach the
-  // tree.)
-  RenderScene scene(8, 8);
-  EngineTestAccess access(scene.engine);
-  scene.Material("Floor", [](TEXTURE_LINK& l) { l.SetDiffuseLevel(50); });
-  scene.Quad("Floor", {-10, -10, 0}, {10, -10, 0}, {10, 10, 0}, {-10, 10, 0});
-  scene.Material("Clear", [](TEXTURE_LINK& l) { l.SetOpacityLevel(0); });
-  std::vector<SCENE_VERTEX> vertices;
-  std::vector<unsigned int> indices;
-  for (unsigned int pane = 0; pane < 4000; ++pane) {
-    const float z = 1.0f + 0.01f * pane;
-    for (SCENE_VERTEX_XYZ p : {SCENE_VERTEX_XYZ{-5, -5, z}, {5, -5, z}, {5, 5, z}, {-5, 5, z}})
-      vertices.push_back({p, {0, 0, 1}, 0, 0, {1, 0, 0}});
-    for (unsigned int corner : {0, 1, 2, 0, 2, 3}) indices.push_back(4 * pane + corner);
-  }
-  scene.Mesh("Clear", vertices, indices);
-  // No light shoots photons of its own: the camera stands above the panes,
-  // and the project's lights are none.
-  scene.SetCamera({0, 0, 60}, {0, 0, 0});
-  scene.Options().SetCustomLighting(true);
-  scene.Options().SetNumberOfIndirectBounces(0);
-  scene.Update();
-  ASSERT_TRUE(access.Photons(true).empty());
-
-  PhotonCounter direct{0}, indirect{0}, shots{0};
-  const std::vector<uint32_t> noLights;
-  RT_RANDOM_NUMBER_GENERATOR generator(false, 0);
-  SWRT_SHOOT_PHOTONS_THREAD_DATA data{scene.View(), &scene.Options(), &direct,   &indirect, 1, 1,
-                                      &shots,       &noLights,        &generator};
-  access.PhotonList(true).assign(1, SWPhoton{});
-  access.PhotonList(false).assign(1, SWPhoton{});
-  // One photon straight down from above the panes, on a thread of 256 KiB.
-  struct Flight {
-    RT_RENDER_ENGINE* engine;
-    SWRT_SHOOT_PHOTONS_THREAD_DATA* data;
-  } flight{scene.engine, &data};
-  const auto fly = [](void* argument) -> void* {
-    Flight& f = *static_cast<Flight*>(argument);
-    SCENE_VERTEX_XYZ_64 origin = {0.3, 0.2, 50.0}, down = {0.0, 0.0, -1.0}, energy = {1.0, 2.0, 3.0};
-    SCENE_VERTEX_XYZ_64 inverse = InverseDirection(down);
-    SWRayIntersectionResult result{};
-    const bool hit = f.engine->IntersectSWGeometry(origin, down, inverse, result);
-    f.engine->ProcessPhotonIntersectionThread(*f.data, hit, result, origin, down, inverse, energy, 0);
-    return nullptr;
-  };
-  pthread_attr_t attributes;
-  pthread_attr_init(&attributes);
-  pthread_attr_setstacksize(&attributes, 256 * 1024);
-  pthread_t thread;
-  ASSERT_EQ(pthread_create(&thread, &attributes, fly, &flight), 0);
-  pthread_join(thread, nullptr);
-  EXPECT_EQ(direct.load() * 10 + indirect.load(), 10u);
-  const SWPhoton stored = access.Photons(true)[0];
-  const SCENE_VERTEX_XYZ_64 p = stored.position, d = stored.direction, e = stored.energy;
-  EXPECT_NEAR(std::fabs(p.x - 0.3) + std::fabs(p.y - 0.2) + std::fabs(p.z), 0.0, 1e-9);
-  EXPECT_TRUE(d.z == -1.0 && e.x == 1.0 && e.y == 2.0 && e.z == 3.0);
-}
-
-TEST_F(PhotonShooting, TheProgressBarCountsStoredPhotonsOfBothLists) {
-  std::mutex mutex;
-  std::vector<uint64_t> positions;  // the range first
-  platform::NullWindow bar(0, 0, [&](unsigned message, WPARAM wParam, LPARAM lParam) {
-    std::lock_guard<std::mutex> lock(mutex);
-    positions.push_back(message == PBM_SETRANGE32 ? 1000000 + uint64_t(lParam) : uint64_t(wParam));
-  });
-  scene.engine->SetRenderToFileCubeMapProgressBar(&bar);
-  Light(0, {0, 0, 5});
-  RepeatableUpdate();
-  // One job: the count only grows, about once a hundredth, up to both lists full.
-  ASSERT_GE(positions.size(), 50u);
-  EXPECT_EQ(positions.front(), 1200000u);
-  EXPECT_TRUE(std::is_sorted(positions.begin() + 1, positions.end()));
-  EXPECT_EQ(positions.back(), 200000u);
 }

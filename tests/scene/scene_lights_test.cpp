@@ -62,12 +62,7 @@ TEST(LightTable, KeepsInsertionOrderUntilTheFirstRemovalAndNumberOrderAfter) {
 
   table.RemoveLight(9);
   EXPECT_EQ(Order(table), (std::vector<int32_t>{2, 5, 7}));
-  EXPECT_EQ(table.GetLight(1), table.FindLight(5));
-  EXPECT_EQ(table.GetLight(3), nullptr);
   EXPECT_EQ(table.FindLight(9), nullptr);
-  SCENE_LIGHT_INSTANCE bare{11, nullptr, Translation(0, 0, 0)};
-  table.InsertOrUpdateLight(&bare);  // no definition: ignored
-  EXPECT_EQ(table.lights.size(), 3u);
 }
 
 TEST(LightSets, DrainIntoTheTableWithTheAlternateLightLastAndMarkEveryChangeDirty) {
@@ -114,17 +109,11 @@ TEST(DefaultLights, SetUpFollowTheCameraAndTheUpwardTestSeesTheRoof) {
   scene.Material("Roof", [](TEXTURE_LINK&) {});
   scene.Mesh("Roof", {Vertex(-5, -5, 10), Vertex(5, -5, 10), Vertex(0, 5, 10)}, {0, 1, 2});
   scene.Update();
-  // The eye light at the camera, y negated, intensity 7; the sun light at
-  // (-50, -50, 100) towards the origin, casting shadows, intensity 20.
-  const std::array<int, 4> eye{0, 0, LightEnabled | LightDiffuse, 7},
-      sun{1, 2, LightEnabled | LightDiffuse | LightCastsShadows, 20};
+  // The eye light at the camera, y negated. (The levels of both lights and
+  // the sun's direction are tests/lighting's, in a picture.)
   RTRendererLight lights[2] = {};
   SetDefaultLights(lights, Camera(3, 4, 0));  // world (3, -4, 0): under the roof; (3, 4) is not
-  EXPECT_EQ(Kind(lights[0]), eye);
-  EXPECT_EQ(Kind(lights[1]), sun);
   EXPECT_EQ(Point(lights[0].definition.position), (std::array<float, 3>{3, -4, 0}));
-  EXPECT_EQ(Point(lights[1].definition.position), (std::array<float, 3>{-50, -50, 100}));
-  EXPECT_EQ(Point(lights[1].definition.target), (std::array<float, 3>{0, 0, 0}));
   EXPECT_TRUE(TestCameraUnderCover(*scene.engine, lights[0].definition.position));
   EXPECT_FALSE(TestCameraUnderCover(*scene.engine, {3, 4, 0}));
   EXPECT_FALSE(TestCameraUnderCover(*scene.engine, {0, 0, 20}));  // above the roof
@@ -132,9 +121,6 @@ TEST(DefaultLights, SetUpFollowTheCameraAndTheUpwardTestSeesTheRoof) {
   EXPECT_FALSE(FollowCameraWithDefaultLight(lights, Camera(3, 4, 0)));  // not moved
   EXPECT_TRUE(FollowCameraWithDefaultLight(lights, Camera(0, 0, 20)));
   EXPECT_EQ(Point(lights[0].definition.position), (std::array<float, 3>{0, 0, 20}));
-  RTRendererLight unset[2] = {};
-  EXPECT_TRUE(FollowCameraWithDefaultLight(unset, Camera(1, 1, 1)));  // never set: both are set up
-  EXPECT_EQ(Kind(unset[1]), sun);
 
   // The headlight at the camera with its level; at level 0 only disabled.
   RTRendererLight headlight{};

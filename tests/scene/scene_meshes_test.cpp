@@ -32,22 +32,12 @@ std::array<double, 3> Box(const SCENE_VERTEX_XYZ_64& box) {
   return {box.x, box.y, box.z};
 }
 
-// A project whose map also holds a null root under key 7.
-class ProjectWithNullRoot : public ENVIRONMENT_3D_PROJECT {
- public:
-  void GetMaterialRoots(bool viewOwn, unsigned int option, MATERIAL_ROOT_MAP& roots) override {
-    ENVIRONMENT_3D_PROJECT::GetMaterialRoots(viewOwn, option, roots);
-    roots[7] = nullptr;
-  }
-};
-
 class SceneMeshes : public ::testing::Test {
  protected:
   void SetUp() override {
     engine->Initialize("", "", "", "", "", "");
     Material(project.CreateMaterialRoot(0), "Brick");
     Material(project.GetMaterialRoot(0), "Glass", false);
-    Material(project.GetMaterialRoot(0), "Ground");
     Material(project.CreateMaterialRoot(5), "Brick");
     ReplaceMaterialRoots(access.MaterialRoots(), &project, project.GetView(0), 0);
     brick = access.MaterialRoots()[0]->GetNodeThatControlsMaterial("Brick");
@@ -81,7 +71,7 @@ class SceneMeshes : public ::testing::Test {
 
   SceneTestEngine* engine = new SceneTestEngine();
   SceneTestEngine& access = *engine;
-  ProjectWithNullRoot project;
+  ENVIRONMENT_3D_PROJECT project;
   SCENE_GRAPH scene;
   SCENE_GRAPH_NODE_INTERFACE* root = scene.GetSceneGraphNode("Scene Graph Root");
   const MATERIAL_3D_NODE* brick = nullptr;
@@ -114,7 +104,7 @@ TEST_F(SceneMeshes, OrdinaryPassBakesSingleMeshesSharesRepeatedOnesDropsHiddenOn
   EXPECT_EQ(Box(access.SceneBox(1)), (std::array<double, 3>{12, 5, 20}));
   EXPECT_TRUE(access.MeshTable(1).instances.empty());
 
-  // Hits lead back to world vertices, or say what is missing.
+  // Hits lead back to world vertices.
   SWHitSurface surface;
   auto resolve = [&](uint32_t tree, uint32_t instance, uint32_t triangle) {
     SWRayIntersectionResult hit{};
@@ -126,21 +116,6 @@ TEST_F(SceneMeshes, OrdinaryPassBakesSingleMeshesSharesRepeatedOnesDropsHiddenOn
   EXPECT_EQ(At(surface.vertices[1]), (std::array<float, 3>{0, 0, 31}));
   ASSERT_EQ(resolve(0, 0, 0), SWHitSurfaceStatus::Resolved);  // baked
   EXPECT_EQ(At(surface.vertices[1]), (std::array<float, 3>{12, 0, 0}));
-
-  for (uint32_t tree : {1u, 2u}) EXPECT_EQ(resolve(tree, 0, 0), SWHitSurfaceStatus::NoSurface);
-  EXPECT_EQ(resolve(0, 5, 0), SWHitSurfaceStatus::NoSurface);
-  EXPECT_EQ(resolve(0, 0, 1), SWHitSurfaceStatus::NoSurface);
-  EXPECT_EQ(resolve(0, 0, 0x55555555), SWHitSurfaceStatus::NoSurface);  // 3t + 2 wraps in 32 bits
-
-  access.MeshTable(0).transforms.resize(2);  // instance 3's transform is gone: vertices as stored
-  ASSERT_EQ(resolve(0, 3, 0), SWHitSurfaceStatus::Resolved);
-  EXPECT_EQ(At(surface.vertices[2]), (std::array<float, 3>{1, 0, 0}));
-  access.MeshTable(0).meshes[0].indices[2] = 3;
-  EXPECT_EQ(resolve(0, 0, 0), SWHitSurfaceStatus::VertexOutOfRange);
-  access.SWMaterials()[0].material = nullptr;
-  EXPECT_EQ(resolve(0, 1, 0), SWHitSurfaceStatus::NoSurface);
-  access.SWMaterials().clear();
-  EXPECT_EQ(resolve(0, 1, 0), SWHitSurfaceStatus::NoSurface);
 }
 
 TEST_F(SceneMeshes, RotateToCameraGeometryGoesOnlyToTheSecondTableTurnedToTheViewer) {
@@ -168,76 +143,4 @@ TEST_F(SceneMeshes, RotateToCameraGeometryGoesOnlyToTheSecondTableTurnedToTheVie
   EXPECT_EQ(Rounded(turned.meshes[0].vertices[2]), (std::array<float, 3>{5, 0, 1}));
   EXPECT_EQ(MaterialOf(access.SWMaterials()[1]),
             access.MaterialRoots()[5]->GetNodeThatControlsMaterial("Brick"));
-
-  // A rotate node without a matrix turns about the world origin, as with
-  // the identity for its matrix (eye at (10,0,0)), and stays in world space;
-  // the stack is back at its bottom after it.
-  SCENE_GRAPH bare;
-  SCENE_GRAPH_NODE_INTERFACE* top = bare.GetSceneGraphNode("Scene Graph Root");
-  top->CreateNodeGroupData()->SetGroupMaterialID("Brick");
-  for (const SCENE_MATRIX* matrix : {static_cast<const SCENE_MATRIX*>(nullptr), &at}) {
-    SCENE_GRAPH_NODE* node = Group(top, "Plain", nullptr, matrix);
-    node->GetNodeGroupData()->SetGroupRotateToCamera(true);
-    node->AddChildNode(MeshNode("leaf", {Vertex(0, 0, 0), Vertex(1, 0, 0), Vertex(0, 0, 1)}));
-  }
-  camera = {{10, 0, 0}, {0, 0, 0}, 45.0f, 10.0f, 0.0f};
-  CalculateModelViewMatrix(&view, &camera);
-  access.Walk(1, top, nullptr, nullptr, &view);
-  ASSERT_EQ(turned.meshes.size(), 2u);
-  EXPECT_EQ(Rounded(turned.meshes[0].vertices[1]), (std::array<float, 3>{0, 1, 0}));
-  EXPECT_EQ(Rounded(turned.meshes[1].vertices[0]), (std::array<float, 3>{5, 0, 0}));
-}
-
-TEST_F(SceneMeshes, HorizonComesFirstWithYNegatedAndStaysOutOfTheBox) {
-  SCENE_GRAPH empty;
-  access.Walk(0, empty.GetSceneGraphNode("Scene Graph Root"));
-  EXPECT_EQ(access.MeshTable(0).transforms.size(), 1u);
-  EXPECT_EQ(access.SceneBox(0).x, 1.7976931348623157e308);
-
-  SCENE_GRAPH_NODE horizon("Horizon");
-  SCENE_VERTEX corners[3] = {Vertex(1, 2, 3), Vertex(4, 5, 6), Vertex(7, 8, 9)};
-  corners[0].normal = {0, 1, 0};
-  corners[0].tangent = {1, 1, 0};
-  corners[0].u = 0.25f;
-  const unsigned int triangle[3] = {0, 1, 2};
-  horizon.CreateNodeMeshData()->SetMeshData(corners, 3, triangle, 3);
-  root->AddChildNode(MeshNode("m"));
-  access.Walk(0, root, &horizon, "Glass");  // invisible: no horizon
-  EXPECT_EQ(access.MeshTable(0).instances.size(), 1u);
-  access.Walk(1, root, &horizon, "Ground");  // rotate pass: no horizon
-  EXPECT_TRUE(access.MeshTable(1).meshes.empty());
-
-  access.SWMaterials().clear();
-  access.MaterialIndexByNode().clear();
-  access.Walk(0, root, &horizon, "Ground");
-  const SWMeshTable& table = access.MeshTable(0);
-  ASSERT_EQ(Rows(table), (std::vector<uint32_t>{0, 101}));
-  const SCENE_VERTEX v = table.meshes[0].vertices[0];
-  EXPECT_EQ(At(v), (std::array<float, 3>{1, -2, 3}));
-  EXPECT_TRUE(v.normal.y == -1.0f && v.tangent.x == 1.0f && v.tangent.y == -1.0f && v.u == 0.25f);
-  EXPECT_EQ(MaterialOf(access.SWMaterials()[1]), brick);
-  EXPECT_EQ(Box(access.SceneBox(1)), (std::array<double, 3>{1, 1, 0}));
-}
-
-TEST_F(SceneMeshes, MaterialTreesAreDeepCopiesOfWhatTheViewDrawsWith) {
-  MATERIAL_3D_NODE* own = MaterialRoot();
-  Material(own, "Marble");
-  ASSERT_TRUE(project.SetViewMaterialRoot(3, 0, own));
-  auto& roots = access.MaterialRoots();
-  EXPECT_EQ(roots.size(), 2u);  // key 7 had no root
-  EXPECT_NE(roots[0], project.GetMaterialRoot(0));
-  EXPECT_FALSE(project.AreMaterialRootsLent());
-  const_cast<MATERIAL_3D_NODE*>(project.GetMaterialRoot(0)->GetNodeThatControlsMaterial("Brick"))
-      ->SetVisible(false);
-  EXPECT_NE(brick->IsVisible(), 0);  // a later host edit does not reach the copy
-
-  // After ShutDownModel every key is replaced again, key 0 included; a view
-  // with its own materials draws with its set.
-  engine->ShutDownModel();
-  EXPECT_EQ(roots[0], nullptr);
-  project.GetView(0)->SetShareProjectMaterials(false);
-  ReplaceMaterialRoots(access.MaterialRoots(), &project, project.GetView(0), 3);
-  ASSERT_NE(roots[0], nullptr);
-  EXPECT_NE(roots[0]->GetNodeThatControlsMaterial("Marble"), nullptr);
-  EXPECT_EQ(roots[0]->GetNodeThatControlsMaterial("Brick"), nullptr);
 }

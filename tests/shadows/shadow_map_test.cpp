@@ -3,7 +3,6 @@
 #include <cmath>
 #include <vector>
 
-#include "shadows/CubeShadowMapSeams.h"
 #include "EngineTestAccess.h"
 #include "RenderScene.h"
 #include "shadows/ShadowMapSampling.h"
@@ -64,11 +63,6 @@ TEST(ShadowMapLookUp, CubeFaceFollowsTheLargestAxisAndCoordinatesFollowTheFace) 
   // blocker at 100 gets 10 / (10 + 100).
   EXPECT_NEAR(ShadowMapVisibility(Depth(100.0), 110.0, SmallestCubeMapVariance), 10.0 / 110.0, 1e-12);
   EXPECT_EQ(ShadowMapVisibility(Depth(100.0), 100.0, SmallestCubeMapVariance), 1.0);
-  // A map that is not a square cube of six faces is not read.
-  SWCubeShadowMap odd(4, 8, 6);
-  pixel = Depth(3.0);
-  SampleCubeShadowMap(&odd, {1, 0, 0}, pixel);
-  EXPECT_EQ(pixel.depth, 3.0);
 }
 
 namespace {
@@ -183,8 +177,7 @@ TEST_F(ShadowMapTileTest, TileAndFilterMatchABruteForceOfTheSamePixels) {
 }
 
 TEST_F(ShadowMapTileTest, EmptyPixelsNeitherOverflowNorTurnIntoNotANumber) {
-  // A blocker at 0.3 beside pixels that saw nothing, and in a cube a point
-  // light's pixel whose square overflowed.
+  // A blocker at 0.3 beside pixels that saw nothing.
   auto* map = new SWShadowMap(Size, Size);
   for (int i = 0; i < Size * Size; ++i)
     map->pixels[i] = i % Size < 16 ? SW_PIXEL_G64R64F{Huge, Huge} : Depth(0.3);
@@ -201,15 +194,6 @@ TEST_F(ShadowMapTileTest, EmptyPixelsNeitherOverflowNorTurnIntoNotANumber) {
   EXPECT_EQ(VisibilityAtColumn(filtered, 17), 1.0);
   EXPECT_NEAR(VisibilityAtColumn(filtered, 24), 0.0001 / (0.0001 + 0.3 * 0.3), 1e-12);
 
-  const double half = Huge / 2.0;
-  const SW_PIXEL_G64R64F overflowed{half * half, half};
-  ASSERT_TRUE(std::isinf(overflowed.depthSquared));
-  SWCubeShadowMap cube(4, 4, 6);
-  for (int i = 0; i < 4 * 4 * 6; ++i) cube.pixels[i] = i % 2 ? overflowed : Depth(50.0);
-  SW_PIXEL_G64R64F pixel{};
-  SampleCubeShadowMapFace(&cube, 0, 0.5f, 0.5f, pixel);  // a tap of weight 0 on an infinite pixel
-  EXPECT_FALSE(std::isnan(pixel.depth) || std::isnan(pixel.depthSquared));
-  EXPECT_EQ(ShadowMapVisibility(pixel, 80.0, SmallestCubeMapVariance), 1.0);
   EXPECT_EQ(ShadowMapVisibility({Huge, 1e300}, 2e300, SmallestCubeMapVariance), 1.0);
 }
 
@@ -249,69 +233,20 @@ TEST_F(ShadowMapTileTest, PixelHoldsTheMiddleOfTheFirstTwoBlockers) {
   }
 }
 
-TEST_F(ShadowMapTileTest, LightsKeepOrReplaceTheirMapsAndAbortKeepsThemDirty) {
-  std::vector<SWShadowMap*>& maps = access.ShadowMapsSingle();
-  std::map<int32_t, int32_t>& index = access.ShadowMapIndexSingle();
-  SCENE_GRAPH graph;
+TEST_F(ShadowMapTileTest, ALightsMapIsDrawnOnceCleanAndAnAbortKeepsItDirty) {
   // Draws `number`'s map after marking it dirty; true when it is clean after.
-  const auto generate = [&](int number, SCENE_GRAPH* in = nullptr) {
+  SCENE_GRAPH graph;
+  const auto generate = [&](int number, SCENE_GRAPH* in) {
     access.DirtyShadowLights() = {number};
-    scene.engine->GenerateSWShadowmap(number, scene.View(), in ? in : &graph, &options);
+    scene.engine->GenerateSWShadowmap(number, scene.View(), in, &options);
     return access.DirtyShadowLights().empty();
   };
-  const auto change = [&](int number, uint16_t type, uint16_t flags) {
-    RTRendererLight light = *access.Lights().FindLight(7);
-    light.number = number, light.definition.type = type, light.definition.flags = flags;
-    access.Lights().InsertOrUpdateLight(&light);
-  };
-  access.DirtyShadowLights() = {7};
-  scene.engine->GenerateSWShadowmap(7, scene.View(), nullptr, &options);  // no scene graph: nothing happens
-  EXPECT_TRUE(maps.empty());
-  EXPECT_EQ(access.DirtyShadowLights().count(7), 1u);
-  EXPECT_TRUE(generate(7));
-  ASSERT_EQ(maps.size(), 1u);
-  EXPECT_EQ(maps[0]->width * 100 + index.at(7), 25600);  // a spot light's map is 256 wide
-  // Turned into a direct light: a map of 1024 replaces it.
-  change(7, 2, LightEnabled | LightCastsShadows);
-  EXPECT_TRUE(generate(7));
-  ASSERT_EQ(maps.size(), 1u);
-  EXPECT_EQ(maps[0]->width, 1024);
-  // A null row is taken before the vector grows; a light that casts no
-  // shadow leaves the dirty set without a map.
-  delete maps[0];
-  maps[0] = nullptr;
-  index.erase(7);
-  change(8, 3, LightEnabled | LightCastsShadows);
-  EXPECT_TRUE(generate(8));
-  EXPECT_EQ(maps.size() * 100 + index.at(8), 100u);
-  change(9, 3, LightEnabled);
-  EXPECT_TRUE(generate(9));
-  EXPECT_EQ(index.count(9), 0u);
-  // An abort keeps the light dirty, to be drawn next time.
+  EXPECT_FALSE(generate(7, nullptr));  // no scene graph: nothing happens
+  EXPECT_TRUE(access.ShadowMapsSingle().empty());
   scene.engine->SetShouldAbortRenderFunction([](void*) { return true; }, nullptr);
-  EXPECT_FALSE(generate(7));
-}
-
-TEST(CubeShadowMapSeams, CrossingAnEdgeLandsNextToThePixelOnTheFaceBeyond) {
-  // For every pixel on every edge, one and two steps out: the pixel found
-  // on the next face lies where the extended face points, within two
-  // pixels' angle (a quarter turn spread over the face).
-  constexpr int S = 16;
-  const double pixelAngle = 1.5707963267948966 / S;
-  for (int face = 0; face < 6; ++face)
-    for (int along = 0; along < S; ++along)
-      for (int out : {-1, -2, S, S + 1})
-        for (bool acrossX : {false, true}) {
-          const int x = acrossX ? out : along, y = acrossX ? along : out;
-          int f, nx, ny;
-          ASSERT_TRUE(CubeShadowMapNeighbour(S, face, x, y, f, nx, ny));
-          const SCENE_VERTEX_XYZ_64 a = FaceDirection(face, x, y, S), b = FaceDirection(f, nx, ny, S);
-          const double angle = std::acos(std::min(1.0, a.x * b.x + a.y * b.y + a.z * b.z));
-          EXPECT_LT(angle, 2 * pixelAngle) << face << ": " << x << ", " << y << " -> " << f;
-          EXPECT_NE(f, face);
-        }
-  int f, nx, ny;
-  EXPECT_FALSE(CubeShadowMapNeighbour(S, 0, -1, -1, f, nx, ny));  // beyond two edges
-  EXPECT_TRUE(CubeShadowMapNeighbour(S, 3, 4, 5, f, nx, ny));
-  EXPECT_EQ(f * 100 + nx * 10 + ny, 345);
+  EXPECT_FALSE(generate(7, &graph));  // drawn next time
+  scene.engine->SetShouldAbortRenderFunction(nullptr, nullptr);
+  EXPECT_TRUE(generate(7, &graph));
+  ASSERT_EQ(access.ShadowMapsSingle().size(), 1u);
+  EXPECT_EQ(access.ShadowMapsSingle()[0]->width, 256);  // a spot light's map
 }

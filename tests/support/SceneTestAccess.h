@@ -18,11 +18,9 @@ class SceneTestEngine : public RT_RENDER_ENGINE {
  public:
   std::map<uint32_t, MATERIAL_3D_NODE*>& MaterialRoots() { return materialRoots; }
   std::vector<SWMaterialEntry>& SWMaterials() { return swMaterials; }
-  std::map<const MATERIAL_3D_NODE*, uint32_t>& MaterialIndexByNode() { return materialIndexByNode; }
   SWMeshTable& MeshTable(int i) { return meshTables[i]; }
   KDTree& Tree(int i) { return kdTrees[i]; }
   SCENE_VERTEX_XYZ_64& SceneBox(int i) { return i == 0 ? sceneMin : sceneMax; }
-  RTRendererLight& DefaultLight(int i) { return defaultLights[i]; }
 
   // The ordinary pass (table 0) or the rotate pass (table 1) into the
   // engine's own tables, as a scene update runs it.

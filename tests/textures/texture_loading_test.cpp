@@ -108,10 +108,6 @@ TEST_F(TextureLoading, FailuresLeaveAnEmptyRecord) {
     EXPECT_TRUE(access.Row(0)->levelCount == 0 && !access.Row(0)->levels && access.Row(0)->name == good)
         << name;
   }
-  EXPECT_FALSE(access.LoadSWTexture(4, good.c_str(), false, nullptr));
-  EXPECT_FALSE(access.LoadSWTexture(1, nullptr, false, nullptr));
-  EXPECT_EQ(access.Row(1), nullptr);
-  EXPECT_FALSE(access.LoadSWNormalHeightMapTexture(4, good.c_str(), nullptr));
 }
 
 // Normal texel bytes blue, green, red: z, y and x mapped from -1..1 to 0..255.
