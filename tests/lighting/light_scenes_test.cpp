@@ -46,7 +46,9 @@ struct LitScene {
   bool optionsAfterUpdate = false;
   float ambientLevel = 0;
   float diffuseLevel = 50;
-  bool blackTexture = false;  // on the floor
+  bool blackTexture = false;  // on the floor, alpha 128
+  bool overrideTexture = false;
+  double alpha = 1;
 };
 
 const SCENE_LIGHT_DEFINITION None = Light(0, {0, 0, 4}, Lit, 0);
@@ -101,8 +103,10 @@ const LitScene Scenes[] = {
     // from (-50, -50, 100), 2.0, neither with a highlight.
     {"default lights", Light(0, {0, 0, 4}), 0, 0, Grey(0.15 + 0.2 * (0.7 + 2.0 * 100 / std::sqrt(15000.0))),
      [](MODE_RENDER_OPTIONS& o) { o.SetCustomLighting(false); }, false, 50, 20},
-    {"a black texture tints all but the highlight", Light(0, {0, 0, 4}), 0, 0, Grey(0.25), nullptr, false, 0,
-     50, true},
+    {"a black texture tints all but the highlight, its alpha kept", Light(0, {0, 0, 4}), 0, 0, Grey(0.25),
+     nullptr, false, 0, 50, true, false, 128 / 255.0},
+    {"the material colour overriding the texture", Light(0, {0, 0, 4}), 0, 0, Grey(0.75), nullptr, false, 0,
+     50, true, true},
     {"bright light is clamped to 1", Light(0, {0, 0, 4}, Lit, 30), 0, 0, Grey(1)},
     // The photon maps of the last update are empty: only ambient is left.
     {"photons standing in for all direct light", Light(0, {0, 0, 4}), 0, 0, Grey(0.2),
@@ -126,8 +130,9 @@ TEST(LightScenes, HandWorkedColoursOfOneLitPoint) {
       l.SetSpecularLevel(25);
       l.SetEmissiveLevel(0);
       if (s.blackTexture) l.SetTextureLinkFullFileName("black.png");
+      l.SetOverrideTextureWithColor(s.overrideTexture);
     });
-    scene.Picture("black.png", 2, 2, [](int, int) { return 0xFF000000u; });
+    scene.Picture("black.png", 2, 2, [](int, int) { return 0x80000000u; });
     scene.Material("Blocker", [](TEXTURE_LINK&) {});
     scene.Quad("Blocker", {1.75f, -0.5f, 2}, {2.25f, -0.5f, 2}, {2.25f, 0.5f, 2}, {1.75f, 0.5f, 2});
     if (s.light.intensity != 0) {
@@ -141,9 +146,11 @@ TEST(LightScenes, HandWorkedColoursOfOneLitPoint) {
     if (s.options && !s.optionsAfterUpdate) s.options(options);
     scene.Update();
     if (s.options && s.optionsAfterUpdate) s.options(options);
-    const SCENE_VERTEX_XYZW c = scene.Shade(s.x, s.y);
+    // A texture's row is shaded at the depth limit: nothing behind shows.
+    const SCENE_VERTEX_XYZW c = scene.Shade(s.x, s.y, s.blackTexture ? 8 : 0);
     EXPECT_NEAR(c.x, s.expected[0], 2e-6);
     EXPECT_NEAR(c.y, s.expected[1], 2e-6);
     EXPECT_NEAR(c.z, s.expected[2], 2e-6);
+    EXPECT_NEAR(c.w, s.alpha, 2e-6);
   }
 }

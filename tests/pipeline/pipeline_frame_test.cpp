@@ -130,17 +130,15 @@ TEST_F(FrameTest, RayTracedFrameOutlinesTracesAndShowsEveryBlockOnce) {
 TEST_F(FrameTest, AbortAtEntryOrNoTreesDrawNothing) {
   Start(40, 40);
   access->FillBitmap(Marker);
-  AbortPlan plan;
-  engine->SetShouldAbortRenderFunction(&PollAbort, &plan);
+  AbortPlan plan, none;
   plan.aborted = true;  // at the host's first poll
-  EXPECT_EQ(engine->RenderFrame(nullptr, &view, &scene, rect, false), 0u);
+  EXPECT_EQ(Render(plan), 0u);
   EXPECT_EQ(UniformBlocksOf(Marker), 4);
   EXPECT_EQ(plan.workerPolls, 0);
   // Shut down: no trees, and nothing reaches the window.
-  plan.aborted = false;
   engine->ShutDown();
   window->ClearEvents();
-  EXPECT_EQ(engine->RenderFrame(nullptr, &view, &scene, rect, false), 0u);
+  EXPECT_EQ(Render(none), 0u);
   EXPECT_EQ(engine->QueryRenderer(6), 0);
   EXPECT_TRUE(window->Events().empty());
 }
@@ -165,8 +163,6 @@ TEST_F(FrameTest, AbortInTheFirstPathTracingPassKeepsWholeBlocksOnly) {
 
 namespace {
 // Deals out the 32 x 32 tiles of a 70 x 40 view, and one that lies outside.
-// Every sample must be the background 0x00336699 (red in the low byte)
-// with no alpha; the buffer starts zeroed.
 struct TileServer : ThreadCountServer {
   TileServer() : ThreadCountServer(2) {}
   bool GetNextDistributedTile(unsigned int* x, unsigned int* y, unsigned short* size, unsigned short* pass,
@@ -179,19 +175,15 @@ struct TileServer : ThreadCountServer {
     *pass = *passCount = 1;
     return true;
   }
-  void SubmitDistributedTile(SCENE_VERTEX_XYZW* samples, unsigned int x, unsigned int y, unsigned short,
+  void SubmitDistributedTile(SCENE_VERTEX_XYZW*, unsigned int x, unsigned int y, unsigned short,
                              unsigned short, unsigned short, unsigned int width,
                              unsigned int height) override {
-    bool background = true;
-    for (unsigned i = 0; i < width * height; ++i)
-      background &= samples[i].x == float(0x99 / 255.0) && samples[i].y == float(0x66 / 255.0) &&
-                    samples[i].z == float(0x33 / 255.0) && samples[i].w == 0.0f;
     std::lock_guard<std::mutex> lock(mutex);
-    submitted.insert({x, y, width, height, background});
+    submitted.insert({x, y, width, height});
   }
   std::atomic<int> next{0};
   std::mutex mutex;
-  std::multiset<std::tuple<unsigned, unsigned, unsigned, unsigned, bool>> submitted;
+  std::multiset<std::tuple<unsigned, unsigned, unsigned, unsigned>> submitted;  // x, y, width, height
 };
 }  // namespace
 
@@ -199,13 +191,12 @@ TEST_F(FrameTest, DistributedFrameSubmitsEveryDealtTileOnce) {
   TileServer server;
   Start(70, 40);
   engine->SetRenderDistributedServerInterface(&server);
-  options.SetBackgroundColor(0x00336699);
   AbortPlan plan;
   Render(plan);
-  const std::multiset<std::tuple<unsigned, unsigned, unsigned, unsigned, bool>> expected = {
-      {0, 0, 32, 32, true}, {32, 0, 32, 32, true}, {64, 0, 6, 32, true},
-      {0, 32, 32, 8, true}, {32, 32, 32, 8, true}, {64, 32, 6, 8, true}};
-  EXPECT_EQ(server.submitted, expected);
+  EXPECT_EQ(
+      server.submitted,
+      (decltype(server.submitted){
+          {0, 0, 32, 32}, {32, 0, 32, 32}, {64, 0, 6, 32}, {0, 32, 32, 8}, {32, 32, 32, 8}, {64, 32, 6, 8}}));
   engine->SetRenderDistributedServerInterface(nullptr);
 }
 

@@ -58,3 +58,20 @@ TEST(HitGeometry, IntersectionNormalWithReliefAndSides) {
     ExpectVector(n, c.expected.x, c.expected.y, c.expected.z);
   }
 }
+
+TEST(HitGeometry, RayDifferentialsOfAViewStraightDown) {
+  // The ray hits (0.5, 0.5, 0) straight down, the next pixels' rays 0.1
+  // further along x and y: u = x / 2 and v = y / 2 step by 0.05. A
+  // triangle shrunk to a point has nothing to solve: one texel each way.
+  for (const bool point : {false, true}) {
+    const auto at = [&](const SCENE_VERTEX& c) { return point ? Corner(1, 1, 0, c.u, c.v) : c; };
+    SCENE_VERTEX_XYZ_64 dPdx{}, dPdy{};
+    double dudx = -9, dudy = -9, dvdx = -9, dvdy = -9;
+    CalculateRayDifferentials(at(A), at(B), at(C), {0, 0, 1}, {0.6, 0.5, 5}, {0, 0, -1}, {0.5, 0.6, 5},
+                              {0, 0, -1}, {0.5, 0.5, 0}, dPdx, dPdy, dudx, dudy, dvdx, dvdy);
+    ExpectVector(dPdx, 0.1, 0, 0);
+    ExpectVector(dPdy, 0, 0.1, 0);
+    const double step = point ? 1 : 0.05;
+    EXPECT_TRUE(std::abs(dudx - step) < 1e-9 && dvdx == 0 && dudy == 0 && std::abs(dvdy - step) < 1e-9);
+  }
+}
