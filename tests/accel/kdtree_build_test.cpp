@@ -10,7 +10,6 @@
 #include <bit>
 #include <cfloat>
 #include <limits>
-#include <memory>
 #include <random>
 #include <vector>
 

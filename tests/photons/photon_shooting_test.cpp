@@ -33,13 +33,9 @@ struct PhotonRoom {
     scene.Quad("Room", {-10, -10, 0}, {-10, -10, 10}, {10, -10, 10}, {10, -10, 0});
     scene.Quad("Room", {-10, 10, 0}, {10, 10, 0}, {10, 10, 10}, {-10, 10, 10});
   }
-  void Light(uint16_t type, SCENE_VERTEX_XYZ position, SCENE_VERTEX_XYZ target = {0, 0, 0},
-             double angle = 0.0) {
+  void Light(SCENE_VERTEX_XYZ position) {
     SCENE_LIGHT_DEFINITION light{};
-    light.type = type;
     light.position = position;
-    light.target = target;
-    light.angle = angle;
     light.color = 0x00FFFFFF;
     light.flags = LightEnabled | LightDiffuse;
     light.intensity = 10;
@@ -72,7 +68,7 @@ size_t StoredRows(const std::vector<SWPhoton>& photons) {
 
 TEST_F(PhotonShooting, ADistributedRunRepeatsAndEveryPhotonCarriesItsShare) {
   const SCENE_VERTEX_XYZ_64 bulb = {1.0, 2.0, 5.0};
-  Light(0, {1, 2, 5});
+  Light({1, 2, 5});
   RepeatableUpdate();
   const std::vector<SWPhoton> direct = Photons(true), indirect = Photons(false);
   // Half the light goes on at each surface, so both lists fill.
@@ -98,7 +94,7 @@ TEST_F(PhotonShooting, ADistributedRunRepeatsAndEveryPhotonCarriesItsShare) {
   // Again in this engine, and in another one, as on another machine of a
   // render farm.
   PhotonRoom other;
-  other.Light(0, {1, 2, 5});
+  other.Light({1, 2, 5});
   for (PhotonRoom* room : {static_cast<PhotonRoom*>(this), &other}) {
     room->RepeatableUpdate();
     ASSERT_EQ(room->Photons(true).size() + room->Photons(false).size(), 200000u);
@@ -106,11 +102,7 @@ TEST_F(PhotonShooting, ADistributedRunRepeatsAndEveryPhotonCarriesItsShare) {
     EXPECT_EQ(std::memcmp(room->Photons(false).data(), indirect.data(), indirect.size() * sizeof(SWPhoton)),
               0);
   }
-}
-
-TEST_F(PhotonShooting, WithoutBouncesPhotonsStopAtTheirFirstSurface) {
-  Light(0, {0, 0, 5});
-  // No bounces: photons stop at their first surface.
+  // Without bounces photons stop at their first surface.
   scene.Options().SetNumberOfIndirectBounces(0);
   RepeatableUpdate();
   EXPECT_EQ(StoredRows(Photons(true)), 100000u);
@@ -126,7 +118,7 @@ TEST_F(PhotonShooting, AGlassPaneStoresAndLetsHalfTheLightThrough) {
     l.SetDiffuseLevel(50);
   });
   scene.Quad("Glass", {-10, -10, 8}, {10, -10, 8}, {10, 10, 8}, {-10, 10, 8});
-  Light(0, {0, 0, 9});
+  Light({0, 0, 9});
   RepeatableUpdate();
   size_t onPane = 0, onFloor = 0;
   double above = 0.0, below = 0.0;

@@ -142,9 +142,6 @@ TEST_F(UpdateFrameTest, TheNearestEightShadowLightsKeepTheirMaps) {
     }
     view->GetViewFileState()->SetCameraInfo({{0, 0, 0}, {1, 0, 0}, 45, 10, 0});
     Options().SetCustomLighting(true);
-    Options().SetDisplayShadows(true);
-    Options().SetRayTracedSoftShadows(true);
-    Options().SetCalculateAllShadows(false);
     const auto update = [&] {
       engine->UpdateFrame(&project, view, project.GetSceneGraph(), &lights, nullptr, nullptr, 0, 1);
     };

@@ -57,7 +57,6 @@ class ShadowSceneTest : public ::testing::Test {
     }
     scene.Update();
     options.SetCustomLighting(true);
-    options.SetDisplayShadows(true);
     options.SetRayTracedSoftShadows(false);
   }
   // Whether the way straight up from (x, y, 0) to height 10 is blocked.
@@ -76,9 +75,8 @@ TEST_F(ShadowSceneTest, BoxCastsAHardShadowWhereGeometryPutsIt) {
   // From a light at height 10 the box's top edge x = 1 at height 4 falls
   // on the floor at x = 1 * 10 / (10 - 4) = 1.667.
   RTRendererLight light = MakeLight(0, {0, 0, 10});
-  SCENE_VERTEX_XYZ diffuse{}, specular{};
   for (double x : {0.0, 1.6, 1.75}) {
-    diffuse = {0, 0, 0};
+    SCENE_VERTEX_XYZ diffuse{}, specular{};
     engine->AddPointLightContributionToPixel(&light, &options, nullptr, P(x, 0, 0), {0, 0, 1}, {0, 0, -1},
                                              {1, 1, 1}, {1, 1, 1}, 0, diffuse, specular);
     const float expected = x < 1.667 ? 0.0f : float(10.0 / std::sqrt(x * x + 100.0));
@@ -107,4 +105,37 @@ TEST_F(ShadowSceneTest, OpacityAndTexelAlphaDecideWhatBlocks) {
   const uint32_t limit = 8;
   EXPECT_TRUE(BlockedAbove(5, -5, limit - 1));
   EXPECT_FALSE(BlockedAbove(5, -5, limit));
+}
+
+TEST_F(ShadowSceneTest, EachShadowSettingPicksItsTest) {
+  // Under the box from a light at height 10: 0 where the ray is cast, 1 where no test is made.
+  const RTRendererLight light = MakeLight(0, {0, 0, 10});
+  const struct {
+    bool custom, display, soft;
+    double visibility;
+  } rows[] = {{true, true, false, 0},     // the hard ray
+              {true, true, true, 0},      // soft shadows, no map yet: still the ray
+              {true, false, false, 1},    // shadows hidden
+              {false, false, false, 0}};  // default lighting shadows regardless
+  for (const auto& r : rows) {
+    options.SetCustomLighting(r.custom);
+    options.SetDisplayShadows(r.display);
+    options.SetRayTracedSoftShadows(r.soft);
+    EXPECT_EQ(
+        engine->GetLightVisibilityThroughShadow(&light, &options, nullptr, P(0, 0, 10), P(0, 0, 0), 0, 0),
+        r.visibility);
+  }
+}
+
+TEST_F(ShadowSceneTest, AmbientOcclusionIsTheDistanceToABlockerWithinOne) {
+  // Straight up from 0.5 under the box, 0.001 already covered; then too far covered.
+  const SCENE_VERTEX_XYZ_64 up = P(0, 0, 1), inverse = InverseDirection(up);
+  EXPECT_NEAR(engine->GetAmbientOcclusionFactorForRay(P(0, 0, 1.5), up, inverse, 0.001), 0.501, 1e-9);
+  EXPECT_EQ(engine->GetAmbientOcclusionFactorForRay(P(0, 0, 1.5), up, inverse, 0.501), 1.0);
+  // Rays from the upper half of the cube made unit give min(0.5 / cos, 1) there, of mean
+  // 0.8473 and deviation 0.168: 200 calls of 10 rays are held within 5 deviations.
+  double sum = 0.0;
+  for (int i = 0; i < 200; ++i) sum += engine->GetAmbientOcclusionFactor(P(0, 0, 1.5), up);
+  EXPECT_NEAR(sum / 200, 0.8473, 5 * 0.168 / std::sqrt(2000.0));
+  EXPECT_EQ(engine->GetAmbientOcclusionFactor(P(3.6, 3.6, 0), up), 1.0);  // nothing within 1
 }
