@@ -160,10 +160,6 @@ void ClipSharedTriangles(const KDBuildNode& parent, const std::vector<uint8_t>& 
   for (size_t c = 0; c < count; ++c) SortEvents(children[c].fresh);
 }
 
-}  // namespace
-
-namespace {
-
 // One child's fresh events and list, on the calling thread.
 void MakeChildEvents(const KDBuildNode& parent, const std::vector<uint8_t>& sides, const KDTree& tree,
                      std::vector<SCENE_VERTEX_XYZ>& polygonA, std::vector<SCENE_VERTEX_XYZ>& polygonB,

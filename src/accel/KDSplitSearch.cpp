@@ -141,7 +141,7 @@ bool Sweep(const KDBuildNode& node, const Costs& costs, Counts counts, KDSplit& 
     const int32_t type = event.type;
     lastEvent[a] = i;
     // An end is tried after its triangle has left the right side, a planar
-    // while it is still there, a start before it has onLeft the left. The
+    // while it is still there, a start before it has joined the left. The
     // counts stay whole numbers, so adding 0 changes nothing.
     float nLeft, nRight;
     counts.At(a, type, nLeft, nRight);

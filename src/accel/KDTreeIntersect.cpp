@@ -25,6 +25,12 @@ struct Ray {
   double inverse[3];
 };
 
+// Whether the ray runs parallel to the planes of `axis` as far as the walk
+// and the box clip are concerned (a NaN component counts as parallel).
+inline bool Parallel(const Ray& ray, int axis) {
+  return !(std::fabs(ray.direction[axis]) > NearZero);
+}
+
 Ray MakeRay(const SCENE_VERTEX_XYZ_64& o, const SCENE_VERTEX_XYZ_64& d, const SCENE_VERTEX_XYZ_64& inv) {
   return {{o.x, o.y, o.z}, {d.x, d.y, d.z}, {inv.x, inv.y, inv.z}};
 }
@@ -291,9 +297,7 @@ bool Walk(const Fields& fields, const Ray& ray, double tNear, double tFar, SWRay
   const ProjectedRay projected(ray);
   bool hit = false;
   const Node* node = fields.Root();
-  const bool parallel[3] = {!(std::fabs(ray.direction[0]) > NearZero),
-                            !(std::fabs(ray.direction[1]) > NearZero),
-                            !(std::fabs(ray.direction[2]) > NearZero)};
+  const bool parallel[3] = {Parallel(ray, 0), Parallel(ray, 1), Parallel(ray, 2)};
   for (;;) {
     uint32_t word;
     while (((word = node->childAndAxis) & 3) != 3) {
@@ -352,7 +356,7 @@ inline bool ClipToBox(const KDTree& tree, const Ray& ray, double nearT, double f
   const double hi[3] = {tree.boundsMax.x, tree.boundsMax.y, tree.boundsMax.z};
   int skipped = 0;
   for (int axis = 0; axis < 3; ++axis) {
-    if (!(std::fabs(ray.direction[axis]) > NearZero)) {
+    if (Parallel(ray, axis)) {
       ++skipped;
       continue;
     }
@@ -396,9 +400,7 @@ bool KDTree::Intersect(const SCENE_VERTEX_XYZ_64& origin, const SCENE_VERTEX_XYZ
     result.triangleIndex = 0;
     if (!walkLayout.Matches(*this)) return Walk<true>(TreeFields(*this), ray, tNear, tFar, result);
     const WalkFields fields(walkLayout, *this);
-    const bool mayBeParallel = !(std::fabs(ray.direction[0]) > NearZero) ||
-                               !(std::fabs(ray.direction[1]) > NearZero) ||
-                               !(std::fabs(ray.direction[2]) > NearZero);
+    const bool mayBeParallel = Parallel(ray, 0) || Parallel(ray, 1) || Parallel(ray, 2);
     if (mayBeParallel) return Walk<true>(fields, ray, tNear, tFar, result);
     return Walk<false>(fields, ray, tNear, tFar, result);
   } catch (...) {
