@@ -23,7 +23,9 @@ auto* FindForThread(Map* map, uint32_t thread) {
 }
 
 bool FindThreadScratch(const KDBuildJob& job, KDThreadScratch& scratch) {
-  const uint32_t thread = platform::GetCurrentThreadId();
+  // A thread's identifier never changes, and asking the system costs a
+  // system call; every job of a build asks, so each thread asks once.
+  thread_local const uint32_t thread = platform::GetCurrentThreadId();
   scratch.polygonA = FindForThread(job.clipPolygonsA, thread);
   scratch.polygonB = FindForThread(job.clipPolygonsB, thread);
   scratch.triangleSides = FindForThread(job.triangleSides, thread);
