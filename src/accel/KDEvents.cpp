@@ -137,10 +137,6 @@ struct ClipPolygon {
   SCENE_VERTEX_XYZ* vertices;
   uint32_t count;
   uint32_t first;
-  const SCENE_VERTEX_XYZ& operator[](uint32_t i) const {
-    const uint32_t at = first + i;
-    return vertices[at < count ? at : at - count];
-  }
 };
 
 // Sutherland-Hodgman against the plane `value` on `Axis`, keeping the
@@ -149,23 +145,29 @@ struct ClipPolygon {
 template <uint32_t Axis, bool KeepGreater>
 void ClipAgainstPlane(ClipPolygon& polygon, SCENE_VERTEX_XYZ*& out, float value) {
   const uint32_t n = polygon.count;
+  // Marks by storage place, which the test of all vertices may read in any
+  // order.
   bool inside[MaxClipVertices];
   bool all = true;
-  for (uint32_t i = 0; i < n; ++i) {
-    const float d = Coordinate<Axis>(polygon[i]) - value;
-    inside[i] = KeepGreater ? d >= 0.0f : d <= 0.0f;
-    all = all && inside[i];
+  for (uint32_t r = 0; r < n; ++r) {
+    const float d = Coordinate<Axis>(polygon.vertices[r]) - value;
+    inside[r] = KeepGreater ? d >= 0.0f : d <= 0.0f;
+    all &= inside[r];
   }
   if (all) {
     polygon.first = polygon.first + 1 < n ? polygon.first + 1 : 0;
     return;
   }
+  // The edges in polygon order, from the first vertex on: p at storage
+  // place r, q at the next place round.
   uint32_t count = 0;
-  for (uint32_t i = 0; i < n; ++i) {
-    const uint32_t j = i + 1 < n ? i + 1 : 0;
-    const SCENE_VERTEX_XYZ& p = polygon[i];
-    const SCENE_VERTEX_XYZ& q = polygon[j];
-    if (inside[i] != inside[j]) {
+  for (uint32_t i = 0, r = polygon.first; i < n; ++i) {
+    const uint32_t s = r + 1 < n ? r + 1 : 0;
+    const SCENE_VERTEX_XYZ& p = polygon.vertices[r];
+    const SCENE_VERTEX_XYZ& q = polygon.vertices[s];
+    const bool inP = inside[r], inQ = inside[s];
+    r = s;
+    if (inP != inQ) {
       const float pAxis = Coordinate<Axis>(p), qAxis = Coordinate<Axis>(q);
       const float t = (value - pAxis) / (qAxis - pAxis);
       SCENE_VERTEX_XYZ crossing{p.x + (q.x - p.x) * t, p.y + (q.y - p.y) * t, p.z + (q.z - p.z) * t};
@@ -175,7 +177,7 @@ void ClipAgainstPlane(ClipPolygon& polygon, SCENE_VERTEX_XYZ*& out, float value)
       if constexpr (Axis == 2) crossing.z = value;
       out[count++] = crossing;
     }
-    if (inside[j]) out[count++] = q;
+    if (inQ) out[count++] = q;
   }
   std::swap(polygon.vertices, out);
   polygon.count = count;
@@ -189,14 +191,20 @@ void ClipToSlab(ClipPolygon& polygon, SCENE_VERTEX_XYZ*& spare, const float boxM
   if (polygon.count) ClipAgainstPlane<Axis, false>(polygon, spare, boxMax[Axis]);
 }
 
+// Read in polygon order, from the first vertex round to the one before it:
+// which of -0 and +0 is kept depends on the order.
 template <uint32_t Axis>
-void PolygonRange(const ClipPolygon& polygon, float lo[3], float hi[3]) {
-  lo[Axis] = hi[Axis] = Coordinate<Axis>(polygon[0]);
-  for (uint32_t i = 1; i < polygon.count; ++i) {
-    const float value = Coordinate<Axis>(polygon[i]);
-    if (value < lo[Axis]) lo[Axis] = value;
-    if (value > hi[Axis]) hi[Axis] = value;
+inline __attribute__((always_inline)) void PolygonRange(const ClipPolygon& polygon, float lo[3],
+                                                        float hi[3]) {
+  const SCENE_VERTEX_XYZ* v = polygon.vertices;
+  float low = Coordinate<Axis>(v[polygon.first]), high = low;
+  for (uint32_t i = 1, r = polygon.first + 1; i < polygon.count; ++i, ++r) {
+    const float value = Coordinate<Axis>(v[r < polygon.count ? r : r - polygon.count]);
+    if (value < low) low = value;
+    if (value > high) high = value;
   }
+  lo[Axis] = low;
+  hi[Axis] = high;
 }
 
 // The range of a triangle that lies wholly in the box, as the clip would

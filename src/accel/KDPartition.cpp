@@ -117,8 +117,29 @@ void ShareEvents(const KDEventList& events, const std::vector<uint8_t>& sides, C
 // it.
 struct ChildEvents {
   const KDBuildNode* child;
-  KDEventList fresh;
+  KDEventList* fresh;
 };
+
+// The partition's short-lived lists, kept by each thread from one node to
+// the next, so that a node neither allocates nor faults in new memory for
+// them. A list that grew past KeptBytes is let go after its node: workers
+// outlive the build and should not go on holding a big node's lists.
+struct PartitionScratch {
+  std::vector<uint32_t, KDUnsetAllocator<uint32_t>> picked;
+  KDEventList fresh[2];
+};
+constexpr size_t KeptBytes = size_t(1) << 20;
+
+PartitionScratch& ThreadPartitionScratch() {
+  thread_local PartitionScratch scratch;
+  return scratch;
+}
+
+template <typename List>
+void Done(List& list) {
+  list.clear();
+  if (list.capacity() * sizeof(list[0]) > KeptBytes) List().swap(list);
+}
 
 // The triangles on both sides, clipped again to each child's box, each clip
 // starting from the whole triangle; their new events, sorted. A triangle
@@ -128,13 +149,17 @@ void ClipSharedTriangles(const KDBuildNode& parent, const std::vector<uint8_t>& 
                          std::vector<SCENE_VERTEX_XYZ>& polygonA, std::vector<SCENE_VERTEX_XYZ>& polygonB,
                          size_t shared, ChildEvents* children, size_t count) {
   // Six events is the most a triangle makes.
-  for (size_t c = 0; c < count; ++c) children[c].fresh.reserve(6 * shared);
+  for (size_t c = 0; c < count; ++c) {
+    children[c].fresh->clear();
+    children[c].fresh->reserve(6 * shared);
+  }
   // The shared triangles' corners lie scattered over the scratch, and
   // waiting for each was the partition's costliest load: they are picked out
   // first, in list order, so that each one's corners are asked for a few
   // clips ahead.
   const auto& all = tree.buildCorners;
-  std::vector<uint32_t> picked(parent.triangleList.size());
+  auto& picked = ThreadPartitionScratch().picked;
+  picked.resize(parent.triangleList.size());
   size_t pickedCount = 0;
   for (uint32_t triangle : parent.triangleList) {
     picked[pickedCount] = triangle;
@@ -154,22 +179,26 @@ void ClipSharedTriangles(const KDBuildNode& parent, const std::vector<uint8_t>& 
       float lo[3], hi[3];
       if (ClipTriangleToBox(corners.corner, children[c].child->boxMin, children[c].child->boxMax, polygonA,
                             polygonB, lo, hi))
-        AppendBoxEvents(triangle, lo, hi, children[c].fresh);
+        AppendBoxEvents(triangle, lo, hi, *children[c].fresh);
     }
   }
-  for (size_t c = 0; c < count; ++c) SortEvents(children[c].fresh);
+  Done(picked);
+  for (size_t c = 0; c < count; ++c) SortEvents(*children[c].fresh);
 }
 
-// One child's fresh events and list, on the calling thread.
+// One child's fresh events and list, on the calling thread and with its
+// scratch.
 void MakeChildEvents(const KDBuildNode& parent, const std::vector<uint8_t>& sides, const KDTree& tree,
                      std::vector<SCENE_VERTEX_XYZ>& polygonA, std::vector<SCENE_VERTEX_XYZ>& polygonB,
-                     size_t shared, ChildEvents& child, bool isRight, KDBuildNode& node) {
+                     size_t shared, bool isRight, KDBuildNode& node) {
+  ChildEvents child{&node, &ThreadPartitionScratch().fresh[0]};
   ClipSharedTriangles(parent, sides, tree, polygonA, polygonB, shared, &child, 1);
-  ChildList list(child.fresh, parent.events.size(), node.events);
+  ChildList list(*child.fresh, parent.events.size(), node.events);
   if (isRight)
     ShareEvents<false, true>(parent.events, sides, nullptr, &list);
   else
     ShareEvents<true, false>(parent.events, sides, &list, nullptr);
+  Done(*child.fresh);
 }
 
 }  // namespace
@@ -179,7 +208,6 @@ void PartitionNode(KDBuildNode& parent, const KDSplit& split, const KDTree& tree
                    uint32_t maxDepth) {
   std::vector<uint8_t>& sides = *scratch.triangleSides;
   const size_t shared = ShareTriangles(parent, split, sides, left, right);
-  ChildEvents children[2] = {{&left, {}}, {&right, {}}};
   // A child that will be a leaf whatever its events say never reads them:
   // they are not made.
   const bool needed[2] = {!KDIsLeafAnyway(left, maxDepth), !KDIsLeafAnyway(right, maxDepth)};
@@ -189,17 +217,20 @@ void PartitionNode(KDBuildNode& parent, const KDSplit& split, const KDTree& tree
     RunParts(2, [&](size_t c) {
       std::vector<SCENE_VERTEX_XYZ> ownA, ownB;
       MakeChildEvents(parent, sides, tree, c ? ownA : *scratch.polygonA, c ? ownB : *scratch.polygonB, shared,
-                      children[c], c, c ? right : left);
+                      c, c ? right : left);
     });
   } else if (needed[0] && needed[1]) {
+    KDEventList* fresh = ThreadPartitionScratch().fresh;
+    ChildEvents children[2] = {{&left, &fresh[0]}, {&right, &fresh[1]}};
     ClipSharedTriangles(parent, sides, tree, *scratch.polygonA, *scratch.polygonB, shared, children, 2);
-    ChildList leftList(children[0].fresh, parent.events.size(), left.events);
-    ChildList rightList(children[1].fresh, parent.events.size(), right.events);
+    ChildList leftList(fresh[0], parent.events.size(), left.events);
+    ChildList rightList(fresh[1], parent.events.size(), right.events);
     ShareEvents<true, true>(parent.events, sides, &leftList, &rightList);
+    Done(fresh[0]);
+    Done(fresh[1]);
   } else if (needed[0] || needed[1]) {
     const size_t c = needed[0] ? 0 : 1;
-    MakeChildEvents(parent, sides, tree, *scratch.polygonA, *scratch.polygonB, shared, children[c], c,
-                    c ? right : left);
+    MakeChildEvents(parent, sides, tree, *scratch.polygonA, *scratch.polygonB, shared, c, c ? right : left);
   }
   KDEventList().swap(parent.events);
 }

@@ -23,7 +23,9 @@ auto* FindForThread(Map* map, uint32_t thread) {
 }
 
 bool FindThreadScratch(const KDBuildJob& job, KDThreadScratch& scratch) {
-  const uint32_t thread = platform::GetCurrentThreadId();
+  // A thread's identifier never changes, and asking the system costs a
+  // system call; every job of a build asks, so each thread asks once.
+  thread_local const uint32_t thread = platform::GetCurrentThreadId();
   scratch.polygonA = FindForThread(job.clipPolygonsA, thread);
   scratch.polygonB = FindForThread(job.clipPolygonsB, thread);
   scratch.triangleSides = FindForThread(job.triangleSides, thread);
@@ -79,14 +81,13 @@ void PushChildren(const KDBuildJob& job, KDBuildNode& left, KDBuildNode& right) 
 }
 
 // A failed allocation queues a null payload, which the worker skips; its
-// node then stays on the stack and dies with it.
+// node then stays on the stack and dies with it. Both entries go on under
+// one hold of the lock, which the workers contend for.
 void QueueChildJobs(const KDBuildJob& job, std::deque<WorkItem>& workQueue,
                     platform::CriticalSection& queueLock) {
-  for (int i = 0; i < 2; ++i) {
-    KDBuildJob* copy = new (std::nothrow) KDBuildJob(job);
-    platform::CriticalSectionGuard guard(queueLock);
-    workQueue.push_back(WorkItem{RT_JOB_KDTREE_BUILD, copy});
-  }
+  KDBuildJob* copies[2] = {new (std::nothrow) KDBuildJob(job), new (std::nothrow) KDBuildJob(job)};
+  platform::CriticalSectionGuard guard(queueLock);
+  for (KDBuildJob* copy : copies) workQueue.push_back(WorkItem{RT_JOB_KDTREE_BUILD, copy});
 }
 
 // The first splits run while other workers have no node yet: at depth d
