@@ -3,14 +3,19 @@
 // the new count would pass the maximum.
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
+#include <cstdint>
 #include <mutex>
 
 namespace platform {
 
 class Semaphore {
  public:
+  // The count lives in 32 bits: a larger maximum is taken as 0xFFFFFFFF.
   Semaphore(long initialCount, long maximumCount);
+  // Waits until no release is still waking a sleeper.
+  ~Semaphore();
   Semaphore(const Semaphore&) = delete;
   Semaphore& operator=(const Semaphore&) = delete;
 
@@ -24,9 +29,16 @@ class Semaphore {
   long Count() const;
 
  private:
-  mutable std::mutex mutex;
+  bool TakeOrSleep(bool sleep);
+  bool TakeAndWake();
+
+  // One word, so that a release sees in the same step whether anyone
+  // sleeps: bits 0-31 the count, 32-47 the sleeping waiters, 48-63 the
+  // releases still waking them. Releases and waits that find no sleeper
+  // and a count to take never touch the mutex.
+  std::atomic<uint64_t> state;
+  std::mutex mutex;
   std::condition_variable available;
-  long count;
   const long maximum;
 };
 

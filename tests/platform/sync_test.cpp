@@ -54,6 +54,38 @@ TEST(Semaphore, WaitWakesOneWaiterPerCount) {
   EXPECT_EQ(woken.load(), 4);
 }
 
+// Counts are neither lost nor made up when releases, waits and zero waits
+// race: two producers release 200000 in steps of 1 and 2, three consumers
+// take exactly that many (one by zero waits), and nothing is left. Then a
+// waiter that takes the only count destroys the semaphore at once while its
+// release may still be waking it: each round's handshake lives on the heap
+// (a sanitizer run reports any touch after the delete).
+TEST(Semaphore, RacingReleasesAndWaitsKeepTheCountAndAWaiterMayDestroyAtOnce) {
+  Semaphore shared(0, 0x7FFFFFFF);
+  std::vector<std::thread> threads;
+  for (long step = 1; step <= 2; ++step)
+    threads.emplace_back([&shared, step] {
+      for (long given = 0; given < 100000; given += step) shared.Release(step);
+    });
+  threads.emplace_back([&shared] {
+    for (int taken = 0; taken < 50000;) taken += shared.TryWait() ? 1 : 0;
+  });
+  for (int c = 0; c < 2; ++c)
+    threads.emplace_back([&shared] {
+      for (int taken = 0; taken < 75000; ++taken) shared.Wait();
+    });
+  for (auto& t : threads) t.join();
+  EXPECT_EQ(shared.Count(), 0);
+  EXPECT_FALSE(shared.TryWait());
+  for (int round = 0; round < 2000; ++round) {
+    auto* handshake = new Semaphore(0, 1);
+    std::thread giver([handshake] { handshake->Release(); });
+    handshake->Wait();
+    delete handshake;
+    giver.join();
+  }
+}
+
 namespace {
 struct ThreadReport {
   Semaphore go{0, 1};
