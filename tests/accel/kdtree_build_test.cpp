@@ -193,35 +193,68 @@ TEST_F(KDBuildFixture, HandWorkedTrees) {
 TEST(KDEventLists, SortIsTheStableListOrderAtEverySizeAndMergeKeepsOlderEventsFirst) {
   // The list order written out on its own: position as floats compare (-0
   // equal to +0, NaN after everything), then axis, then type; equals keep
-  // their place, which the triangle number records.
+  // their place, which the triangle number records, counting down so that
+  // an order by triangle number would break the rule.
   const auto before = [](const KDEvent& a, const KDEvent& b) {
     const bool nanA = a.position != a.position, nanB = b.position != b.position;
     if (nanA != nanB) return nanB;
     if (!nanA && a.position != b.position) return a.position < b.position;
     if (a.axis != b.axis) return a.axis < b.axis;
     if (a.type != b.type) return a.type < b.type;
-    return a.triangle < b.triangle;
+    return a.triangle > b.triangle;
   };
   const float nan = std::numeric_limits<float>::quiet_NaN(), inf = std::numeric_limits<float>::infinity();
   const float positions[] = {-inf, -2.5f, -1e-30f, -0.0f, 0.0f, 1e-30f, 1.0f, 1.0000001f, 3e7f, inf, nan};
   std::mt19937 random(7);
+  // The packed list is checked by the same rule, read back through its
+  // fields, and each position must come back with the bits it went in
+  // with (any NaN as a NaN).
   // Below and above each size where the sort changes method or leaves the
   // stack, and one list whose keys all share the upper digits (every
   // position equal).
+  const auto unpacked = [](KDPackedEvent e) {
+    return KDEvent{KDTypeOf(e), KDPositionOf(e), KDTriangleOf(e), KDAxisOf(e)};
+  };
   for (const size_t size : {2u, 63u, 64u, 511u, 512u, 513u, 8191u, 8192u, 20000u, 600u}) {
     KDEventList events;
+    KDPackedEventList packed;
+    std::vector<float> placed;
     for (uint32_t i = 0; i < size; ++i) {
       const float p = size == 600u ? 1.0f : positions[random() % std::size(positions)];
-      events.push_back(KDEvent{int32_t(random() % 3), p, i, uint32_t(random() % 3)});
+      const uint32_t triangle = uint32_t(size) - 1 - i;
+      events.push_back(KDEvent{int32_t(random() % 3), p, triangle, uint32_t(random() % 3)});
+      packed.push_back(KDMakeEvent<KDPackedEvent>(events.back().type, p, triangle, events.back().axis));
+      placed.push_back(p);
     }
     SortEvents(events);
+    SortEvents(packed);
     ASSERT_EQ(events.size(), size);
-    for (size_t i = 1; i < size; ++i) ASSERT_TRUE(before(events[i - 1], events[i])) << size << " at " << i;
+    ASSERT_EQ(packed.size(), size);
+    for (size_t i = 1; i < size; ++i) {
+      ASSERT_TRUE(before(events[i - 1], events[i])) << size << " at " << i;
+      ASSERT_TRUE(before(unpacked(packed[i - 1]), unpacked(packed[i]))) << size << " packed at " << i;
+    }
+    for (const KDPackedEvent e : packed) {
+      const float p = KDPositionOf(e), in = placed[size - 1 - KDTriangleOf(e)];
+      if (in != in)
+        ASSERT_NE(p, p);
+      else
+        ASSERT_EQ(std::bit_cast<uint32_t>(p), std::bit_cast<uint32_t>(in));
+    }
   }
-  // Merged, -0 meets +0 as an equal: the older event (triangle 0) stays first.
+  // Merged, -0 meets +0 as an equal: the older event (triangle 10) stays
+  // first, and keeps its sign.
   KDEventList merged;
-  MergeEventsInParts({{KD_EVENT_END, -0.0f, 0, 0}}, {{KD_EVENT_END, 0.0f, 10, 0}}, 1, merged);
-  EXPECT_TRUE(merged.size() == 2 && merged[0].triangle == 0);
+  MergeEventsInParts({{KD_EVENT_END, -0.0f, 10, 0}}, {{KD_EVENT_END, 0.0f, 0, 0}}, 1, merged);
+  EXPECT_TRUE(merged.size() == 2 && merged[0].triangle == 10);
+  KDPackedEventList mergedPacked;
+  MergeEventsInParts(KDPackedEventList{KDMakeEvent<KDPackedEvent>(KD_EVENT_END, -0.0f, 10, 0)},
+                     KDPackedEventList{KDMakeEvent<KDPackedEvent>(KD_EVENT_END, 0.0f, 0, 0)}, 1,
+                     mergedPacked);
+  ASSERT_EQ(mergedPacked.size(), 2u);
+  EXPECT_EQ(KDTriangleOf(mergedPacked[0]), 10u);
+  EXPECT_EQ(std::bit_cast<uint32_t>(KDPositionOf(mergedPacked[0])), 0x80000000u);
+  EXPECT_EQ(std::bit_cast<uint32_t>(KDPositionOf(mergedPacked[1])), 0u);
 }
 
 TEST_F(KDBuildFixture, AbortAtAnyPollLeavesNoJobBehindAndAnEmptyTree) {
