@@ -1,8 +1,6 @@
 // Partition of a split node: triangles and events go to the side they lie
 // on, in list order, so that neither child needs sorting; only triangles on
 // both sides are clipped again and their new events sorted and merged in.
-#include <type_traits>
-
 #include "accel/KDParallel.h"
 #include "accel/KDTreeBuild.h"
 
@@ -60,31 +58,33 @@ size_t ShareTriangles(const KDBuildNode& parent, const KDSplit& split, std::vect
 // Writes one child's list as the pass over the parent's reaches its events,
 // merging in the sorted fresh events of the triangles it shares. A fresh
 // event goes before the first inherited event that is greater, so on
-// equality the inherited one stays first, as in MergeEventsInParts.
+// equality the inherited one stays first, as in MergeEventsInParts. The
+// pass hands every parent event to the list, which keeps only its own: a
+// fresh event let out before an event of the other side still lands
+// before the next event of its own, which is no less. So the side decides
+// no branch, only how far the list moves on.
 template <typename Event>
 class ChildList {
  public:
-  // The list is sized for every parent event and all fresh ones, and cut
-  // back at the end; its allocator leaves the slots unset.
+  // The list is sized for every parent event, all fresh ones and one slot
+  // that takes what is written but not kept, and cut back at the end; its
+  // allocator leaves the slots unset.
   ChildList(const KDList<Event>& fresh, size_t parentEvents, KDList<Event>& list)
       : next(fresh.data()), end(fresh.data() + fresh.size()), list(list) {
-    list.resize(parentEvents + fresh.size());
+    list.resize(parentEvents + fresh.size() + 1);
     out = list.data();
-    if (next != end) Load();
+    Load();
   }
-  void Append(const Event& event) {
-    // A position below the next fresh one orders the event first whatever
-    // the rest of the key; only the others need the whole key, which a
-    // packed event holds as it stands.
-    if (next != end && (Packed || !(KDPositionOf(event) < nextPosition))) {
-      const uint64_t key = KDEventKey(event);
-      while (nextKey < key) {
-        *out++ = *next++;
-        if (next == end) break;
-        Load();
-      }
+  // Lets out the fresh events that go before an event of key `key`.
+  void Reach(uint64_t key) {
+    while (nextKey < key) {
+      *out++ = *next++;
+      Load();
     }
-    *out++ = event;
+  }
+  void Put(const Event& event, bool kept) {
+    *out = event;
+    out += kept;
   }
   void Finish() {
     while (next != end) *out++ = *next++;
@@ -92,16 +92,12 @@ class ChildList {
   }
 
  private:
-  static constexpr bool Packed = std::is_same_v<Event, KDPackedEvent>;
-  void Load() {
-    nextKey = KDEventKey(*next);
-    if constexpr (!Packed) nextPosition = KDPositionOf(*next);
-  }
+  // Past the last fresh event, a key above every key.
+  void Load() { nextKey = next != end ? KDEventKey(*next) : UINT64_MAX; }
 
   const Event* next;
   const Event* end;
   uint64_t nextKey = 0;
-  float nextPosition = 0;
   KDList<Event>& list;
   Event* out = nullptr;
 };
@@ -113,8 +109,15 @@ void ShareEvents(const KDList<Event>& events, const std::vector<uint8_t>& sides,
                  ChildList<Event>* right) {
   for (const Event& event : events) {
     const uint8_t side = sides[KDTriangleOf(event)];
-    if (Left && side == LeftOnly) left->Append(event);
-    if (Right && side == RightOnly) right->Append(event);
+    const uint64_t key = KDEventKey(event);
+    if (Left) {
+      left->Reach(key);
+      left->Put(event, side == LeftOnly);
+    }
+    if (Right) {
+      right->Reach(key);
+      right->Put(event, side == RightOnly);
+    }
   }
   if (Left) left->Finish();
   if (Right) right->Finish();
