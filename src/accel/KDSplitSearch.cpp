@@ -198,8 +198,15 @@ __attribute__((target("avx2"))) inline void LoadEight(const KDPackedEvent* at, _
   axis = _mm256_srli_epi32(low, 30);
 }
 
-// The sweep eight events at a time, for the engine's costs and whole-number
-// counts below 2^21. Each lane computes its event's counts and cost with the
+// Below 2^24 every count, and every step FloatCounts takes, is a whole
+// number that a float holds exactly, so integer counts converted to floats
+// are FloatCounts' floats to the bit: nodes of fewer triangles and events
+// than this, the root of a million triangles among them, can be swept
+// eight events at a time.
+constexpr size_t WideSweepLimit = size_t(1) << 24;
+
+// The sweep eight events at a time, for the engine's costs and counts below
+// WideSweepLimit. Each lane computes its event's counts and cost with the
 // same single-precision operations in the same order as SweepEvents (this
 // function may use AVX2 but not FMA, so nothing is contracted), and keeps
 // the first of its own equal costs; the lanes are then reduced to the least
@@ -331,8 +338,8 @@ bool Sweep(const KDBuildNode& node, const Costs& costs, Counts counts, KDSplit& 
   SweepBest found;
   bool wide = false;
 #ifdef KD_WIDE_SWEEP
-  if constexpr (std::is_same_v<Costs, EngineCosts> && std::is_same_v<Counts, PackedCounts>) {
-    wide = HasWideSweep();
+  if constexpr (std::is_same_v<Costs, EngineCosts>) {
+    wide = node.triangleList.size() < WideSweepLimit && count < WideSweepLimit && HasWideSweep();
     if (wide) SweepEightAtATime(events, count, axes, int32_t(node.triangleList.size()), found);
   }
 #endif

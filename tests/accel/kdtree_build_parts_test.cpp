@@ -332,36 +332,40 @@ TEST(KDBuildParts, TheSweepFindsThePlainSweepsPlaneAtEveryLength) {
   // costs, so the choice among them is checked too; axis 3 is no axis and
   // is passed over; zeros come with either sign, whose bits the winning
   // plane must keep, and a few positions are NaN, never a candidate. Lengths
-  // run across several blocks of eight and their remainders. The packed
-  // list of the same events must give the same split.
+  // run across several blocks of eight and their remainders, and one node
+  // has more than 2^21 events, the largest count the one-event loop keeps
+  // in integers. The packed list of the same events must give the same
+  // split.
   std::mt19937 random(11);
   std::uniform_int_distribution<int> grid(-2, 22), type(0, 2), axis(0, 12), triangles(1, 40);
   KDTree tree;
-  for (size_t length = 0; length < 140; ++length)
-    for (int round = 0; round < 4; ++round) {
-      KDBuildNode node;
-      node.triangleList.resize(triangles(random));
-      for (int a = 0; a < 3; ++a) node.boxMin[a] = 0.0f, node.boxMax[a] = 5.0f * float(a + 2);
-      for (size_t i = 0; i < length; ++i) {
-        const int a = axis(random);
-        const int g = grid(random);
-        const float p = g == 22 ? std::numeric_limits<float>::quiet_NaN() : 0.5f * float(g);
-        node.events.push_back({type(random), g == 0 && random() % 2 ? -0.0f : p, uint32_t(i),
-                               a < 4    ? 0u
-                               : a < 8  ? 1u
-                               : a < 12 ? 2u
-                                        : 3u});
-      }
-      SortEvents(node.events);
-      KDBuildNode packed = node;
-      packed.events.clear();
-      packed.packedEvents = Packed(node.events);
-      KDSplit got, gotPacked, want;
-      const bool found = FindBestSplit(node, tree, got);
-      ASSERT_EQ(found, PlainSweep(node, want)) << length;
-      ASSERT_EQ(FindBestSplit(packed, tree, gotPacked), found) << length;
-      if (!found) continue;
-      EXPECT_EQ(SplitWords(got), SplitWords(want)) << length;
-      EXPECT_EQ(SplitWords(gotPacked), SplitWords(want)) << length;
+  std::vector<size_t> lengths;
+  for (size_t length = 0; length < 140; ++length) lengths.insert(lengths.end(), 4, length);
+  lengths.push_back((size_t(1) << 21) + 13);
+  for (const size_t length : lengths) {
+    KDBuildNode node;
+    node.triangleList.resize(length < 140 ? triangles(random) : length / 5);
+    for (int a = 0; a < 3; ++a) node.boxMin[a] = 0.0f, node.boxMax[a] = 5.0f * float(a + 2);
+    for (size_t i = 0; i < length; ++i) {
+      const int a = axis(random);
+      const int g = grid(random);
+      const float p = g == 22 ? std::numeric_limits<float>::quiet_NaN() : 0.5f * float(g);
+      node.events.push_back({type(random), g == 0 && random() % 2 ? -0.0f : p, uint32_t(i),
+                             a < 4    ? 0u
+                             : a < 8  ? 1u
+                             : a < 12 ? 2u
+                                      : 3u});
     }
+    SortEvents(node.events);
+    KDBuildNode packed = node;
+    packed.events.clear();
+    packed.packedEvents = Packed(node.events);
+    KDSplit got, gotPacked, want;
+    const bool found = FindBestSplit(node, tree, got);
+    ASSERT_EQ(found, PlainSweep(node, want)) << length;
+    ASSERT_EQ(FindBestSplit(packed, tree, gotPacked), found) << length;
+    if (!found) continue;
+    EXPECT_EQ(SplitWords(got), SplitWords(want)) << length;
+    EXPECT_EQ(SplitWords(gotPacked), SplitWords(want)) << length;
+  }
 }
