@@ -159,6 +159,9 @@ void MakeRootEvents(KDTree& tree, const SWMeshTable& table, KDBuildNode& root, s
   }
 }
 
+// Builds of fewer triangles than this pack their events.
+std::atomic<size_t> packedEventLimit{KDPackedTriangleLimit};
+
 // The root: every triangle number in order, its record filled, its events
 // from the triangle clipped to the tree's box, sorted unless aborted. The
 // workers sleep while this runs, so it takes as many threads as there are
@@ -172,7 +175,7 @@ void PrepareRoot(KDTree& tree, const SWMeshTable& table, size_t total, size_t th
   // Every entry is written before the jobs read it, so it is not zeroed.
   tree.buildCorners.resize(total);
   const size_t parts = std::max<size_t>(1, std::min(threads, total / TrianglesPerPart));
-  if (total < KDPackedTriangleLimit)
+  if (total < std::min(packedEventLimit.load(std::memory_order_relaxed), KDPackedTriangleLimit))
     MakeRootEvents<KDPackedEvent>(tree, table, root, parts, polygonA, polygonB, abort);
   else
     MakeRootEvents<KDEvent>(tree, table, root, parts, polygonA, polygonB, abort);
@@ -270,4 +273,8 @@ void KDTree::Build(const SWMeshTable* meshTable, std::deque<WorkItem>& workQueue
     return;
   }
   walkLayout.Make(*this);
+}
+
+void KDLimitPackedEvents(size_t triangles) {
+  packedEventLimit.store(triangles, std::memory_order_relaxed);
 }

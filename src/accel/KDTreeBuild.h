@@ -126,6 +126,11 @@ template <typename Event>
 void MergeEventsInParts(const KDList<Event>& older, const KDList<Event>& fresh, size_t parts,
                         KDList<Event>& out);
 
+// Builds of fewer triangles than this, and than KDPackedTriangleLimit, keep
+// their events packed; the rest keep 16-byte records. It starts at
+// KDPackedTriangleLimit; tests lower it to build one scene both ways.
+void KDLimitPackedEvents(size_t triangles);
+
 // --- Clipping ---------------------------------------------------------------
 
 // Clips a triangle to a box in single precision (Sutherland-Hodgman, axis by

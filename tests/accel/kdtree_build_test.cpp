@@ -78,6 +78,13 @@ std::vector<Leaf> Leaves(const KDTree& tree) {
   return leaves;
 }
 
+// Lowers the triangle count below which builds pack their events, for one
+// scope.
+struct PackedEventLimit {
+  explicit PackedEventLimit(size_t triangles) { KDLimitPackedEvents(triangles); }
+  ~PackedEventLimit() { KDLimitPackedEvents(KDPackedTriangleLimit); }
+};
+
 struct KDBuildFixture : ::testing::Test {
   void SetUp() override { engine->Initialize(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr); }
   void TearDown() override { engine->Release(); }
@@ -178,15 +185,34 @@ TEST_F(KDBuildFixture, HandWorkedTrees) {
     cases.back().leaves[0].triangles.push_back(i);
   }
   AddMesh(cases.back().table, vertices, indices);
+  // Two triangles from x = -1 to x = -0 and two from x = +0 to x = 1, each
+  // spanning y and z from 0 to 1: box 2 x 1 x 1, area 10, leaf 40. The ends
+  // of the first two at -0 cost 10 + 6 * 2 + 6 * 3 = 40, then 10 + 6 * 2 + 6
+  // * 2 = 34; the starts at +0 cost 34 too but come later (an end before a
+  // start at one position), and every plane on y or z costs 50. So the
+  // plane is the second end, at -0, whose sign goes into the node. Both
+  // children have area 6: leaves.
+  const uint32_t atMinusZero = 0x80000000u;
+  cases.push_back({SWMeshTable(),
+                   {x1, atMinusZero},
+                   {Leaf{{-1, 0, 0, -0.0f, 1, 1}, {0, 1}}, Leaf{{-0.0f, 0, 0, 1, 1, 1}, {2, 3}}}});
+  AddMesh(cases.back().table,
+          {Vertex(-1, 0, 0), Vertex(-0.0f, 1, 0), Vertex(-0.0f, 0, 1), Vertex(0, 0, 0), Vertex(1, 1, 0),
+           Vertex(1, 0, 1)},
+          {0, 1, 2, 0, 1, 2, 3, 4, 5, 3, 4, 5});
 
-  for (size_t i = 0; i < cases.size(); ++i) {
-    KDTree tree;
-    engine->Build(tree, cases[i].table);
-    ASSERT_FALSE(tree.nodes.empty());
-    EXPECT_EQ((std::array<uint32_t, 2>{tree.nodes[0].childAndAxis, tree.nodes[0].splitOrCount}),
-              cases[i].root)
-        << "case " << i;
-    EXPECT_EQ(Leaves(tree), cases[i].leaves) << "case " << i;
+  // Every case with packed events, and with 16-byte records.
+  for (const size_t packedLimit : {KDPackedTriangleLimit, size_t(0)}) {
+    const PackedEventLimit limit(packedLimit);
+    for (size_t i = 0; i < cases.size(); ++i) {
+      KDTree tree;
+      engine->Build(tree, cases[i].table);
+      ASSERT_FALSE(tree.nodes.empty());
+      EXPECT_EQ((std::array<uint32_t, 2>{tree.nodes[0].childAndAxis, tree.nodes[0].splitOrCount}),
+                cases[i].root)
+          << "case " << i << (packedLimit ? ", packed" : ", 16 bytes");
+      EXPECT_EQ(Leaves(tree), cases[i].leaves) << "case " << i << (packedLimit ? ", packed" : ", 16 bytes");
+    }
   }
 }
 
