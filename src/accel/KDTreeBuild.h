@@ -171,9 +171,9 @@ bool FindBestSplit(const KDBuildNode& node, const KDTree& tree, KDSplit& best);
 
 // Shares the parent's triangles and events out to the two children, whose
 // node, depth and box are set. The children's events go to the list of the
-// parent's kind (packed if the parent's packed list holds any). Triangles on both sides are clipped again to
-// each child's box, and their new events are merged in, so that both
-// children's lists come out sorted. The parent's events are used up.
+// parent's kind (packed if the parent's packed list holds any). Triangles
+// on both sides are clipped again to each child's box, and their new events
+// are merged in, so that both children's lists come out sorted. The parent's events are used up.
 // With `twoThreads` the right child's events are made on a helper thread
 // while the calling thread makes the left child's. A child that
 // KDIsLeafAnyway finds a leaf at `maxDepth` gets its triangles and no
