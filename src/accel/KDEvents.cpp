@@ -7,48 +7,58 @@
 #include "accel/KDTreeBuild.h"
 
 namespace {
-// A comparison that the sort and merge templates can inline.
-struct EventOrder {
-  bool operator()(const KDEvent& a, const KDEvent& b) const { return KDEventLess(a, b); }
-};
-}  // namespace
 
-namespace {
+// A comparison by key that the sort and merge templates can inline.
+struct EventOrder {
+  template <typename Event>
+  bool operator()(const Event& a, const Event& b) const {
+    return KDEventKey(a) < KDEventKey(b);
+  }
+};
 
 // The 36-bit key above the event's place in the list: 64-bit numbers that
 // are all different and order exactly as the stable sort by key does, so
-// that only the words move while sorting and each event moves once.
-constexpr unsigned PlaceBits = 28;
+// that only the words move while sorting and each event moves once. A
+// packed event has its key in the same bits, so it is sorted as it stands.
+constexpr unsigned PlaceBits = KDPackedKeyShift;
 constexpr unsigned KeyBits = 36;
 constexpr uint64_t PlaceMask = (uint64_t(1) << PlaceBits) - 1;
 
-uint64_t PackedKey(const KDEvent& event, size_t place) {
+template <typename Event>
+uint64_t PackedKey(const Event& event, size_t place) {
   return KDEventKey(event) << PlaceBits | place;
 }
 
+uint64_t WordOf(uint64_t word) {
+  return word;
+}
+uint64_t WordOf(KDPackedEvent event) {
+  return event.word;
+}
+
 // Least significant digit first over the key bits only, each pass stable,
-// so words of equal key stay in place order. A digit in which all keys
-// agree costs no pass. Returns the array that holds the result.
-template <unsigned DigitBits>
-uint64_t* RadixSortWords(uint64_t* words, uint64_t* spare, size_t n) {
+// so words of equal key stay in the order they came. A digit in which all
+// keys agree costs no pass. Returns the array that holds the result.
+template <unsigned DigitBits, typename Word>
+Word* RadixSortWords(Word* words, Word* spare, size_t n) {
   constexpr unsigned Digits = (KeyBits + DigitBits - 1) / DigitBits;
   constexpr size_t Buckets = size_t(1) << DigitBits;
   // At most 48 KiB, on the stack: workers have the system's default stack.
   uint32_t counts[Digits * Buckets] = {};
   for (size_t i = 0; i < n; ++i)
     for (unsigned d = 0; d < Digits; ++d)
-      ++counts[d * Buckets + ((words[i] >> (PlaceBits + d * DigitBits)) & (Buckets - 1))];
+      ++counts[d * Buckets + ((WordOf(words[i]) >> (PlaceBits + d * DigitBits)) & (Buckets - 1))];
   for (unsigned d = 0; d < Digits; ++d) {
     uint32_t* count = counts + d * Buckets;
     const unsigned shift = PlaceBits + d * DigitBits;
-    if (count[(words[0] >> shift) & (Buckets - 1)] == n) continue;
+    if (count[(WordOf(words[0]) >> shift) & (Buckets - 1)] == n) continue;
     uint32_t offset = 0;
     for (size_t b = 0; b < Buckets; ++b) {
       const uint32_t c = count[b];
       count[b] = offset;
       offset += c;
     }
-    for (size_t i = 0; i < n; ++i) spare[count[(words[i] >> shift) & (Buckets - 1)]++] = words[i];
+    for (size_t i = 0; i < n; ++i) spare[count[(WordOf(words[i]) >> shift) & (Buckets - 1)]++] = words[i];
     std::swap(words, spare);
   }
   return words;
@@ -59,35 +69,53 @@ uint64_t* RadixSortWords(uint64_t* words, uint64_t* spare, size_t n) {
 constexpr size_t RadixMinimum = 64;
 constexpr size_t WideDigitMinimum = 8192;
 
+template <typename Word>
+Word* RadixSort(Word* words, Word* spare, size_t n) {
+  return n < WideDigitMinimum ? RadixSortWords<8>(words, spare, n) : RadixSortWords<12>(words, spare, n);
+}
+
 // Sorts the words and then moves each event once to its place in `sorted`.
-void SortByWords(const KDEventList& events, uint64_t* words, uint64_t* spare, KDEvent* sorted) {
+template <typename Event>
+void SortByWords(const KDList<Event>& events, uint64_t* words, uint64_t* spare, Event* sorted) {
   const size_t n = events.size();
   for (size_t i = 0; i < n; ++i) words[i] = PackedKey(events[i], i);
   if (n < RadixMinimum)
     std::sort(words, words + n);
-  else if (n < WideDigitMinimum)
-    words = RadixSortWords<8>(words, spare, n);
   else
-    words = RadixSortWords<12>(words, spare, n);
+    words = RadixSort(words, spare, n);
   for (size_t i = 0; i < n; ++i) sorted[i] = events[words[i] & PlaceMask];
 }
 
 }  // namespace
 
-void SortEvents(KDEventList& events) {
+template <typename Event>
+void SortEvents(KDList<Event>& events) {
   const size_t n = events.size();
   if (n < 2) return;
   // Small lists are the common case; their scratch lives on the stack.
   constexpr size_t Inline = 512;
+  if constexpr (std::is_same_v<Event, KDPackedEvent>) {
+    // Packed events need no words of their own from the radix sort on.
+    if (n >= RadixMinimum) {
+      if (n <= Inline) {
+        KDPackedEvent spare[Inline];
+        if (RadixSort(events.data(), spare, n) == spare) std::copy(spare, spare + n, events.begin());
+      } else {
+        KDPackedEventList spare(n);
+        if (RadixSort(events.data(), spare.data(), n) == spare.data()) events.swap(spare);
+      }
+      return;
+    }
+  }
   if (n <= Inline) {
     uint64_t words[Inline], spare[Inline];
-    KDEvent sorted[Inline];
+    Event sorted[Inline];
     SortByWords(events, words, spare, sorted);
     std::copy(sorted, sorted + n, events.begin());
   } else if (n <= PlaceMask) {
     // Every word is written before it is read: no zeroing pass.
     std::unique_ptr<uint64_t[]> words(new uint64_t[n]), spare(new uint64_t[n]);
-    KDEventList sorted(n);
+    KDList<Event> sorted(n);
     SortByWords(events, words.get(), spare.get(), sorted.data());
     events.swap(sorted);
   } else {
@@ -95,7 +123,9 @@ void SortEvents(KDEventList& events) {
   }
 }
 
-void MergeEventsInParts(const KDEventList& older, const KDEventList& fresh, size_t parts, KDEventList& out) {
+template <typename Event>
+void MergeEventsInParts(const KDList<Event>& older, const KDList<Event>& fresh, size_t parts,
+                        KDList<Event>& out) {
   out.resize(older.size() + fresh.size());
   if (older.empty() || parts < 2) parts = 1;
   // Piece k takes the events of keys up to the key of older's event at
@@ -104,7 +134,7 @@ void MergeEventsInParts(const KDEventList& older, const KDEventList& fresh, size
   cutOlder[parts] = older.size();
   cutFresh[parts] = fresh.size();
   for (size_t k = 1; k < parts; ++k) {
-    const KDEvent& at = older[older.size() * k / parts];
+    const Event& at = older[older.size() * k / parts];
     cutOlder[k] = std::upper_bound(older.begin(), older.end(), at, EventOrder()) - older.begin();
     cutFresh[k] = std::upper_bound(fresh.begin(), fresh.end(), at, EventOrder()) - fresh.begin();
   }
@@ -248,20 +278,22 @@ bool ClipTriangleToBox(const SCENE_VERTEX_XYZ corners[3], const float boxMin[3],
   return true;
 }
 
-void AppendBoxEvents(uint32_t triangle, const float lo[3], const float hi[3], KDEventList& events) {
+template <typename Event>
+void AppendBoxEvents(uint32_t triangle, const float lo[3], const float hi[3], KDList<Event>& events) {
   for (uint32_t axis = 0; axis < 3; ++axis) {
     if (lo[axis] == hi[axis]) {
-      events.push_back(KDEvent{KD_EVENT_PLANAR, lo[axis], triangle, axis});
+      events.push_back(KDMakeEvent<Event>(KD_EVENT_PLANAR, lo[axis], triangle, axis));
     } else {
-      events.push_back(KDEvent{KD_EVENT_START, lo[axis], triangle, axis});
-      events.push_back(KDEvent{KD_EVENT_END, hi[axis], triangle, axis});
+      events.push_back(KDMakeEvent<Event>(KD_EVENT_START, lo[axis], triangle, axis));
+      events.push_back(KDMakeEvent<Event>(KD_EVENT_END, hi[axis], triangle, axis));
     }
   }
 }
 
+template <typename Event>
 void AddTriangleEvents(KDTree& tree, const SWMeshTable& table, uint32_t triangle, const float boxMin[3],
                        const float boxMax[3], std::vector<SCENE_VERTEX_XYZ>& polygonA,
-                       std::vector<SCENE_VERTEX_XYZ>& polygonB, KDEventList& events) {
+                       std::vector<SCENE_VERTEX_XYZ>& polygonB, KDList<Event>& events) {
   if (triangle >= tree.triangles.size() || triangle >= tree.buildCorners.size()) return;
   const SWTriangle& record = tree.triangles[triangle];
   KDTriangleCorners& corners = tree.buildCorners[triangle];
@@ -272,3 +304,14 @@ void AddTriangleEvents(KDTree& tree, const SWMeshTable& table, uint32_t triangle
       ClipTriangleToBox(corners.corner, boxMin, boxMax, polygonA, polygonB, lo, hi))
     AppendBoxEvents(triangle, lo, hi, events);
 }
+
+// Both record types, for the build and its tests.
+#define KD_EVENT_LIST_FUNCTIONS(Event)                                                                   \
+  template void SortEvents(KDList<Event>&);                                                              \
+  template void MergeEventsInParts(const KDList<Event>&, const KDList<Event>&, size_t, KDList<Event>&);  \
+  template void AppendBoxEvents(uint32_t, const float[3], const float[3], KDList<Event>&);               \
+  template void AddTriangleEvents(KDTree&, const SWMeshTable&, uint32_t, const float[3], const float[3], \
+                                  std::vector<SCENE_VERTEX_XYZ>&, std::vector<SCENE_VERTEX_XYZ>&,        \
+                                  KDList<Event>&);
+KD_EVENT_LIST_FUNCTIONS(KDEvent)
+KD_EVENT_LIST_FUNCTIONS(KDPackedEvent)

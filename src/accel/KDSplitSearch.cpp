@@ -129,17 +129,17 @@ struct SweepBest {
   size_t lastEvent[3] = {SIZE_MAX, SIZE_MAX, SIZE_MAX};
 };
 
-template <typename Costs, typename Counts>
-void SweepEvents(const KDEvent* events, size_t count, const SweepAxis axes[3], const Costs& costs,
+template <typename Costs, typename Counts, typename Event>
+void SweepEvents(const Event* events, size_t count, const SweepAxis axes[3], const Costs& costs,
                  Counts counts, SweepBest& best) {
   for (size_t i = 0; i < count; ++i) {
-    const KDEvent& event = events[i];
-    const uint32_t a = event.axis;
+    const Event& event = events[i];
+    const uint32_t a = KDAxisOf(event);
     if (a > 2) continue;
     best.lastEvent[a] = i;
     const SweepAxis& s = axes[a];
-    const float p = event.position;
-    const int32_t type = event.type;
+    const float p = KDPositionOf(event);
+    const int32_t type = KDTypeOf(event);
     // An end is tried after its triangle has left the right side, a planar
     // while it is still there, a start before it has joined the left. The
     // counts stay whole numbers, so adding 0 changes nothing.
@@ -157,8 +157,56 @@ void SweepEvents(const KDEvent* events, size_t count, const SweepAxis axes[3], c
 }
 
 #ifdef KD_WIDE_SWEEP
-// The sweep eight events at a time, for the engine's costs and whole-number
-// counts below 2^21. Each lane computes its event's counts and cost with the
+// Type, position and axis of eight events in list order, one per lane.
+__attribute__((target("avx2"))) inline void LoadEight(const KDEvent* at, __m256i& type, __m256& p,
+                                                      __m256i& axis) {
+  static_assert(sizeof(KDEvent) == 16 && offsetof(KDEvent, type) == 0 && offsetof(KDEvent, position) == 4 &&
+                offsetof(KDEvent, axis) == 12);
+  const __m256i* words = reinterpret_cast<const __m256i*>(at);
+  const __m256i v0 = _mm256_loadu_si256(words), v1 = _mm256_loadu_si256(words + 1);
+  const __m256i v2 = _mm256_loadu_si256(words + 2), v3 = _mm256_loadu_si256(words + 3);
+  const __m256i t0 = _mm256_unpacklo_epi32(v0, v1), t1 = _mm256_unpacklo_epi32(v2, v3);
+  const __m256i t2 = _mm256_unpackhi_epi32(v0, v1), t3 = _mm256_unpackhi_epi32(v2, v3);
+  // The transpose leaves the events in lane order 0 2 4 6 1 3 5 7.
+  const __m256i listOrder = _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7);
+  type = _mm256_permutevar8x32_epi32(_mm256_unpacklo_epi64(t0, t1), listOrder);
+  p = _mm256_permutevar8x32_ps(_mm256_castsi256_ps(_mm256_unpackhi_epi64(t0, t1)), listOrder);
+  axis = _mm256_permutevar8x32_epi32(_mm256_unpackhi_epi64(t2, t3), listOrder);
+}
+
+// The same from packed events, decoded as KDPositionOf, KDTypeOf and
+// KDAxisOf do.
+__attribute__((target("avx2"))) inline void LoadEight(const KDPackedEvent* at, __m256i& type, __m256& p,
+                                                      __m256i& axis) {
+  static_assert(sizeof(KDPackedEvent) == 8 && KDPackedKeyShift == 28 && KDPackedNegativeZero == 1u << 27);
+  const __m256 v0 = _mm256_loadu_ps(reinterpret_cast<const float*>(at));
+  const __m256 v1 = _mm256_loadu_ps(reinterpret_cast<const float*>(at + 4));
+  // Low and high halves of the words, in lane order 0 1 4 5 2 3 6 7.
+  const __m256i listOrder = _mm256_setr_epi32(0, 1, 4, 5, 2, 3, 6, 7);
+  const __m256i low =
+      _mm256_permutevar8x32_epi32(_mm256_castps_si256(_mm256_shuffle_ps(v0, v1, 0x88)), listOrder);
+  const __m256i ordered =
+      _mm256_permutevar8x32_epi32(_mm256_castps_si256(_mm256_shuffle_ps(v0, v1, 0xDD)), listOrder);
+  // A set top bit marks a positive number, whose sign bit alone was
+  // flipped; the others had all their bits flipped.
+  const __m256i signBit = _mm256_set1_epi32(int32_t(0x80000000u));
+  const __m256i flipped =
+      _mm256_or_si256(_mm256_xor_si256(_mm256_srai_epi32(ordered, 31), _mm256_set1_epi32(-1)), signBit);
+  const __m256i negativeZero = _mm256_and_si256(_mm256_slli_epi32(low, 4), signBit);
+  p = _mm256_castsi256_ps(_mm256_or_si256(_mm256_xor_si256(ordered, flipped), negativeZero));
+  type = _mm256_and_si256(_mm256_srli_epi32(low, 28), _mm256_set1_epi32(3));
+  axis = _mm256_srli_epi32(low, 30);
+}
+
+// Below 2^24 every count, and every step FloatCounts takes, is a whole
+// number that a float holds exactly, so integer counts converted to floats
+// are FloatCounts' floats to the bit: nodes of fewer triangles and events
+// than this, the root of a million triangles among them, can be swept
+// eight events at a time.
+constexpr size_t WideSweepLimit = size_t(1) << 24;
+
+// The sweep eight events at a time, for the engine's costs and counts below
+// WideSweepLimit. Each lane computes its event's counts and cost with the
 // same single-precision operations in the same order as SweepEvents (this
 // function may use AVX2 but not FMA, so nothing is contracted), and keeps
 // the first of its own equal costs; the lanes are then reduced to the least
@@ -166,14 +214,13 @@ void SweepEvents(const KDEvent* events, size_t count, const SweepAxis axes[3], c
 // sweep in list order keeps. Inside a block of eight each axis's counts are
 // 4-bit fields of one word (a block adds at most 8 to each), summed over the
 // lanes before each one.
-__attribute__((target("avx2"))) void SweepEightAtATime(const KDEvent* events, size_t count,
+template <typename Event>
+__attribute__((target("avx2"))) void SweepEightAtATime(const Event* events, size_t count,
                                                        const SweepAxis axes[3], int32_t n, SweepBest& best) {
-  static_assert(sizeof(KDEvent) == 16 && offsetof(KDEvent, type) == 0 && offsetof(KDEvent, position) == 4 &&
-                offsetof(KDEvent, axis) == 12);
   // The last block is read from a copy filled up with events of no axis,
   // which every lane passes over.
-  KDEvent tail[8];
-  for (KDEvent& event : tail) event = KDEvent{KD_EVENT_START, 0.0f, 0, 3};
+  Event tail[8];
+  for (Event& event : tail) event = KDMakeEvent<Event>(KD_EVENT_START, 0.0f, 0, 3);
   std::copy(events + count / 8 * 8, events + count, tail);
   // Per axis, in lanes 0 to 2, for picking by each lane's axis.
   float tables[5][8] = {};
@@ -187,8 +234,6 @@ __attribute__((target("avx2"))) void SweepEightAtATime(const KDEvent* events, si
   const __m256 boxMin = _mm256_loadu_ps(tables[0]), boxMax = _mm256_loadu_ps(tables[1]);
   const __m256 sum = _mm256_loadu_ps(tables[2]), product = _mm256_loadu_ps(tables[3]);
   const __m256 parentArea = _mm256_loadu_ps(tables[4]), two = _mm256_set1_ps(2.0f);
-  // The transpose below leaves the events in lane order 0 2 4 6 1 3 5 7.
-  const __m256i listOrder = _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7);
   const __m256i lastLane = _mm256_set1_epi32(7), eight = _mm256_set1_epi32(8), field = _mm256_set1_epi32(0xF);
   const __m256i joinedTotals = _mm256_setr_epi32(0, 8, 16, 32, 32, 32, 32, 32);
   const __m256i goneTotals = _mm256_setr_epi32(4, 12, 20, 32, 32, 32, 32, 32);
@@ -200,14 +245,9 @@ __attribute__((target("avx2"))) void SweepEightAtATime(const KDEvent* events, si
   __m256i lastOf[3] = {bestIndex, bestIndex, bestIndex};
   __m256 bestCost = _mm256_set1_ps(FLT_MAX);
   for (size_t i = 0; i < count; i += 8) {
-    const __m256i* at = reinterpret_cast<const __m256i*>(i + 8 <= count ? events + i : tail);
-    const __m256i v0 = _mm256_loadu_si256(at), v1 = _mm256_loadu_si256(at + 1);
-    const __m256i v2 = _mm256_loadu_si256(at + 2), v3 = _mm256_loadu_si256(at + 3);
-    const __m256i t0 = _mm256_unpacklo_epi32(v0, v1), t1 = _mm256_unpacklo_epi32(v2, v3);
-    const __m256i t2 = _mm256_unpackhi_epi32(v0, v1), t3 = _mm256_unpackhi_epi32(v2, v3);
-    const __m256i type = _mm256_permutevar8x32_epi32(_mm256_unpacklo_epi64(t0, t1), listOrder);
-    const __m256 p = _mm256_permutevar8x32_ps(_mm256_castsi256_ps(_mm256_unpackhi_epi64(t0, t1)), listOrder);
-    const __m256i axis = _mm256_permutevar8x32_epi32(_mm256_unpackhi_epi64(t2, t3), listOrder);
+    __m256i type, axis;
+    __m256 p;
+    LoadEight(i + 8 <= count ? events + i : tail, type, p, axis);
 
     const __m256i isEnd = _mm256_cmpeq_epi32(type, end), isPlanar = _mm256_cmpeq_epi32(type, planar);
     const __m256i isStart = _mm256_cmpeq_epi32(type, start);
@@ -278,7 +318,7 @@ bool HasWideSweep() {
 }
 #endif
 
-template <typename Costs, typename Counts>
+template <typename Event, typename Costs, typename Counts>
 bool Sweep(const KDBuildNode& node, const Costs& costs, Counts counts, KDSplit& best) {
   const float n = float(node.triangleList.size());
   SweepAxis axes[3];
@@ -293,13 +333,13 @@ bool Sweep(const KDBuildNode& node, const Costs& costs, Counts counts, KDSplit& 
     s.product = size[b] * size[c];
     s.parentArea = 2.0f * (s.product + size[a] * s.sum);
   }
-  const KDEvent* events = node.events.data();
-  const size_t count = node.events.size();
+  const Event* events = KDEventsOf<Event>(node).data();
+  const size_t count = KDEventsOf<Event>(node).size();
   SweepBest found;
   bool wide = false;
 #ifdef KD_WIDE_SWEEP
-  if constexpr (std::is_same_v<Costs, EngineCosts> && std::is_same_v<Counts, PackedCounts>) {
-    wide = HasWideSweep();
+  if constexpr (std::is_same_v<Costs, EngineCosts>) {
+    wide = node.triangleList.size() < WideSweepLimit && count < WideSweepLimit && HasWideSweep();
     if (wide) SweepEightAtATime(events, count, axes, int32_t(node.triangleList.size()), found);
   }
 #endif
@@ -307,8 +347,9 @@ bool Sweep(const KDBuildNode& node, const Costs& costs, Counts counts, KDSplit& 
   float bestCost = found.cost;
   size_t bestEvent = found.event;
   if (bestEvent != SIZE_MAX) {
-    const KDEvent& event = events[bestEvent];
-    best = KDSplit{event.axis, event.position, bestCost, uint32_t(event.type), event.triangle};
+    const Event& event = events[bestEvent];
+    best = KDSplit{KDAxisOf(event), KDPositionOf(event), bestCost, uint32_t(KDTypeOf(event)),
+                   KDTriangleOf(event)};
   }
   // The last plane of each axis once more, with everything on its left. A
   // last event at the largest float reads as no event.
@@ -316,25 +357,31 @@ bool Sweep(const KDBuildNode& node, const Costs& costs, Counts counts, KDSplit& 
   for (uint32_t a = 0; a < 3; ++a) {
     const SweepAxis& s = axes[a];
     if (lastEvent[a] == SIZE_MAX) continue;
-    const KDEvent& event = events[lastEvent[a]];
-    const float p = event.position;
+    const Event& event = events[lastEvent[a]];
+    const float p = KDPositionOf(event);
     if (p == FLT_MAX || !s.InBox(p)) continue;
     const float cost = costs(s, p, n, 0.0f);
     if (!(bestCost > cost)) continue;
     bestCost = cost;
     bestEvent = lastEvent[a];
-    best = KDSplit{a, p, cost, uint32_t(event.type), event.triangle};
+    best = KDSplit{a, p, cost, uint32_t(KDTypeOf(event)), KDTriangleOf(event)};
   }
   return bestEvent != SIZE_MAX;
 }
 
-template <typename Costs>
+template <typename Event, typename Costs>
 bool Sweep(const KDBuildNode& node, const Costs& costs, KDSplit& best) {
   const size_t n = node.triangleList.size();
   // Every count is bounded by the events of its axis.
-  if (n < PackedCounts::Limit && node.events.size() < PackedCounts::Limit)
-    return Sweep(node, costs, PackedCounts(n), best);
-  return Sweep(node, costs, FloatCounts(float(n)), best);
+  if (n < PackedCounts::Limit && KDEventsOf<Event>(node).size() < PackedCounts::Limit)
+    return Sweep<Event>(node, costs, PackedCounts(n), best);
+  return Sweep<Event>(node, costs, FloatCounts(float(n)), best);
+}
+
+template <typename Costs>
+bool Sweep(const KDBuildNode& node, const Costs& costs, KDSplit& best) {
+  if (!node.packedEvents.empty()) return Sweep<KDPackedEvent>(node, costs, best);
+  return Sweep<KDEvent>(node, costs, best);
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 // parallel build: one work-queue job per node, each split making two more.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <map>
@@ -47,10 +48,24 @@ struct KDSplit {
 };
 #pragma pack(pop)
 
+// The same event in one 64-bit word, which builds of fewer than
+// KDPackedTriangleLimit triangles use inside the build, so that sorting,
+// sweeping and sharing events out move half the bytes: bits 28-63 the list
+// order key (KDEventKey), bit 27 set for a position of -0 (the key holds both
+// zeros as one, and the winning plane's bits go into the tree), bits 0-26
+// the triangle.
+struct KDPackedEvent {
+  uint64_t word;
+};
+constexpr size_t KDPackedTriangleLimit = size_t(1) << 27;
+
 // A sorted event list: position, then axis, then type, equal events in the
 // order they came. A vector does what a linked list would: events move from
 // parent to child in order, and the parent's list dies with its job.
-using KDEventList = std::vector<KDEvent, KDUnsetAllocator<KDEvent>>;
+template <typename Event>
+using KDList = std::vector<Event, KDUnsetAllocator<Event>>;
+using KDEventList = KDList<KDEvent>;
+using KDPackedEventList = KDList<KDPackedEvent>;
 
 // A triangle's corners in world space as the build clips them, read once
 // from the mesh table; `valid` is 0 when an index is out of range.
@@ -67,6 +82,9 @@ struct KDBuildNode {
   float boxMax[3] = {0, 0, 0};
   std::vector<uint32_t> triangleList;
   KDEventList events;
+  // A build uses one of the two lists for all its nodes: packed events when
+  // every triangle number fits, `events` otherwise.
+  KDPackedEventList packedEvents;
 };
 
 // Per-thread scratch of a build, keyed by thread identifier.

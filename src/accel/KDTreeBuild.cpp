@@ -128,17 +128,18 @@ bool FillRecords(KDTree& tree, const SWMeshTable& table, const InstanceRuns& run
 // event on equality, so the list is exactly the one that sorting the whole
 // list in triangle order gives. Every thread asks `shouldAbort` after each
 // instance and each triangle, and all stop once one has seen an abort.
+template <typename Event>
 void MakeRootEvents(KDTree& tree, const SWMeshTable& table, KDBuildNode& root, size_t parts,
                     const std::vector<SCENE_VERTEX_XYZ>& polygonA,
                     const std::vector<SCENE_VERTEX_XYZ>& polygonB, AbortPoll& abort) {
   const size_t total = root.triangleList.size();
   const InstanceRuns runs = CountInstanceRuns(table, total);
-  std::vector<KDEventList> slices(parts);
+  std::vector<KDList<Event>> slices(parts);
   RunParts(parts, [&](size_t part) {
     const size_t begin = total * part / parts, end = total * (part + 1) / parts;
     if (!FillRecords(tree, table, runs, begin, end, root, abort)) return;
     std::vector<SCENE_VERTEX_XYZ> a = polygonA, b = polygonB;
-    KDEventList& events = slices[part];
+    KDList<Event>& events = slices[part];
     // Six events is the most a triangle makes.
     events.reserve((end - begin) * 6);
     for (size_t i = begin; i < end; ++i) {
@@ -149,18 +150,22 @@ void MakeRootEvents(KDTree& tree, const SWMeshTable& table, KDBuildNode& root, s
   });
   // The one poll before the list is put in order.
   if (abort.AskSticky()) return;
-  root.events = std::move(slices[0]);
+  KDList<Event>& events = KDEventsOf<Event>(root);
+  events = std::move(slices[0]);
   for (size_t part = 1; part < parts; ++part) {
-    KDEventList merged;
-    MergeEventsInParts(root.events, slices[part], parts, merged);
-    root.events.swap(merged);
+    KDList<Event> merged;
+    MergeEventsInParts(events, slices[part], parts, merged);
+    events.swap(merged);
   }
 }
+
+// Builds of fewer triangles than this pack their events.
+std::atomic<size_t> packedEventLimit{KDPackedTriangleLimit};
 
 // The root: every triangle number in order, its record filled, its events
 // from the triangle clipped to the tree's box, sorted unless aborted. The
 // workers sleep while this runs, so it takes as many threads as there are
-// workers.
+// workers. The events are packed when every triangle number fits.
 void PrepareRoot(KDTree& tree, const SWMeshTable& table, size_t total, size_t threads, KDBuildNode& root,
                  std::vector<SCENE_VERTEX_XYZ>& polygonA, std::vector<SCENE_VERTEX_XYZ>& polygonB,
                  AbortPoll& abort) {
@@ -170,7 +175,10 @@ void PrepareRoot(KDTree& tree, const SWMeshTable& table, size_t total, size_t th
   // Every entry is written before the jobs read it, so it is not zeroed.
   tree.buildCorners.resize(total);
   const size_t parts = std::max<size_t>(1, std::min(threads, total / TrianglesPerPart));
-  MakeRootEvents(tree, table, root, parts, polygonA, polygonB, abort);
+  if (total < std::min(packedEventLimit.load(std::memory_order_relaxed), KDPackedTriangleLimit))
+    MakeRootEvents<KDPackedEvent>(tree, table, root, parts, polygonA, polygonB, abort);
+  else
+    MakeRootEvents<KDEvent>(tree, table, root, parts, polygonA, polygonB, abort);
 }
 
 // Queues the root job and waits until the posts of doneSemaphore reach the
@@ -265,4 +273,8 @@ void KDTree::Build(const SWMeshTable* meshTable, std::deque<WorkItem>& workQueue
     return;
   }
   walkLayout.Make(*this);
+}
+
+void KDLimitPackedEvents(size_t triangles) {
+  packedEventLimit.store(triangles, std::memory_order_relaxed);
 }

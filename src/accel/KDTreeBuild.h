@@ -3,8 +3,10 @@
 #pragma once
 
 #include <bit>
+#include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <type_traits>
 #include <vector>
 
 #include "accel/KDTree.h"
@@ -38,14 +40,96 @@ inline bool KDEventLess(const KDEvent& a, const KDEvent& b) {
   return KDEventKey(a) < KDEventKey(b);
 }
 
+// The fields of either record, so that one piece of code serves both.
+constexpr unsigned KDPackedKeyShift = 28;
+constexpr uint64_t KDPackedNegativeZero = uint64_t(1) << 27;
+constexpr uint32_t KDPackedTriangleMask = uint32_t(KDPackedTriangleLimit - 1);
+
+inline uint64_t KDEventKey(KDPackedEvent event) {
+  return event.word >> KDPackedKeyShift;
+}
+inline int32_t KDTypeOf(const KDEvent& event) {
+  return event.type;
+}
+inline int32_t KDTypeOf(KDPackedEvent event) {
+  return int32_t(event.word >> KDPackedKeyShift & 3u);
+}
+inline uint32_t KDAxisOf(const KDEvent& event) {
+  return event.axis;
+}
+inline uint32_t KDAxisOf(KDPackedEvent event) {
+  return uint32_t(event.word >> (KDPackedKeyShift + 2) & 3u);
+}
+inline uint32_t KDTriangleOf(const KDEvent& event) {
+  return event.triangle;
+}
+inline uint32_t KDTriangleOf(KDPackedEvent event) {
+  return uint32_t(event.word) & KDPackedTriangleMask;
+}
+inline float KDPositionOf(const KDEvent& event) {
+  return event.position;
+}
+// The key's ordered number turned back: every number but zero has its own,
+// and bit 27 gives zero its sign. All NaNs share one key and come back as
+// the NaN 0x7FFFFFFF, which no one can tell from the one that went in: a
+// NaN position fails every comparison (so it is never in a box, never a
+// candidate, never the winner, and never equal to a split), and the list
+// order reads only the key.
+inline float KDPositionOf(KDPackedEvent event) {
+  const uint32_t ordered = uint32_t(event.word >> 32);
+  const uint32_t bits = (ordered & 0x80000000u) ? ordered ^ 0x80000000u : ~ordered;
+  return std::bit_cast<float>(bits | uint32_t((event.word & KDPackedNegativeZero) >> 27) << 31);
+}
+
+template <typename Event>
+Event KDMakeEvent(int32_t type, float position, uint32_t triangle, uint32_t axis);
+template <>
+inline KDEvent KDMakeEvent<KDEvent>(int32_t type, float position, uint32_t triangle, uint32_t axis) {
+  return KDEvent{type, position, triangle, axis};
+}
+// Keeps the low two bits of type and axis (those the key keeps) and of the
+// triangle the bits below KDPackedTriangleLimit.
+template <>
+inline KDPackedEvent KDMakeEvent<KDPackedEvent>(int32_t type, float position, uint32_t triangle,
+                                                uint32_t axis) {
+  const uint64_t negativeZero = position == 0.0f && std::signbit(position) ? KDPackedNegativeZero : 0;
+  return KDPackedEvent{KDEventKey(KDEvent{type, position, triangle, axis}) << KDPackedKeyShift |
+                       negativeZero | (triangle & KDPackedTriangleMask)};
+}
+
+// The node's list of one record type.
+template <typename Event>
+KDList<Event>& KDEventsOf(KDBuildNode& node) {
+  if constexpr (std::is_same_v<Event, KDPackedEvent>)
+    return node.packedEvents;
+  else
+    return node.events;
+}
+template <typename Event>
+const KDList<Event>& KDEventsOf(const KDBuildNode& node) {
+  return KDEventsOf<Event>(const_cast<KDBuildNode&>(node));
+}
+// The node's events in whichever list the build uses.
+inline size_t KDEventCount(const KDBuildNode& node) {
+  return node.events.size() + node.packedEvents.size();
+}
+
 // Sorts into list order; equal events keep their order.
-void SortEvents(KDEventList& events);
+template <typename Event>
+void SortEvents(KDList<Event>& events);
 // Merges the sorted `older` and `fresh` into `out`. A fresh event goes
 // before the first older event that is greater, so on equality the older
 // stays first. The lists are cut by key into `parts` pieces that run on
 // threads of their own; every event of a key goes to one piece, so the cuts
 // change nothing in the order.
-void MergeEventsInParts(const KDEventList& older, const KDEventList& fresh, size_t parts, KDEventList& out);
+template <typename Event>
+void MergeEventsInParts(const KDList<Event>& older, const KDList<Event>& fresh, size_t parts,
+                        KDList<Event>& out);
+
+// Builds of fewer triangles than this, and than KDPackedTriangleLimit, keep
+// their events packed; the rest keep 16-byte records. It starts at
+// KDPackedTriangleLimit; tests lower it to build one scene both ways.
+void KDLimitPackedEvents(size_t triangles);
 
 // --- Clipping ---------------------------------------------------------------
 
@@ -58,13 +142,15 @@ bool ClipTriangleToBox(const SCENE_VERTEX_XYZ corners[3], const float boxMin[3],
                        float lo[3], float hi[3]);
 // Per axis, a planar event where lo equals hi, else a start at lo and an end
 // at hi.
-void AppendBoxEvents(uint32_t triangle, const float lo[3], const float hi[3], KDEventList& events);
+template <typename Event>
+void AppendBoxEvents(uint32_t triangle, const float lo[3], const float hi[3], KDList<Event>& events);
 // Reads triangle `triangle`'s corners into the tree's build scratch, then
 // clips them to the box and appends the events. A triangle with an index
 // out of range, or one that lies outside the box, adds none.
+template <typename Event>
 void AddTriangleEvents(KDTree& tree, const SWMeshTable& table, uint32_t triangle, const float boxMin[3],
                        const float boxMax[3], std::vector<SCENE_VERTEX_XYZ>& polygonA,
-                       std::vector<SCENE_VERTEX_XYZ>& polygonB, KDEventList& events);
+                       std::vector<SCENE_VERTEX_XYZ>& polygonB, KDList<Event>& events);
 
 // --- Split selection --------------------------------------------------------
 
@@ -77,15 +163,17 @@ float KDSurfaceArea(const float boxMin[3], const float boxMax[3]);
 // deepest level, or a box of surface area 6 or less.
 bool KDIsLeafAnyway(const KDBuildNode& node, uint32_t maxDepth);
 // The cheapest plane of the node by the exact surface-area sweep over its
-// events. False when no event gave a candidate.
+// events (the packed list if it holds any, else `events`). False when no
+// event gave a candidate.
 bool FindBestSplit(const KDBuildNode& node, const KDTree& tree, KDSplit& best);
 
 // --- Partition --------------------------------------------------------------
 
 // Shares the parent's triangles and events out to the two children, whose
-// node, depth and box are set. Triangles on both sides are clipped again to
-// each child's box, and their new events are merged in, so that both
-// children's lists come out sorted. The parent's events are used up.
+// node, depth and box are set. The children's events go to the list of the
+// parent's kind (packed if the parent's packed list holds any). Triangles
+// on both sides are clipped again to each child's box, and their new events
+// are merged in, so that both children's lists come out sorted. The parent's events are used up.
 // With `twoThreads` the right child's events are made on a helper thread
 // while the calling thread makes the left child's. A child that
 // KDIsLeafAnyway finds a leaf at `maxDepth` gets its triangles and no

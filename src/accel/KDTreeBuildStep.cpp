@@ -96,7 +96,7 @@ void QueueChildJobs(const KDBuildJob& job, std::deque<WorkItem>& workQueue,
 bool HasIdleWorker(const KDBuildJob& job, const KDBuildNode& node) {
   constexpr size_t WorthAThread = 65536;
   const size_t workers = job.triangleSides->size();
-  return node.depth < 32 && (size_t(1) << node.depth) < workers && node.events.size() >= WorthAThread;
+  return node.depth < 32 && (size_t(1) << node.depth) < workers && KDEventCount(node) >= WorthAThread;
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <bit>
 #include <cfloat>
+#include <limits>
 #include <random>
 #include <vector>
 
@@ -49,6 +50,18 @@ bool PlainClip(const SCENE_VERTEX_XYZ corners[3], const float boxMin[3], const f
     }
   }
   return true;
+}
+
+KDPackedEventList Packed(const KDEventList& events) {
+  KDPackedEventList packed;
+  for (const KDEvent& e : events)
+    packed.push_back(KDMakeEvent<KDPackedEvent>(e.type, e.position, e.triangle, e.axis));
+  return packed;
+}
+
+std::vector<uint32_t> SplitWords(const KDSplit& split) {
+  return {split.axis, std::bit_cast<uint32_t>(split.position), std::bit_cast<uint32_t>(split.cost),
+          split.eventType, split.eventTriangle};
 }
 
 std::vector<uint32_t> Triangles(const KDEventList& events) {
@@ -149,6 +162,37 @@ TEST(KDBuildParts, MergeInPiecesKeepsOlderEventsFirstWhereTheCutsFall) {
   }
 }
 
+TEST(KDBuildParts, APackedEventIsItsKeySignOfZeroAndTriangleInOneWord) {
+  // Worked by hand: the key is the ordered position (sign bit flipped for
+  // positives, all bits for negatives, both zeros as +0, NaN all ones),
+  // then axis and type, shifted above bit 27 (-0) and the triangle.
+  const float nan = std::bit_cast<float>(0xFFC00001u), inf = std::numeric_limits<float>::infinity();
+  const struct {
+    KDEventType type;
+    float position;
+    uint32_t triangle, axis;
+    uint64_t word;
+  } cases[] = {
+      {KD_EVENT_START, 1.0f, 5, 1, 0xBF80000060000005u},
+      {KD_EVENT_END, -0.0f, (1u << 27) - 1, 2, 0x800000008FFFFFFFu},
+      {KD_EVENT_PLANAR, 0.0f, 3, 0, 0x8000000010000003u},
+      {KD_EVENT_PLANAR, -2.0f, 7, 0, 0x3FFFFFFF10000007u},
+      {KD_EVENT_START, inf, 9, 0, 0xFF80000020000009u},
+      {KD_EVENT_END, nan, 1, 1, 0xFFFFFFFF40000001u},
+  };
+  for (const auto& c : cases) {
+    const KDPackedEvent e = KDMakeEvent<KDPackedEvent>(c.type, c.position, c.triangle, c.axis);
+    EXPECT_EQ(e.word, c.word) << c.position;
+    EXPECT_EQ(KDTypeOf(e), c.type);
+    EXPECT_EQ(KDAxisOf(e), c.axis);
+    EXPECT_EQ(KDTriangleOf(e), c.triangle);
+    if (c.position == c.position)
+      EXPECT_EQ(std::bit_cast<uint32_t>(KDPositionOf(e)), std::bit_cast<uint32_t>(c.position));
+    else
+      EXPECT_NE(KDPositionOf(e), KDPositionOf(e));
+  }
+}
+
 TEST(KDBuildParts, ASplitWithAHelperThreadGivesTheChildrenOfOneWithout) {
   // Triangles of up to 8 units over a cube of 100, so that many straddle the
   // chosen plane and are clipped again.
@@ -183,6 +227,13 @@ TEST(KDBuildParts, ASplitWithAHelperThreadGivesTheChildrenOfOneWithout) {
   SortEvents(root.events);
   KDSplit split;
   ASSERT_TRUE(FindBestSplit(root, tree, split));
+  // The same node with packed events must split and share out alike.
+  KDBuildNode packedRoot = root;
+  packedRoot.events.clear();
+  packedRoot.packedEvents = Packed(root.events);
+  KDSplit packedSplit;
+  ASSERT_TRUE(FindBestSplit(packedRoot, tree, packedSplit));
+  EXPECT_EQ(SplitWords(packedSplit), SplitWords(split));
 
   std::vector<uint8_t> sides(count);
   const KDThreadScratch scratch{&a, &b, &sides};
@@ -190,10 +241,14 @@ TEST(KDBuildParts, ASplitWithAHelperThreadGivesTheChildrenOfOneWithout) {
     std::vector<uint32_t> words(node.triangleList);
     for (const KDEvent& e : node.events)
       words.insert(words.end(), {uint32_t(e.type), std::bit_cast<uint32_t>(e.position), e.triangle, e.axis});
+    for (const KDPackedEvent e : node.packedEvents)
+      words.insert(words.end(), {uint32_t(KDTypeOf(e)), std::bit_cast<uint32_t>(KDPositionOf(e)),
+                                 KDTriangleOf(e), KDAxisOf(e)});
     return words;
   };
-  const auto partition = [&](bool helper, uint32_t maxDepth, KDBuildNode& left, KDBuildNode& right) {
-    KDBuildNode parent = root;
+  const auto partition = [&](bool helper, uint32_t maxDepth, KDBuildNode& left, KDBuildNode& right,
+                             const KDBuildNode& from = KDBuildNode()) {
+    KDBuildNode parent = from.packedEvents.empty() ? root : from;
     for (KDBuildNode* child : {&left, &right})
       std::copy(root.boxMin, root.boxMin + 3, child->boxMin),
           std::copy(root.boxMax, root.boxMax + 3, child->boxMax);
@@ -212,6 +267,13 @@ TEST(KDBuildParts, ASplitWithAHelperThreadGivesTheChildrenOfOneWithout) {
   }
   EXPECT_EQ(children[1][0], children[0][0]);
   EXPECT_EQ(children[1][1], children[0][1]);
+  for (const bool helper : {false, true}) {
+    KDBuildNode left, right;
+    partition(helper, UINT32_MAX, left, right, packedRoot);
+    EXPECT_TRUE(left.events.empty() && right.events.empty() && !left.packedEvents.empty());
+    EXPECT_EQ(flat(left), children[0][0]) << helper;
+    EXPECT_EQ(flat(right), children[0][1]) << helper;
+  }
 
   // Children at the deepest level (depth 0 here) are leaves whatever their
   // events: they get the same triangles and no events.
@@ -268,33 +330,42 @@ bool PlainSweep(const KDBuildNode& node, KDSplit& best) {
 TEST(KDBuildParts, TheSweepFindsThePlainSweepsPlaneAtEveryLength) {
   // Positions on a coarse grid, some outside the box, make many equal
   // costs, so the choice among them is checked too; axis 3 is no axis and
-  // is passed over. Lengths run across several blocks of eight and their
-  // remainders.
+  // is passed over; zeros come with either sign, whose bits the winning
+  // plane must keep, and a few positions are NaN, never a candidate. Lengths
+  // run across several blocks of eight and their remainders, and one node
+  // has more than 2^21 events, the largest count the one-event loop keeps
+  // in integers. The packed list of the same events must give the same
+  // split.
   std::mt19937 random(11);
   std::uniform_int_distribution<int> grid(-2, 22), type(0, 2), axis(0, 12), triangles(1, 40);
   KDTree tree;
-  for (size_t length = 0; length < 140; ++length)
-    for (int round = 0; round < 4; ++round) {
-      KDBuildNode node;
-      node.triangleList.resize(triangles(random));
-      for (int a = 0; a < 3; ++a) node.boxMin[a] = 0.0f, node.boxMax[a] = 5.0f * float(a + 2);
-      for (size_t i = 0; i < length; ++i) {
-        const int a = axis(random);
-        node.events.push_back({type(random), 0.5f * float(grid(random)), uint32_t(i),
-                               a < 4    ? 0u
-                               : a < 8  ? 1u
-                               : a < 12 ? 2u
-                                        : 3u});
-      }
-      SortEvents(node.events);
-      KDSplit got, want;
-      const bool found = FindBestSplit(node, tree, got);
-      ASSERT_EQ(found, PlainSweep(node, want)) << length;
-      if (!found) continue;
-      EXPECT_EQ(got.axis, want.axis) << length;
-      EXPECT_EQ(std::bit_cast<uint32_t>(got.position), std::bit_cast<uint32_t>(want.position)) << length;
-      EXPECT_EQ(std::bit_cast<uint32_t>(got.cost), std::bit_cast<uint32_t>(want.cost)) << length;
-      EXPECT_EQ(got.eventType, want.eventType) << length;
-      EXPECT_EQ(got.eventTriangle, want.eventTriangle) << length;
+  std::vector<size_t> lengths;
+  for (size_t length = 0; length < 140; ++length) lengths.insert(lengths.end(), 4, length);
+  lengths.push_back((size_t(1) << 21) + 13);
+  for (const size_t length : lengths) {
+    KDBuildNode node;
+    node.triangleList.resize(length < 140 ? triangles(random) : length / 5);
+    for (int a = 0; a < 3; ++a) node.boxMin[a] = 0.0f, node.boxMax[a] = 5.0f * float(a + 2);
+    for (size_t i = 0; i < length; ++i) {
+      const int a = axis(random);
+      const int g = grid(random);
+      const float p = g == 22 ? std::numeric_limits<float>::quiet_NaN() : 0.5f * float(g);
+      node.events.push_back({type(random), g == 0 && random() % 2 ? -0.0f : p, uint32_t(i),
+                             a < 4    ? 0u
+                             : a < 8  ? 1u
+                             : a < 12 ? 2u
+                                      : 3u});
     }
+    SortEvents(node.events);
+    KDBuildNode packed = node;
+    packed.events.clear();
+    packed.packedEvents = Packed(node.events);
+    KDSplit got, gotPacked, want;
+    const bool found = FindBestSplit(node, tree, got);
+    ASSERT_EQ(found, PlainSweep(node, want)) << length;
+    ASSERT_EQ(FindBestSplit(packed, tree, gotPacked), found) << length;
+    if (!found) continue;
+    EXPECT_EQ(SplitWords(got), SplitWords(want)) << length;
+    EXPECT_EQ(SplitWords(gotPacked), SplitWords(want)) << length;
+  }
 }

@@ -78,6 +78,13 @@ std::vector<Leaf> Leaves(const KDTree& tree) {
   return leaves;
 }
 
+// Lowers the triangle count below which builds pack their events, for one
+// scope.
+struct PackedEventLimit {
+  explicit PackedEventLimit(size_t triangles) { KDLimitPackedEvents(triangles); }
+  ~PackedEventLimit() { KDLimitPackedEvents(KDPackedTriangleLimit); }
+};
+
 struct KDBuildFixture : ::testing::Test {
   void SetUp() override { engine->Initialize(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr); }
   void TearDown() override { engine->Release(); }
@@ -178,50 +185,102 @@ TEST_F(KDBuildFixture, HandWorkedTrees) {
     cases.back().leaves[0].triangles.push_back(i);
   }
   AddMesh(cases.back().table, vertices, indices);
+  // Two triangles from x = -1 to x = -0 and two from x = +0 to x = 1, each
+  // spanning y and z from 0 to 1: box 2 x 1 x 1, area 10, leaf 40. The ends
+  // of the first two at -0 cost 10 + 6 * 2 + 6 * 3 = 40, then 10 + 6 * 2 + 6
+  // * 2 = 34; the starts at +0 cost 34 too but come later (an end before a
+  // start at one position), and every plane on y or z costs 50. So the
+  // plane is the second end, at -0, whose sign goes into the node. Both
+  // children have area 6: leaves.
+  const uint32_t atMinusZero = 0x80000000u;
+  cases.push_back({SWMeshTable(),
+                   {x1, atMinusZero},
+                   {Leaf{{-1, 0, 0, -0.0f, 1, 1}, {0, 1}}, Leaf{{-0.0f, 0, 0, 1, 1, 1}, {2, 3}}}});
+  AddMesh(cases.back().table,
+          {Vertex(-1, 0, 0), Vertex(-0.0f, 1, 0), Vertex(-0.0f, 0, 1), Vertex(0, 0, 0), Vertex(1, 1, 0),
+           Vertex(1, 0, 1)},
+          {0, 1, 2, 0, 1, 2, 3, 4, 5, 3, 4, 5});
 
-  for (size_t i = 0; i < cases.size(); ++i) {
-    KDTree tree;
-    engine->Build(tree, cases[i].table);
-    ASSERT_FALSE(tree.nodes.empty());
-    EXPECT_EQ((std::array<uint32_t, 2>{tree.nodes[0].childAndAxis, tree.nodes[0].splitOrCount}),
-              cases[i].root)
-        << "case " << i;
-    EXPECT_EQ(Leaves(tree), cases[i].leaves) << "case " << i;
+  // Every case with packed events, and with 16-byte records.
+  for (const size_t packedLimit : {KDPackedTriangleLimit, size_t(0)}) {
+    const PackedEventLimit limit(packedLimit);
+    for (size_t i = 0; i < cases.size(); ++i) {
+      KDTree tree;
+      engine->Build(tree, cases[i].table);
+      ASSERT_FALSE(tree.nodes.empty());
+      EXPECT_EQ((std::array<uint32_t, 2>{tree.nodes[0].childAndAxis, tree.nodes[0].splitOrCount}),
+                cases[i].root)
+          << "case " << i << (packedLimit ? ", packed" : ", 16 bytes");
+      EXPECT_EQ(Leaves(tree), cases[i].leaves) << "case " << i << (packedLimit ? ", packed" : ", 16 bytes");
+    }
   }
 }
 
 TEST(KDEventLists, SortIsTheStableListOrderAtEverySizeAndMergeKeepsOlderEventsFirst) {
   // The list order written out on its own: position as floats compare (-0
   // equal to +0, NaN after everything), then axis, then type; equals keep
-  // their place, which the triangle number records.
+  // their place, which the triangle number records, counting down so that
+  // an order by triangle number would break the rule.
   const auto before = [](const KDEvent& a, const KDEvent& b) {
     const bool nanA = a.position != a.position, nanB = b.position != b.position;
     if (nanA != nanB) return nanB;
     if (!nanA && a.position != b.position) return a.position < b.position;
     if (a.axis != b.axis) return a.axis < b.axis;
     if (a.type != b.type) return a.type < b.type;
-    return a.triangle < b.triangle;
+    return a.triangle > b.triangle;
   };
   const float nan = std::numeric_limits<float>::quiet_NaN(), inf = std::numeric_limits<float>::infinity();
   const float positions[] = {-inf, -2.5f, -1e-30f, -0.0f, 0.0f, 1e-30f, 1.0f, 1.0000001f, 3e7f, inf, nan};
   std::mt19937 random(7);
+  // The packed list is checked by the same rule, read back through its
+  // fields, and each position must come back with the bits it went in
+  // with (any NaN as a NaN).
   // Below and above each size where the sort changes method or leaves the
   // stack, and one list whose keys all share the upper digits (every
   // position equal).
+  const auto unpacked = [](KDPackedEvent e) {
+    return KDEvent{KDTypeOf(e), KDPositionOf(e), KDTriangleOf(e), KDAxisOf(e)};
+  };
   for (const size_t size : {2u, 63u, 64u, 511u, 512u, 513u, 8191u, 8192u, 20000u, 600u}) {
     KDEventList events;
+    KDPackedEventList packed;
+    std::vector<float> placed;
     for (uint32_t i = 0; i < size; ++i) {
       const float p = size == 600u ? 1.0f : positions[random() % std::size(positions)];
-      events.push_back(KDEvent{int32_t(random() % 3), p, i, uint32_t(random() % 3)});
+      const uint32_t triangle = uint32_t(size) - 1 - i;
+      events.push_back(KDEvent{int32_t(random() % 3), p, triangle, uint32_t(random() % 3)});
+      packed.push_back(KDMakeEvent<KDPackedEvent>(events.back().type, p, triangle, events.back().axis));
+      placed.push_back(p);
     }
     SortEvents(events);
+    SortEvents(packed);
     ASSERT_EQ(events.size(), size);
-    for (size_t i = 1; i < size; ++i) ASSERT_TRUE(before(events[i - 1], events[i])) << size << " at " << i;
+    ASSERT_EQ(packed.size(), size);
+    for (size_t i = 1; i < size; ++i) {
+      ASSERT_TRUE(before(events[i - 1], events[i])) << size << " at " << i;
+      ASSERT_TRUE(before(unpacked(packed[i - 1]), unpacked(packed[i]))) << size << " packed at " << i;
+    }
+    for (const KDPackedEvent e : packed) {
+      const float p = KDPositionOf(e), in = placed[size - 1 - KDTriangleOf(e)];
+      if (in != in)
+        ASSERT_NE(p, p);
+      else
+        ASSERT_EQ(std::bit_cast<uint32_t>(p), std::bit_cast<uint32_t>(in));
+    }
   }
-  // Merged, -0 meets +0 as an equal: the older event (triangle 0) stays first.
+  // Merged, -0 meets +0 as an equal: the older event (triangle 10) stays
+  // first, and keeps its sign.
   KDEventList merged;
-  MergeEventsInParts({{KD_EVENT_END, -0.0f, 0, 0}}, {{KD_EVENT_END, 0.0f, 10, 0}}, 1, merged);
-  EXPECT_TRUE(merged.size() == 2 && merged[0].triangle == 0);
+  MergeEventsInParts({{KD_EVENT_END, -0.0f, 10, 0}}, {{KD_EVENT_END, 0.0f, 0, 0}}, 1, merged);
+  EXPECT_TRUE(merged.size() == 2 && merged[0].triangle == 10);
+  KDPackedEventList mergedPacked;
+  MergeEventsInParts(KDPackedEventList{KDMakeEvent<KDPackedEvent>(KD_EVENT_END, -0.0f, 10, 0)},
+                     KDPackedEventList{KDMakeEvent<KDPackedEvent>(KD_EVENT_END, 0.0f, 0, 0)}, 1,
+                     mergedPacked);
+  ASSERT_EQ(mergedPacked.size(), 2u);
+  EXPECT_EQ(KDTriangleOf(mergedPacked[0]), 10u);
+  EXPECT_EQ(std::bit_cast<uint32_t>(KDPositionOf(mergedPacked[0])), 0x80000000u);
+  EXPECT_EQ(std::bit_cast<uint32_t>(KDPositionOf(mergedPacked[1])), 0u);
 }
 
 TEST_F(KDBuildFixture, AbortAtAnyPollLeavesNoJobBehindAndAnEmptyTree) {
