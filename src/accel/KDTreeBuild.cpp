@@ -209,14 +209,10 @@ void RunJobs(KDTree& tree, const SWMeshTable& table, std::deque<KDBuildNode>& bu
   }
   wakeSemaphore->Release(1);
 
-  // The count is read without a lock. The posts cannot catch up with it while
-  // a job still runs: the worker running it holds a wake it has not answered
-  // yet, and every wake was counted before it was released. At the end of a
-  // big build the workers answer their piled-up wakes at a high rate, and a
-  // lock taken here for each post only held them up.
   for (bool finished = false; !finished;) {
     doneSemaphore->Wait();
     ++jobsDone;
+    platform::CriticalSectionGuard guard(queueLock);
     finished = jobsDone == std::atomic_ref<uint32_t>(jobCount).load();
   }
   DiscardQueue(workQueue, queueLock);
