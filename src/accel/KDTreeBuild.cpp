@@ -272,7 +272,10 @@ void KDTree::Build(const SWMeshTable* meshTable, std::deque<WorkItem>& workQueue
     nodes.clear();
     return;
   }
-  walkLayout.Make(*this);
+  // The workers sleep now, so their processors lay out the walk's copy of a
+  // tree big enough to pay for a thread.
+  constexpr size_t NodesWorthAThread = 16384;
+  walkLayout.Make(*this, nodes.size() >= NodesWorthAThread ? renderThreads.size() : 1);
 }
 
 void KDLimitPackedEvents(size_t triangles) {

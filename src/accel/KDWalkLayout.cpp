@@ -1,5 +1,8 @@
 #include "accel/KDWalkLayout.h"
 
+#include <atomic>
+
+#include "accel/KDParallel.h"
 #include "accel/KDTree.h"
 
 namespace {
@@ -7,6 +10,10 @@ namespace {
 constexpr uint32_t LeafTag = 3;
 // The largest index that fits beside the two tag bits.
 constexpr uint64_t MaxPacked = (uint64_t(1) << 30) - 1;
+// Laid out on more than one thread, the subtrees below this depth are the
+// pieces: up to 64 of them, so that the threads stay evenly loaded however
+// uneven the tree.
+constexpr uint32_t PieceDepth = 6;
 
 struct Pending {
   uint32_t source;  // index in the tree's nodes
@@ -14,6 +21,193 @@ struct Pending {
   uint32_t depth;   // root 0
 };
 constexpr uint32_t NoParent = UINT32_MAX;
+
+// Nodes and leaf entries numbered from 0, for the whole tree or one subtree.
+struct Laid {
+  std::vector<KDWalkNode> nodes;
+  std::vector<uint32_t> entries;
+  // The entries laid before the last leaf was begun (the largest start of a
+  // leaf), or -1 without a leaf: with the entries before a piece added, it
+  // must still fit a packed field.
+  int64_t lastLeafStart = -1;
+};
+
+// The tree and, per triangle number, whether the leaf test looks at that
+// record at all (1) or skips it (0). Asking the records themselves, as a
+// leaf's numbers come, would cost a cache miss for most entries, as the
+// numbers jump across all the records; the marks of a million triangles
+// fit in the processor's cache, and are made in one pass in storage order.
+struct Source {
+  const KDTree& tree;
+  std::vector<uint8_t> tested;
+};
+
+void MarkTested(const KDTree& tree, size_t begin, size_t end, std::vector<uint8_t>& tested) {
+  for (size_t i = begin; i < end; ++i) {
+    const SWTriangle& tri = tree.triangles[i];
+    tested[i] = tri.degenerate == 0 && tri.dominantAxis <= 2;
+  }
+}
+
+Source MakeSource(const KDTree& tree, size_t threads) {
+  Source source{tree, std::vector<uint8_t>(tree.triangles.size())};
+  const size_t count = tree.triangles.size();
+  if (threads > 1)
+    RunParts(threads, [&](size_t part) {
+      MarkTested(tree, count * part / threads, count * (part + 1) / threads, source.tested);
+    });
+  else
+    MarkTested(tree, 0, count, source.tested);
+  return source;
+}
+
+bool IsInline(const KDWalkNode& node) {
+  return (node.childAndAxis & 3) == LeafTag && (node.splitOrCount & KDWalkNode::InlineLeaf);
+}
+
+// The numbers of the records the leaf test would look at, in its order,
+// without the ones it would skip. A run that reaches past leafTriangles
+// holds nothing, as there.
+bool CopyLeaf(const Source& source, uint32_t first, uint32_t count, Laid& out, KDWalkNode& leaf) {
+  const KDTree& tree = source.tree;
+  std::vector<uint32_t>& entries = out.entries;
+  if (entries.size() > MaxPacked) return false;
+  out.lastLeafStart = int64_t(entries.size());
+  leaf.childAndAxis = uint32_t(entries.size()) << 2 | LeafTag;
+  const uint64_t end = uint64_t(first) + count;
+  if (count == 0 || end - 1 >= tree.leafTriangles.size()) {
+    leaf.splitOrCount = 0;
+    return true;
+  }
+  const size_t start = entries.size();
+  for (uint64_t entry = first; entry < end; ++entry) {
+    const uint32_t number = tree.leafTriangles[entry];
+    if (number < source.tested.size() && source.tested[number]) entries.push_back(number);
+  }
+  const size_t kept = entries.size() - start;
+  if (kept > MaxPacked) return false;  // the count would reach the inline flag
+  leaf.splitOrCount = uint32_t(kept);
+  const bool fits = (kept == 1 || kept == 2) && entries[start] <= MaxPacked &&
+                    (kept == 1 || entries[start + 1] < KDWalkNode::NoSecond);
+  if (fits) {
+    leaf.childAndAxis = entries[start] << 2 | LeafTag;
+    leaf.splitOrCount = KDWalkNode::InlineLeaf | (kept == 2 ? entries[start + 1] : KDWalkNode::NoSecond);
+    entries.resize(start);
+  }
+  return true;
+}
+
+// Lays out the subtree of tree node `root` at `depth` into `out`: depth
+// first, lower child first; each node is written when it is taken from the
+// stack, and an upper child patches its parent's index when its turn comes,
+// after the whole lower subtree. An inner node at `cut` is handed to `atCut`
+// (the walk node's index, the source index) instead of being laid out, and
+// `atCut` lays out its subtree. False when the tree cannot be laid out, or
+// more than `count` nodes would be.
+template <typename AtCut>
+bool LaySubtree(const Source& source, uint32_t root, uint32_t depth, uint32_t cut, AtCut atCut, Laid& out) {
+  const KDTree& tree = source.tree;
+  const size_t count = tree.nodes.size();
+  std::vector<KDWalkNode>& nodes = out.nodes;
+  std::vector<Pending> stack{{root, NoParent, depth}};
+  while (!stack.empty()) {
+    const Pending next = stack.back();
+    stack.pop_back();
+    // Children lie after their parent, so no node can be reached twice
+    // through a cycle; a node shared by two parents would still come twice.
+    if (nodes.size() >= count) return false;
+    const uint32_t here = uint32_t(nodes.size());
+    if (next.parent != NoParent) nodes[next.parent].childAndAxis |= here << 2;
+    const KDNode from = tree.nodes[next.source];
+    const uint32_t word = from.childAndAxis;
+    KDWalkNode node;
+    if ((word & 3) == LeafTag) {
+      if (!CopyLeaf(source, word >> 2, from.splitOrCount, out, node)) return false;
+      nodes.push_back(node);
+      continue;
+    }
+    if (next.depth == cut) {
+      if (!atCut(next.source)) return false;
+      continue;
+    }
+    const uint64_t first = word >> 2;
+    if (first <= next.source || first + 1 >= count || next.depth + 1 > KDWalkLayout::MaxDepth) return false;
+    node.childAndAxis = word & 3;  // the upper child's index comes later
+    node.splitOrCount = from.splitOrCount;
+    nodes.push_back(node);
+    stack.push_back({uint32_t(first + 1), here, next.depth + 1});
+    stack.push_back({uint32_t(first), NoParent, next.depth + 1});
+  }
+  return true;
+}
+
+// Appends a piece laid out from 0, moving its indices by the nodes and
+// entries already in `out`. An inline leaf holds triangle numbers, which
+// stay. False where the one-thread layout would have stopped: a leaf start
+// past the packed field, or more nodes than the tree has.
+bool AppendPiece(const Laid& piece, size_t count, Laid& out) {
+  const uint64_t nodeShift = out.nodes.size(), entryShift = out.entries.size();
+  if (piece.lastLeafStart >= 0 && entryShift + uint64_t(piece.lastLeafStart) > MaxPacked) return false;
+  if (nodeShift + piece.nodes.size() > count) return false;
+  for (KDWalkNode node : piece.nodes) {
+    if ((node.childAndAxis & 3) != LeafTag)
+      node.childAndAxis += uint32_t(nodeShift << 2);
+    else if (!IsInline(node))
+      node.childAndAxis += uint32_t(entryShift << 2);
+    out.nodes.push_back(node);
+  }
+  if (piece.lastLeafStart >= 0) out.lastLeafStart = int64_t(entryShift) + piece.lastLeafStart;
+  out.entries.insert(out.entries.end(), piece.entries.begin(), piece.entries.end());
+  return true;
+}
+
+constexpr uint32_t NoCut = UINT32_MAX;
+
+bool LayOneThread(const KDTree& tree, Laid& out) {
+  const Source source = MakeSource(tree, 1);
+  out.nodes.reserve(tree.nodes.size());
+  out.entries.reserve(tree.leafTriangles.size());
+  return LaySubtree(
+      source, 0, 0, NoCut, [](uint32_t) { return false; }, out);
+}
+
+// The subtrees at PieceDepth are laid out on `threads` threads, each piece
+// numbered from 0, and then put in their places in the one-thread order:
+// the same nodes and entries, byte for byte.
+bool LayOnThreads(const KDTree& tree, size_t threads, Laid& out) {
+  const Source source = MakeSource(tree, threads);
+  std::vector<uint32_t> roots;
+  Laid top;
+  const auto gather = [&](uint32_t source) {
+    roots.push_back(source);
+    return true;
+  };
+  if (!LaySubtree(source, 0, 0, PieceDepth, gather, top)) return false;
+  if (roots.empty()) {
+    out = std::move(top);
+    return true;
+  }
+
+  std::vector<Laid> pieces(roots.size());
+  std::vector<char> laid(roots.size(), 0);
+  std::atomic<size_t> nextPiece{0};
+  RunParts(threads, [&](size_t) {
+    for (size_t i; (i = nextPiece.fetch_add(1)) < roots.size();)
+      laid[i] = LaySubtree(
+          source, roots[i], PieceDepth, NoCut, [](uint32_t) { return false; }, pieces[i]);
+  });
+  for (char ok : laid)
+    if (!ok) return false;
+
+  size_t entries = top.entries.size();
+  for (const Laid& piece : pieces) entries += piece.entries.size();
+  out.nodes.reserve(tree.nodes.size());
+  out.entries.reserve(entries);
+  size_t nextRoot = 0;
+  const auto place = [&](uint32_t) { return AppendPiece(pieces[nextRoot++], tree.nodes.size(), out); };
+  return LaySubtree(source, 0, 0, PieceDepth, place, out);
+}
+
 }  // namespace
 
 void KDWalkLayout::Clear() {
@@ -25,13 +219,13 @@ void KDWalkLayout::Clear() {
   sourceNodeCount = sourceLeafTriangleCount = sourceTriangleCount = 0;
 }
 
-void KDWalkLayout::Make(const KDTree& tree) {
+void KDWalkLayout::Make(const KDTree& tree, size_t threads) {
   Clear();
   if (tree.nodes.empty() || tree.nodes.size() > MaxPacked) return;
-  if (!Lay(tree)) {
-    Clear();
-    return;
-  }
+  Laid laid;
+  if (!(threads > 1 ? LayOnThreads(tree, threads, laid) : LayOneThread(tree, laid))) return;
+  nodes = std::move(laid.nodes);
+  leafEntries = std::move(laid.entries);
   nodes.shrink_to_fit();
   leafEntries.shrink_to_fit();
   sourceNodes = tree.nodes.data();
@@ -44,71 +238,4 @@ void KDWalkLayout::Make(const KDTree& tree) {
 
 size_t KDWalkLayout::Bytes() const {
   return nodes.capacity() * sizeof(KDWalkNode) + leafEntries.capacity() * sizeof(uint32_t);
-}
-
-// Depth first, lower child first: each node is written when it is taken from
-// the stack, and an upper child patches its parent's index when its turn
-// comes, after the whole lower subtree.
-bool KDWalkLayout::Lay(const KDTree& tree) {
-  const size_t count = tree.nodes.size();
-  nodes.reserve(count);
-  leafEntries.reserve(tree.leafTriangles.size());
-  std::vector<Pending> stack{{0, NoParent, 0}};
-  while (!stack.empty()) {
-    const Pending next = stack.back();
-    stack.pop_back();
-    // Children lie after their parent, so no node can be reached twice
-    // through a cycle; a node shared by two parents would still come twice.
-    if (nodes.size() >= count) return false;
-    const uint32_t here = uint32_t(nodes.size());
-    if (next.parent != NoParent) nodes[next.parent].childAndAxis |= here << 2;
-    const KDNode source = tree.nodes[next.source];
-    const uint32_t word = source.childAndAxis;
-    KDWalkNode node;
-    if ((word & 3) == LeafTag) {
-      if (!CopyLeaf(tree, word >> 2, source.splitOrCount, node)) return false;
-      nodes.push_back(node);
-      continue;
-    }
-    const uint64_t first = word >> 2;
-    if (first <= next.source || first + 1 >= count || next.depth + 1 > MaxDepth) return false;
-    node.childAndAxis = word & 3;  // the upper child's index comes later
-    node.splitOrCount = source.splitOrCount;
-    nodes.push_back(node);
-    stack.push_back({uint32_t(first + 1), here, next.depth + 1});
-    stack.push_back({uint32_t(first), NoParent, next.depth + 1});
-  }
-  return true;
-}
-
-// The numbers of the records the leaf test would look at, in its order,
-// without the ones it would skip. A run that reaches past leafTriangles
-// holds nothing, as there.
-bool KDWalkLayout::CopyLeaf(const KDTree& tree, uint32_t first, uint32_t count, KDWalkNode& leaf) {
-  if (leafEntries.size() > MaxPacked) return false;
-  leaf.childAndAxis = uint32_t(leafEntries.size()) << 2 | LeafTag;
-  const uint64_t end = uint64_t(first) + count;
-  if (count == 0 || end - 1 >= tree.leafTriangles.size()) {
-    leaf.splitOrCount = 0;
-    return true;
-  }
-  const size_t start = leafEntries.size();
-  for (uint64_t entry = first; entry < end; ++entry) {
-    const uint32_t number = tree.leafTriangles[entry];
-    if (number >= tree.triangles.size()) continue;
-    const SWTriangle& tri = tree.triangles[number];
-    if (tri.degenerate != 0 || tri.dominantAxis > 2) continue;
-    leafEntries.push_back(number);
-  }
-  const size_t kept = leafEntries.size() - start;
-  if (kept > MaxPacked) return false;  // the count would reach the inline flag
-  leaf.splitOrCount = uint32_t(kept);
-  const bool fits = (kept == 1 || kept == 2) && leafEntries[start] <= MaxPacked &&
-                    (kept == 1 || leafEntries[start + 1] < KDWalkNode::NoSecond);
-  if (fits) {
-    leaf.childAndAxis = leafEntries[start] << 2 | LeafTag;
-    leaf.splitOrCount = KDWalkNode::InlineLeaf | (kept == 2 ? leafEntries[start + 1] : KDWalkNode::NoSecond);
-    leafEntries.resize(start);
-  }
-  return true;
 }

@@ -42,7 +42,10 @@ class KDWalkLayout {
   // cannot be laid out: a child index that does not lie after its parent and
   // inside `nodes`, a node reached twice, a tree deeper than MaxDepth, or an
   // index that does not fit the 30 bits of a packed field. The walk then uses the tree's own fields.
-  void Make(const KDTree& tree);
+  // With `threads` above 1 the subtrees a few levels down are laid out on
+  // that many threads at once, for processors that would otherwise sleep;
+  // the layout is the same, byte for byte.
+  void Make(const KDTree& tree, size_t threads = 1);
   void Clear();
   // True when the layout was made from the vectors `tree` holds now. A tree
   // whose fields were replaced or resized since does not match; in this
@@ -56,9 +59,6 @@ class KDWalkLayout {
   std::vector<uint32_t> leafEntries;  // one run per leaf, triangle numbers
 
  private:
-  bool Lay(const KDTree& tree);
-  bool CopyLeaf(const KDTree& tree, uint32_t first, uint32_t count, KDWalkNode& leaf);
-
   const void* sourceNodes = nullptr;
   const void* sourceLeafTriangles = nullptr;
   const void* sourceTriangles = nullptr;
