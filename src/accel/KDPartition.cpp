@@ -255,7 +255,7 @@ void Partition(const KDBuildNode& parent, const KDSplit& split, const KDTree& tr
 void PartitionNode(KDBuildNode& parent, const KDSplit& split, const KDTree& tree,
                    const KDThreadScratch& scratch, bool twoThreads, KDBuildNode& left, KDBuildNode& right,
                    uint32_t maxDepth) {
-  if (!parent.packedEvents.empty())
+  if (KDUsesPackedEvents(parent))
     Partition<KDPackedEvent>(parent, split, tree, scratch, twoThreads, left, right, maxDepth);
   else
     Partition<KDEvent>(parent, split, tree, scratch, twoThreads, left, right, maxDepth);

@@ -380,7 +380,7 @@ bool Sweep(const KDBuildNode& node, const Costs& costs, KDSplit& best) {
 
 template <typename Costs>
 bool Sweep(const KDBuildNode& node, const Costs& costs, KDSplit& best) {
-  if (!node.packedEvents.empty()) return Sweep<KDPackedEvent>(node, costs, best);
+  if (KDUsesPackedEvents(node)) return Sweep<KDPackedEvent>(node, costs, best);
   return Sweep<KDEvent>(node, costs, best);
 }
 

@@ -109,6 +109,11 @@ template <typename Event>
 const KDList<Event>& KDEventsOf(const KDBuildNode& node) {
   return KDEventsOf<Event>(const_cast<KDBuildNode&>(node));
 }
+// Whether the node's events are in its packed list: a build uses one of the
+// two lists for all its nodes, the packed one whenever it holds events.
+inline bool KDUsesPackedEvents(const KDBuildNode& node) {
+  return !node.packedEvents.empty();
+}
 // The node's events in whichever list the build uses.
 inline size_t KDEventCount(const KDBuildNode& node) {
   return node.events.size() + node.packedEvents.size();

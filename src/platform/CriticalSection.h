@@ -16,14 +16,12 @@ class CriticalSection {
   // system call on each side and two switches of threads. Only a longer
   // wait sleeps.
   void Enter() {
-    if (SpinUntil([this] { return mutex.try_lock(); }, SpinAttempts)) return;
+    if (SpinUntil([this] { return mutex.try_lock(); })) return;
     mutex.lock();
   }
   void Leave() { mutex.unlock(); }
 
  private:
-  static constexpr int SpinAttempts = 64;
-
   std::recursive_mutex mutex;
 };
 

@@ -13,7 +13,6 @@ constexpr uint64_t CountMask = 0xFFFFFFFFull;
 constexpr uint64_t OneSleeper = 1ull << 32;
 constexpr uint64_t SleeperMask = 0xFFFFull << 32;
 constexpr uint64_t OneWaker = 1ull << 48;
-constexpr int SpinAttempts = 64;
 
 long CountOf(uint64_t state) {
   return long(state & CountMask);
@@ -92,7 +91,7 @@ void Semaphore::Wait() {
   // and a system call, and itself two switches of threads. The driver of a
   // build, which takes one post per answered wake, meets that all the time
   // while the workers answer the wakes that piled up during the build.
-  if (TakeOrSleep(false) || SpinUntil([this] { return TakeOrSleep(false); }, SpinAttempts)) return;
+  if (SpinUntil([this] { return TakeOrSleep(false); })) return;
   std::unique_lock<std::mutex> lock(mutex);
   if (TakeOrSleep(true)) return;
   available.wait(lock, [this] { return TakeAndWake(); });

@@ -12,15 +12,20 @@ bool SpinningCanHelp();
 // nanoseconds), which spares the other thread of its core and the memory bus.
 void SpinPause();
 
-// The busy part of a wait: asks `ready` up to `attempts` times, with a few
-// pauses between, and says whether it answered true. Nothing is tried when
-// spinning cannot help.
+// How often a wait asks before it sleeps: with the pauses between, a few
+// microseconds, about as long as the engine holds a lock.
+constexpr int SpinAttempts = 64;
+
+// The busy part of a wait: asks `ready` once, and when spinning can help up
+// to SpinAttempts times in all, with a few pauses between; says whether it
+// answered true.
 template <typename Ready>
-bool SpinUntil(Ready ready, int attempts) {
+bool SpinUntil(Ready ready) {
+  if (ready()) return true;
   if (!SpinningCanHelp()) return false;
-  for (int attempt = 0; attempt < attempts; ++attempt) {
-    if (ready()) return true;
+  for (int attempt = 1; attempt < SpinAttempts; ++attempt) {
     for (int i = 0; i < 4; ++i) SpinPause();
+    if (ready()) return true;
   }
   return false;
 }
