@@ -217,11 +217,20 @@ void RunJobs(KDTree& tree, const SWMeshTable& table, std::deque<KDBuildNode>& bu
   }
   wakeSemaphore->Release(1);
 
-  for (bool finished = false; !finished;) {
-    doneSemaphore->Wait();
-    ++jobsDone;
-    platform::CriticalSectionGuard guard(queueLock);
-    finished = jobsDone == std::atomic_ref<uint32_t>(jobCount).load();
+  // The count grows before the wakes it counts, and every wake is answered
+  // by one post: at least the difference is still to come. The driver
+  // sleeps until that many posts are there, so the workers answering the
+  // wakes piled up during the build post without waking it, and it takes
+  // neither a processor nor the queue lock from them.
+  for (;;) {
+    uint32_t issued = 0;
+    {
+      platform::CriticalSectionGuard guard(queueLock);
+      issued = std::atomic_ref<uint32_t>(jobCount).load();
+    }
+    if (jobsDone == issued) break;
+    doneSemaphore->WaitFor(long(issued - jobsDone));
+    jobsDone = issued;
   }
   DiscardQueue(workQueue, queueLock);
 }
