@@ -123,9 +123,20 @@ void SortEvents(KDList<Event>& events) {
   }
 }
 
-template <typename Event>
-void MergeEventsInParts(const KDList<Event>& older, const KDList<Event>& fresh, size_t parts,
-                        KDList<Event>& out) {
+namespace {
+
+// List order, and of equal keys the lower triangle first.
+struct EventAndTriangleOrder {
+  template <typename Event>
+  bool operator()(const Event& a, const Event& b) const {
+    const uint64_t keyA = KDEventKey(a), keyB = KDEventKey(b);
+    return keyA < keyB || (keyA == keyB && KDTriangleOf(a) < KDTriangleOf(b));
+  }
+};
+
+template <typename Event, typename Order>
+void MergeInParts(const KDList<Event>& older, const KDList<Event>& fresh, size_t parts, KDList<Event>& out,
+                  Order order) {
   out.resize(older.size() + fresh.size());
   if (older.empty() || parts < 2) parts = 1;
   // Piece k takes the events of keys up to the key of older's event at
@@ -141,8 +152,21 @@ void MergeEventsInParts(const KDList<Event>& older, const KDList<Event>& fresh, 
   RunParts(parts, [&](size_t k) {
     // std::merge takes the first range's event on equality: the older one.
     std::merge(older.begin() + cutOlder[k], older.begin() + cutOlder[k + 1], fresh.begin() + cutFresh[k],
-               fresh.begin() + cutFresh[k + 1], out.begin() + cutOlder[k] + cutFresh[k], EventOrder());
+               fresh.begin() + cutFresh[k + 1], out.begin() + cutOlder[k] + cutFresh[k], order);
   });
+}
+
+}  // namespace
+
+template <typename Event>
+void MergeEventsInParts(const KDList<Event>& older, const KDList<Event>& fresh, size_t parts,
+                        KDList<Event>& out) {
+  MergeInParts(older, fresh, parts, out, EventOrder());
+}
+
+template <typename Event>
+void MergeEventsByTriangle(const KDList<Event>& a, const KDList<Event>& b, size_t parts, KDList<Event>& out) {
+  MergeInParts(a, b, parts, out, EventAndTriangleOrder());
 }
 
 namespace {
@@ -291,13 +315,13 @@ void AppendBoxEvents(uint32_t triangle, const float lo[3], const float hi[3], KD
 }
 
 template <typename Event>
-void AddTriangleEvents(KDTree& tree, const SWMeshTable& table, uint32_t triangle, const float boxMin[3],
-                       const float boxMax[3], std::vector<SCENE_VERTEX_XYZ>& polygonA,
-                       std::vector<SCENE_VERTEX_XYZ>& polygonB, KDList<Event>& events) {
-  if (triangle >= tree.triangles.size() || triangle >= tree.buildCorners.size()) return;
-  const SWTriangle& record = tree.triangles[triangle];
+void AddTriangleEvents(KDTree& tree, const SWMeshTable& table, uint32_t triangle, uint32_t instance,
+                       uint32_t meshTriangle, const float boxMin[3], const float boxMax[3],
+                       std::vector<SCENE_VERTEX_XYZ>& polygonA, std::vector<SCENE_VERTEX_XYZ>& polygonB,
+                       KDList<Event>& events) {
+  if (triangle >= tree.buildCorners.size()) return;
   KDTriangleCorners& corners = tree.buildCorners[triangle];
-  corners.valid = GetTriangleCorners(table, record.instanceIndex, record.triangleIndex, corners.corner);
+  corners.valid = GetTriangleCorners(table, instance, meshTriangle, corners.corner);
   if (!corners.valid) return;
   float lo[3], hi[3];
   if (CornersRange(corners.corner, boxMin, boxMax, lo, hi) ||
@@ -306,12 +330,13 @@ void AddTriangleEvents(KDTree& tree, const SWMeshTable& table, uint32_t triangle
 }
 
 // Both record types, for the build and its tests.
-#define KD_EVENT_LIST_FUNCTIONS(Event)                                                                   \
-  template void SortEvents(KDList<Event>&);                                                              \
-  template void MergeEventsInParts(const KDList<Event>&, const KDList<Event>&, size_t, KDList<Event>&);  \
-  template void AppendBoxEvents(uint32_t, const float[3], const float[3], KDList<Event>&);               \
-  template void AddTriangleEvents(KDTree&, const SWMeshTable&, uint32_t, const float[3], const float[3], \
-                                  std::vector<SCENE_VERTEX_XYZ>&, std::vector<SCENE_VERTEX_XYZ>&,        \
-                                  KDList<Event>&);
+#define KD_EVENT_LIST_FUNCTIONS(Event)                                                                       \
+  template void SortEvents(KDList<Event>&);                                                                  \
+  template void MergeEventsInParts(const KDList<Event>&, const KDList<Event>&, size_t, KDList<Event>&);      \
+  template void MergeEventsByTriangle(const KDList<Event>&, const KDList<Event>&, size_t, KDList<Event>&);   \
+  template void AppendBoxEvents(uint32_t, const float[3], const float[3], KDList<Event>&);                   \
+  template void AddTriangleEvents(KDTree&, const SWMeshTable&, uint32_t, uint32_t, uint32_t, const float[3], \
+                                  const float[3], std::vector<SCENE_VERTEX_XYZ>&,                            \
+                                  std::vector<SCENE_VERTEX_XYZ>&, KDList<Event>&);
 KD_EVENT_LIST_FUNCTIONS(KDEvent)
 KD_EVENT_LIST_FUNCTIONS(KDPackedEvent)

@@ -122,39 +122,100 @@ bool FillRecords(KDTree& tree, const SWMeshTable& table, const InstanceRuns& run
   return true;
 }
 
-// The root's records and events in `parts` slices of its triangle list,
-// each filled, clipped and sorted on a thread of its own with polygons of
-// its own, then merged in slice order. Merging takes the earlier slice's
-// event on equality, so the list is exactly the one that sorting the whole
-// list in triangle order gives. Every thread asks `shouldAbort` after each
-// instance and each triangle, and all stop once one has seen an abort.
+// The root's records, shared out in pieces while they are made. Sizing them
+// (the vector zero-fills 85 bytes per triangle, a fresh page at every 48
+// triangles) is one thread's work; the root's events do not read the
+// records, so the other threads make their events meanwhile, and whoever
+// comes first afterwards fills the next piece.
+class RootRecords {
+ public:
+  RootRecords(KDTree& tree, const SWMeshTable& table, const InstanceRuns& runs, KDBuildNode& root)
+      : tree(tree), table(table), runs(runs), root(root) {}
+  void Size(size_t total) {
+    tree.triangles.assign(total, SWTriangle{});
+    sized.store(true, std::memory_order_release);
+    sized.notify_all();
+  }
+  // Fills pieces until none is left or an abort comes.
+  void Fill(AbortPoll& abort) {
+    sized.wait(false, std::memory_order_acquire);
+    const size_t total = tree.triangles.size();
+    for (;;) {
+      const size_t begin = next.fetch_add(TrianglesPerPart, std::memory_order_relaxed);
+      if (begin >= total) return;
+      if (!FillRecords(tree, table, runs, begin, std::min(total, begin + TrianglesPerPart), root, abort))
+        return;
+    }
+  }
+
+ private:
+  KDTree& tree;
+  const SWMeshTable& table;
+  const InstanceRuns& runs;
+  KDBuildNode& root;
+  std::atomic<bool> sized{false};
+  std::atomic<size_t> next{0};
+};
+
+// The events of the triangles in [begin, end), clipped to the root's box,
+// from the mesh table itself. False on an abort.
+template <typename Event>
+bool AddRootEvents(KDTree& tree, const SWMeshTable& table, const InstanceRuns& runs, size_t begin, size_t end,
+                   const KDBuildNode& root, std::vector<SCENE_VERTEX_XYZ>& a,
+                   std::vector<SCENE_VERTEX_XYZ>& b, KDList<Event>& events, AbortPoll& abort) {
+  for (uint32_t i = 0; i < runs.count.size(); ++i) {
+    const size_t from = std::max(begin, runs.first[i]);
+    const size_t to = std::min(end, runs.first[i] + runs.count[i]);
+    for (size_t n = from; n < to; ++n) {
+      AddTriangleEvents(tree, table, uint32_t(n), i, uint32_t(n - runs.first[i]), root.boxMin, root.boxMax, a,
+                        b, events);
+      if (abort.AskSticky()) return false;
+    }
+  }
+  return true;
+}
+
+// The root's records and events on `parts` threads, each with polygons
+// of its own. The first thread sizes the records first; all take pieces of
+// the triangle list in order, so that each one's events come in triangle
+// order and the threads end their events together however long the sizing
+// took. Each sorts its own list, then fills records in pieces until none
+// is left. The lists are merged with the lower triangle first among equal
+// keys: the list that sorting the whole list in triangle order gives.
+// Every thread asks `shouldAbort` after each instance and each triangle,
+// and all stop once one has seen an abort.
 template <typename Event>
 void MakeRootEvents(KDTree& tree, const SWMeshTable& table, KDBuildNode& root, size_t parts,
                     const std::vector<SCENE_VERTEX_XYZ>& polygonA,
                     const std::vector<SCENE_VERTEX_XYZ>& polygonB, AbortPoll& abort) {
   const size_t total = root.triangleList.size();
   const InstanceRuns runs = CountInstanceRuns(table, total);
-  std::vector<KDList<Event>> slices(parts);
+  RootRecords records(tree, table, runs, root);
+  std::vector<KDList<Event>> lists(parts);
+  std::atomic<size_t> next{0};
   RunParts(parts, [&](size_t part) {
-    const size_t begin = total * part / parts, end = total * (part + 1) / parts;
-    if (!FillRecords(tree, table, runs, begin, end, root, abort)) return;
+    if (part == 0) records.Size(total);
     std::vector<SCENE_VERTEX_XYZ> a = polygonA, b = polygonB;
-    KDList<Event>& events = slices[part];
-    // Six events is the most a triangle makes.
-    events.reserve((end - begin) * 6);
-    for (size_t i = begin; i < end; ++i) {
-      AddTriangleEvents(tree, table, root.triangleList[i], root.boxMin, root.boxMax, a, b, events);
-      if (abort.AskSticky()) break;
+    KDList<Event>& events = lists[part];
+    // Six events is the most a triangle makes; untouched slots cost no
+    // memory.
+    events.reserve(total * 6);
+    for (bool going = true; going;) {
+      const size_t begin = next.fetch_add(TrianglesPerPart, std::memory_order_relaxed);
+      going =
+          begin < total && AddRootEvents(tree, table, runs, begin, std::min(total, begin + TrianglesPerPart),
+                                         root, a, b, events, abort);
     }
     if (!abort.Aborted()) SortEvents(events);
+    records.Fill(abort);
   });
   // The one poll before the list is put in order.
   if (abort.AskSticky()) return;
   KDList<Event>& events = KDEventsOf<Event>(root);
-  events = std::move(slices[0]);
+  events = std::move(lists[0]);
   for (size_t part = 1; part < parts; ++part) {
     KDList<Event> merged;
-    MergeEventsInParts(events, slices[part], parts, merged);
+    MergeEventsByTriangle(events, lists[part], parts, merged);
     events.swap(merged);
   }
 }
@@ -171,7 +232,6 @@ void PrepareRoot(KDTree& tree, const SWMeshTable& table, size_t total, size_t th
                  AbortPoll& abort) {
   abort.Ask();
   root.triangleList.resize(total);
-  tree.triangles.assign(total, SWTriangle{});
   // Every entry is written before the jobs read it, so it is not zeroed.
   tree.buildCorners.resize(total);
   const size_t parts = std::max<size_t>(1, std::min(threads, total / TrianglesPerPart));
@@ -217,11 +277,20 @@ void RunJobs(KDTree& tree, const SWMeshTable& table, std::deque<KDBuildNode>& bu
   }
   wakeSemaphore->Release(1);
 
-  for (bool finished = false; !finished;) {
-    doneSemaphore->Wait();
-    ++jobsDone;
-    platform::CriticalSectionGuard guard(queueLock);
-    finished = jobsDone == std::atomic_ref<uint32_t>(jobCount).load();
+  // The count grows before the wakes it counts, and every wake is answered
+  // by one post: at least the difference is still to come. The driver
+  // sleeps until that many posts are there, so the workers answering the
+  // wakes piled up during the build post without waking it, and it takes
+  // neither a processor nor the queue lock from them.
+  for (;;) {
+    uint32_t issued = 0;
+    {
+      platform::CriticalSectionGuard guard(queueLock);
+      issued = std::atomic_ref<uint32_t>(jobCount).load();
+    }
+    if (jobsDone == issued) break;
+    doneSemaphore->WaitFor(long(issued - jobsDone));
+    jobsDone = issued;
   }
   DiscardQueue(workQueue, queueLock);
 }

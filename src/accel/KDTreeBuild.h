@@ -131,6 +131,13 @@ template <typename Event>
 void MergeEventsInParts(const KDList<Event>& older, const KDList<Event>& fresh, size_t parts,
                         KDList<Event>& out);
 
+// Merges `a` and `b`, each sorted into list order with the events of one
+// key in triangle order, into `out` in the same order, on `parts` threads
+// as MergeEventsInParts does. The root's list is that of its triangles in
+// order sorted, however they were dealt out to the lists.
+template <typename Event>
+void MergeEventsByTriangle(const KDList<Event>& a, const KDList<Event>& b, size_t parts, KDList<Event>& out);
+
 // Builds of fewer triangles than this, and than KDPackedTriangleLimit, keep
 // their events packed; the rest keep 16-byte records. It starts at
 // KDPackedTriangleLimit; tests lower it to build one scene both ways.
@@ -149,13 +156,15 @@ bool ClipTriangleToBox(const SCENE_VERTEX_XYZ corners[3], const float boxMin[3],
 // at hi.
 template <typename Event>
 void AppendBoxEvents(uint32_t triangle, const float lo[3], const float hi[3], KDList<Event>& events);
-// Reads triangle `triangle`'s corners into the tree's build scratch, then
-// clips them to the box and appends the events. A triangle with an index
-// out of range, or one that lies outside the box, adds none.
+// Reads the corners of triangle `meshTriangle` of instance `instance`, the
+// tree's triangle `triangle`, into the tree's build scratch, then clips them
+// to the box and appends the events. A triangle with an index out of range,
+// or one that lies outside the box, adds none.
 template <typename Event>
-void AddTriangleEvents(KDTree& tree, const SWMeshTable& table, uint32_t triangle, const float boxMin[3],
-                       const float boxMax[3], std::vector<SCENE_VERTEX_XYZ>& polygonA,
-                       std::vector<SCENE_VERTEX_XYZ>& polygonB, KDList<Event>& events);
+void AddTriangleEvents(KDTree& tree, const SWMeshTable& table, uint32_t triangle, uint32_t instance,
+                       uint32_t meshTriangle, const float boxMin[3], const float boxMax[3],
+                       std::vector<SCENE_VERTEX_XYZ>& polygonA, std::vector<SCENE_VERTEX_XYZ>& polygonB,
+                       KDList<Event>& events);
 
 // --- Split selection --------------------------------------------------------
 

@@ -51,19 +51,7 @@ void MakeLeaf(const KDBuildJob& job, const KDBuildNode& node) {
   tree.nodes[node.node] = KDNode{first * 4 | 3u, uint32_t(node.triangleList.size())};
 }
 
-// Writes the inner node and appends its two children; returns the first.
-uint32_t WriteSplit(const KDBuildJob& job, const KDBuildNode& node, const KDSplit& split) {
-  KDTree& tree = *job.tree;
-  platform::CriticalSectionGuard guard(*job.buildLock);
-  const uint32_t first = uint32_t(tree.nodes.size());
-  tree.nodes[node.node] = KDNode{first * 4 | split.axis, std::bit_cast<uint32_t>(split.position)};
-  tree.nodes.push_back(KDNode{});
-  tree.nodes.push_back(KDNode{});
-  return first;
-}
-
-void SetUpChild(const KDBuildNode& parent, uint32_t index, KDBuildNode& child) {
-  child.node = index;
+void SetUpChild(const KDBuildNode& parent, KDBuildNode& child) {
   child.depth = parent.depth + 1;
   for (int a = 0; a < 3; ++a) {
     child.boxMin[a] = parent.boxMin[a];
@@ -71,10 +59,22 @@ void SetUpChild(const KDBuildNode& parent, uint32_t index, KDBuildNode& child) {
   }
 }
 
-// The count goes up before the wakes that it counts, so that the driver never
-// sees its posts catch up with a count that is about to grow.
-void PushChildren(const KDBuildJob& job, KDBuildNode& left, KDBuildNode& right) {
+// Writes the inner node, appends its two children and pushes them, all
+// under one hold of the lock, which both workers take for every node. The
+// partition has not read the children's node numbers, which depend on the
+// timing of the workers anyway. The count goes up before the wakes that it
+// counts, so that the driver never sees its posts catch up with a count
+// that is about to grow.
+void PushSplit(const KDBuildJob& job, const KDBuildNode& node, const KDSplit& split, KDBuildNode& left,
+               KDBuildNode& right) {
+  KDTree& tree = *job.tree;
   platform::CriticalSectionGuard guard(*job.buildLock);
+  const uint32_t first = uint32_t(tree.nodes.size());
+  tree.nodes[node.node] = KDNode{first * 4 | split.axis, std::bit_cast<uint32_t>(split.position)};
+  tree.nodes.push_back(KDNode{});
+  tree.nodes.push_back(KDNode{});
+  left.node = first;
+  right.node = first + 1;
   job.buildStack->push_back(std::move(left));
   job.buildStack->push_back(std::move(right));
   std::atomic_ref<uint32_t>(*job.jobCount).fetch_add(2);
@@ -124,15 +124,14 @@ void KDTree::BuildStep(KDBuildJob* job, std::deque<WorkItem>& workQueue, platfor
     return;
   }
 
-  const uint32_t first = WriteSplit(*job, node, split);
   KDBuildNode left, right;
-  SetUpChild(node, first, left);
-  SetUpChild(node, first + 1, right);
+  SetUpChild(node, left);
+  SetUpChild(node, right);
   left.boxMax[split.axis] = split.position;
   right.boxMin[split.axis] = split.position;
   PartitionNode(node, split, tree, scratch, HasIdleWorker(*job, node), left, right, job->maxDepth);
 
-  PushChildren(*job, left, right);
+  PushSplit(*job, node, split, left, right);
   QueueChildJobs(*job, workQueue, queueLock);
   wakeSemaphore->Release(2);
 }

@@ -11,7 +11,8 @@ namespace {
 
 constexpr uint64_t CountMask = 0xFFFFFFFFull;
 constexpr uint64_t OneSleeper = 1ull << 32;
-constexpr uint64_t SleeperMask = 0xFFFFull << 32;
+constexpr uint64_t SleeperMask = 0x7FFFull << 32;
+constexpr uint64_t ManySleeper = 1ull << 47;
 constexpr uint64_t OneWaker = 1ull << 48;
 
 long CountOf(uint64_t state) {
@@ -31,26 +32,32 @@ Semaphore::~Semaphore() {
 }
 
 bool Semaphore::Release(long add, long* previous) {
-  uint64_t seen = state.load(std::memory_order_relaxed);
+  uint64_t seen = state.load(std::memory_order_acquire);
   uint64_t next = 0;
+  bool wakeOne = false, wakeMany = false;
   do {
     const long count = CountOf(seen);
     if (add < 1 || count > maximum - add) return false;
     next = seen + uint64_t(add);
+    wakeOne = seen & SleeperMask;
+    // `wanted` was written before bit 47 was set, and the load that saw the
+    // bit acquired it.
+    wakeMany = (seen & ManySleeper) && uint64_t(count + add) >= wanted.load(std::memory_order_relaxed);
     // A sleeper can only be woken under the mutex; the waker mark keeps the
     // semaphore alive until that is done.
-    if (seen & SleeperMask) next += OneWaker;
-  } while (!state.compare_exchange_weak(seen, next, std::memory_order_acq_rel, std::memory_order_relaxed));
+    if (wakeOne || wakeMany) next += OneWaker;
+  } while (!state.compare_exchange_weak(seen, next, std::memory_order_acq_rel, std::memory_order_acquire));
   if (previous) *previous = CountOf(seen);
-  if (!(seen & SleeperMask)) return true;
+  if (!wakeOne && !wakeMany) return true;
   {
     // Taking the mutex orders the notify after the sleeper's wait began: it
     // counted itself in under the mutex and releases it only by waiting.
     std::lock_guard<std::mutex> lock(mutex);
-    if (add == 1)
+    if (wakeOne && add == 1)
       available.notify_one();
-    else
+    else if (wakeOne)
       available.notify_all();
+    if (wakeMany) enough.notify_one();
   }
   state.fetch_sub(OneWaker, std::memory_order_release);
   return true;
@@ -95,6 +102,38 @@ void Semaphore::Wait() {
   std::unique_lock<std::mutex> lock(mutex);
   if (TakeOrSleep(true)) return;
   available.wait(lock, [this] { return TakeAndWake(); });
+}
+
+// Takes `count` counts if they are there. Otherwise sets bit 47 in the
+// same step, so that the release that brings them finds the waiter asleep.
+bool Semaphore::TakeManyOrSleep(uint64_t count) {
+  uint64_t seen = state.load(std::memory_order_relaxed);
+  for (;;) {
+    const bool there = CountOf(seen) >= long(count);
+    if (state.compare_exchange_weak(seen, there ? seen - count : seen | ManySleeper,
+                                    std::memory_order_acq_rel, std::memory_order_relaxed))
+      return there;
+  }
+}
+
+bool Semaphore::TakeManyAndWake(uint64_t count) {
+  uint64_t seen = state.load(std::memory_order_relaxed);
+  while (CountOf(seen) >= long(count)) {
+    if (state.compare_exchange_weak(seen, (seen - count) & ~ManySleeper, std::memory_order_acq_rel,
+                                    std::memory_order_relaxed))
+      return true;
+  }
+  return false;
+}
+
+void Semaphore::WaitFor(long count) {
+  if (count < 1) return;
+  if (count == 1) return Wait();
+  // No busy part: a waiter for many counts expects to wait long.
+  std::unique_lock<std::mutex> lock(mutex);
+  wanted.store(uint64_t(count), std::memory_order_relaxed);
+  if (TakeManyOrSleep(uint64_t(count))) return;
+  enough.wait(lock, [this, count] { return TakeManyAndWake(uint64_t(count)); });
 }
 
 bool Semaphore::TryWait() {

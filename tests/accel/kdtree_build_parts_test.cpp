@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <bit>
 #include <cfloat>
+#include <cmath>
 #include <limits>
 #include <random>
 #include <vector>
@@ -135,7 +136,7 @@ TEST(KDBuildParts, ATriangleWhollyInTheBoxGetsTheClipsRangeSignedZerosIncluded) 
   std::vector<SCENE_VERTEX_XYZ> a, b;
   for (uint32_t t = 0; t < 4; ++t) {
     KDEventList events;
-    AddTriangleEvents(tree, table, t, boxMin, boxMax, a, b, events);
+    AddTriangleEvents(tree, table, t, 0, t, boxMin, boxMax, a, b, events);
     ASSERT_EQ(events.size(), t == 3 ? 5u : 6u) << t;  // the fourth is flat on z
     std::vector<uint32_t> got, want;
     for (const KDEvent& e : events) got.push_back(std::bit_cast<uint32_t>(e.position));
@@ -159,6 +160,31 @@ TEST(KDBuildParts, MergeInPiecesKeepsOlderEventsFirstWhereTheCutsFall) {
     KDEventList merged;
     MergeEventsInParts(older, fresh, parts, merged);
     EXPECT_EQ(Triangles(merged), std::vector<uint32_t>({0, 1, 2, 3, 10, 11, 4, 12})) << parts;
+  }
+}
+
+TEST(KDBuildParts, MergeByTriangleGivesTheWholeListSortedInTriangleOrder) {
+  // Triangles dealt out to two lists not in runs: among equal keys the
+  // lower triangle comes first whichever list holds it, and -0 beside +0
+  // (one key) keeps triangle order too, in both records.
+  const auto list = [](std::initializer_list<std::pair<float, uint32_t>> items) {
+    KDEventList events;
+    for (const auto& [position, triangle] : items) events.push_back({KD_EVENT_END, position, triangle, 1});
+    return events;
+  };
+  const KDEventList a = list({{-0.0f, 3}, {1, 0}, {2, 2}, {2, 5}});
+  const KDEventList b = list({{0.0f, 1}, {0.5f, 4}, {2, 1}, {2, 3}});
+  const std::vector<uint32_t> want = {1, 3, 4, 0, 1, 2, 3, 5};
+  for (const size_t parts : {1u, 2u, 3u}) {
+    KDEventList merged;
+    MergeEventsByTriangle(a, b, parts, merged);
+    EXPECT_EQ(Triangles(merged), want) << parts;
+    KDPackedEventList packed;
+    MergeEventsByTriangle(Packed(a), Packed(b), parts, packed);
+    std::vector<uint32_t> got;
+    for (const KDPackedEvent e : packed) got.push_back(KDTriangleOf(e));
+    EXPECT_EQ(got, want) << parts;
+    EXPECT_TRUE(std::signbit(KDPositionOf(packed[1]))) << "triangle 3 keeps its -0";
   }
 }
 
@@ -222,7 +248,7 @@ TEST(KDBuildParts, ASplitWithAHelperThreadGivesTheChildrenOfOneWithout) {
   std::vector<SCENE_VERTEX_XYZ> a, b;
   for (uint32_t t = 0; t < count; ++t) {
     root.triangleList.push_back(t);
-    AddTriangleEvents(tree, table, t, root.boxMin, root.boxMax, a, b, root.events);
+    AddTriangleEvents(tree, table, t, 0, t, root.boxMin, root.boxMax, a, b, root.events);
   }
   SortEvents(root.events);
   KDSplit split;

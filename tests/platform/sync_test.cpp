@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <gtest/gtest.h>
 #include <thread>
 #include <vector>
@@ -85,6 +86,63 @@ TEST(Semaphore, RacingReleasesAndWaitsKeepTheCountAndAWaiterMayDestroyAtOnce) {
     delete handshake;
     giver.join();
   }
+}
+
+// Whether `flag` turns true within five seconds: a wake that never comes
+// fails the test instead of hanging it.
+static bool TurnsTrue(const std::atomic<bool>& flag) {
+  for (int i = 0; i < 5000 && !flag.load(); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  return flag.load();
+}
+
+// A wait for many counts returns once they are all there, takes exactly
+// them, and leaves a waiter for one count its wakes meanwhile. Each row:
+// the count at the start, the counts waited for, the step of the releases
+// and how many are released in all.
+TEST(Semaphore, WaitForTakesAllItsCountsOnlyOnceTheyAreThere) {
+  struct Row {
+    long initial, wanted, step, released;
+  };
+  for (const Row row : {Row{0, 5, 1, 7}, Row{3, 5, 1, 4}, Row{0, 1000, 3, 1002}, Row{4, 4, 1, 0}}) {
+    Semaphore semaphore(row.initial, 0x7FFFFFFF);
+    std::atomic<bool> many{false};
+    std::thread waiter([&] {
+      semaphore.WaitFor(row.wanted);
+      many = true;
+    });
+    for (long given = 0; given < row.released; given += row.step) {
+      if (row.initial + given < row.wanted) {
+        std::this_thread::sleep_for(std::chrono::microseconds(50));
+        EXPECT_FALSE(many.load()) << row.wanted << " after " << given;
+      }
+      semaphore.Release(row.step);
+    }
+    EXPECT_TRUE(TurnsTrue(many)) << row.wanted;
+    if (!many) semaphore.Release(row.wanted);
+    waiter.join();
+    EXPECT_EQ(semaphore.Count(), row.initial + row.released - row.wanted) << row.wanted;
+  }
+  // A waiter for one count beside a waiter for two: one release wakes it.
+  Semaphore semaphore(0, 10);
+  std::atomic<bool> many{false}, one{false};
+  std::thread forMany([&] {
+    semaphore.WaitFor(2);
+    many = true;
+  });
+  std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  std::thread forOne([&] {
+    semaphore.Wait();
+    one = true;
+  });
+  std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  semaphore.Release(1);
+  EXPECT_TRUE(TurnsTrue(one));
+  EXPECT_FALSE(many.load());
+  semaphore.Release(one ? 2 : 3);
+  EXPECT_TRUE(TurnsTrue(many));
+  forOne.join();
+  forMany.join();
+  EXPECT_EQ(semaphore.Count(), 0);
 }
 
 namespace {
