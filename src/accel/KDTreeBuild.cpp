@@ -131,10 +131,17 @@ class RootRecords {
  public:
   RootRecords(KDTree& tree, const SWMeshTable& table, const InstanceRuns& runs, KDBuildNode& root)
       : tree(tree), table(table), runs(runs), root(root) {}
+  // The others are let go even when the allocation fails: they find no
+  // records to fill, and the exception goes on once all have ended.
   void Size(size_t total) {
+    struct LetGo {
+      std::atomic<bool>& sized;
+      ~LetGo() {
+        sized.store(true, std::memory_order_release);
+        sized.notify_all();
+      }
+    } letGo{sized};
     tree.triangles.assign(total, SWTriangle{});
-    sized.store(true, std::memory_order_release);
-    sized.notify_all();
   }
   // Fills pieces until none is left or an abort comes.
   void Fill(AbortPoll& abort) {

@@ -5,13 +5,18 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <bit>
+#include <chrono>
 #include <cfloat>
 #include <cmath>
 #include <limits>
+#include <new>
 #include <random>
+#include <thread>
 #include <vector>
 
+#include "accel/KDParallel.h"
 #include "accel/KDTreeBuild.h"
 
 namespace {
@@ -185,6 +190,23 @@ TEST(KDBuildParts, MergeByTriangleGivesTheWholeListSortedInTriangleOrder) {
     for (const KDPackedEvent e : packed) got.push_back(KDTriangleOf(e));
     EXPECT_EQ(got, want) << parts;
     EXPECT_TRUE(std::signbit(KDPositionOf(packed[1]))) << "triangle 3 keeps its -0";
+  }
+}
+
+TEST(KDBuildParts, APartThatThrowsReachesTheCallerAfterEveryPartHasRun) {
+  // Thrown on a helper and on the calling thread: either way the caller gets
+  // the exception, and only after the other parts have ended.
+  for (const size_t thrower : {size_t(0), size_t(2)}) {
+    std::atomic<int> ran{0};
+    EXPECT_THROW(RunParts(4,
+                          [&](size_t i) {
+                            if (i == thrower) throw std::bad_alloc();
+                            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+                            ++ran;
+                          }),
+                 std::bad_alloc)
+        << thrower;
+    EXPECT_EQ(ran.load(), 3) << thrower;
   }
 }
 
