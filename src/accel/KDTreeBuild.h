@@ -36,9 +36,6 @@ inline uint64_t KDEventKey(const KDEvent& event) {
   }
   return (uint64_t(ordered) << 4) | (uint64_t(event.axis & 3u) << 2) | uint64_t(uint32_t(event.type) & 3u);
 }
-inline bool KDEventLess(const KDEvent& a, const KDEvent& b) {
-  return KDEventKey(a) < KDEventKey(b);
-}
 
 // The fields of either record, so that one piece of code serves both.
 constexpr unsigned KDPackedKeyShift = 28;

@@ -63,29 +63,26 @@ bool Semaphore::Release(long add, long* previous) {
   return true;
 }
 
-// Takes a count if there is one. Otherwise, with `sleep`, counts the caller
-// among the sleepers in the same step, so that a release either leaves a
-// count this caller sees or finds it asleep and wakes it.
-bool Semaphore::TakeOrSleep(bool sleep) {
+// Takes `count` counts if they are there. Otherwise, with a sleeper's
+// mark `asleep` (0: no sleep), adds the mark in the same step, so that a
+// release either leaves counts this caller sees or finds it asleep and
+// wakes it.
+bool Semaphore::TakeOrSleep(uint64_t count, uint64_t asleep) {
   uint64_t seen = state.load(std::memory_order_relaxed);
   for (;;) {
-    if (CountOf(seen) > 0) {
-      if (state.compare_exchange_weak(seen, seen - 1, std::memory_order_acq_rel, std::memory_order_relaxed))
-        return true;
-    } else if (!sleep) {
-      return false;
-    } else if (state.compare_exchange_weak(seen, seen + OneSleeper, std::memory_order_acq_rel,
-                                           std::memory_order_relaxed)) {
-      return false;
-    }
+    const bool there = CountOf(seen) >= long(count);
+    if (!there && !asleep) return false;
+    if (state.compare_exchange_weak(seen, there ? seen - count : seen + asleep, std::memory_order_acq_rel,
+                                    std::memory_order_relaxed))
+      return there;
   }
 }
 
-// A woken sleeper takes a count and leaves the sleepers in one step.
-bool Semaphore::TakeAndWake() {
+// A woken sleeper takes its counts and removes its mark in one step.
+bool Semaphore::TakeAndWake(uint64_t count, uint64_t asleep) {
   uint64_t seen = state.load(std::memory_order_relaxed);
-  while (CountOf(seen) > 0) {
-    if (state.compare_exchange_weak(seen, seen - 1 - OneSleeper, std::memory_order_acq_rel,
+  while (CountOf(seen) >= long(count)) {
+    if (state.compare_exchange_weak(seen, seen - count - asleep, std::memory_order_acq_rel,
                                     std::memory_order_relaxed))
       return true;
   }
@@ -95,49 +92,29 @@ bool Semaphore::TakeAndWake() {
 void Semaphore::Wait() {
   // A count that another processor is about to release is better waited for
   // a few microseconds than asleep: a sleeper costs its releaser the mutex
-  // and a system call, and itself two switches of threads. The driver of a
-  // build, which takes one post per answered wake, meets that all the time
-  // while the workers answer the wakes that piled up during the build.
-  if (SpinUntil([this] { return TakeOrSleep(false); })) return;
+  // and a system call, and itself two switches of threads. The workers,
+  // which wait for a wake and a token after every run of the queue, meet
+  // that all the time while they answer the wakes that piled up during a
+  // build.
+  if (SpinUntil([this] { return TakeOrSleep(1, 0); })) return;
   std::unique_lock<std::mutex> lock(mutex);
-  if (TakeOrSleep(true)) return;
-  available.wait(lock, [this] { return TakeAndWake(); });
-}
-
-// Takes `count` counts if they are there. Otherwise sets bit 47 in the
-// same step, so that the release that brings them finds the waiter asleep.
-bool Semaphore::TakeManyOrSleep(uint64_t count) {
-  uint64_t seen = state.load(std::memory_order_relaxed);
-  for (;;) {
-    const bool there = CountOf(seen) >= long(count);
-    if (state.compare_exchange_weak(seen, there ? seen - count : seen | ManySleeper,
-                                    std::memory_order_acq_rel, std::memory_order_relaxed))
-      return there;
-  }
-}
-
-bool Semaphore::TakeManyAndWake(uint64_t count) {
-  uint64_t seen = state.load(std::memory_order_relaxed);
-  while (CountOf(seen) >= long(count)) {
-    if (state.compare_exchange_weak(seen, (seen - count) & ~ManySleeper, std::memory_order_acq_rel,
-                                    std::memory_order_relaxed))
-      return true;
-  }
-  return false;
+  if (TakeOrSleep(1, OneSleeper)) return;
+  available.wait(lock, [this] { return TakeAndWake(1, OneSleeper); });
 }
 
 void Semaphore::WaitFor(long count) {
   if (count < 1) return;
   if (count == 1) return Wait();
-  // No busy part: a waiter for many counts expects to wait long.
+  // No busy part: a waiter for many counts expects to wait long. Bit 47 is
+  // clear here: only one thread waits this way, and its last wait cleared it.
   std::unique_lock<std::mutex> lock(mutex);
   wanted.store(uint64_t(count), std::memory_order_relaxed);
-  if (TakeManyOrSleep(uint64_t(count))) return;
-  enough.wait(lock, [this, count] { return TakeManyAndWake(uint64_t(count)); });
+  if (TakeOrSleep(uint64_t(count), ManySleeper)) return;
+  enough.wait(lock, [this, count] { return TakeAndWake(uint64_t(count), ManySleeper); });
 }
 
 bool Semaphore::TryWait() {
-  return TakeOrSleep(false);
+  return TakeOrSleep(1, 0);
 }
 
 long Semaphore::Count() const {

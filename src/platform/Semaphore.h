@@ -34,10 +34,8 @@ class Semaphore {
   long Count() const;
 
  private:
-  bool TakeOrSleep(bool sleep);
-  bool TakeAndWake();
-  bool TakeManyOrSleep(uint64_t count);
-  bool TakeManyAndWake(uint64_t count);
+  bool TakeOrSleep(uint64_t count, uint64_t asleep);
+  bool TakeAndWake(uint64_t count, uint64_t asleep);
 
   // One word, so that a release sees in the same step whether anyone
   // sleeps: bits 0-31 the count, 32-46 the waiters sleeping for one count,
