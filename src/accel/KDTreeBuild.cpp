@@ -182,49 +182,78 @@ bool AddRootEvents(KDTree& tree, const SWMeshTable& table, const InstanceRuns& r
   return true;
 }
 
-// The root's records and events on `parts` threads, each with polygons
-// of its own. The first thread sizes the records first; all take pieces of
-// the triangle list in order, so that each one's events come in triangle
-// order and the threads end their events together however long the sizing
-// took. Each sorts its own list, then fills records in pieces until none
-// is left. The lists are merged with the lower triangle first among equal
-// keys: the list that sorting the whole list in triangle order gives.
-// Every thread asks `shouldAbort` after each instance and each triangle,
-// and all stop once one has seen an abort.
+// Where a piece of TrianglesPerPart triangles left its events.
+struct RootPiece {
+  size_t list = 0;
+  size_t from = 0;
+  size_t count = 0;
+};
+
+// The root's events on `parts` threads, each with polygons and a list of its
+// own. The first thread sizes the records first; all take pieces of the
+// triangle list in order, so the threads end their events together however
+// long the sizing took. Every thread asks `shouldAbort` after each instance
+// and each triangle, and all stop once one has seen an abort.
 template <typename Event>
-void MakeRootEvents(KDTree& tree, const SWMeshTable& table, KDBuildNode& root, size_t parts,
-                    const std::vector<SCENE_VERTEX_XYZ>& polygonA,
-                    const std::vector<SCENE_VERTEX_XYZ>& polygonB, AbortPoll& abort) {
+std::vector<KDEventPiece<Event>> MakeRootLists(KDTree& tree, const SWMeshTable& table,
+                                               const KDBuildNode& root, const InstanceRuns& runs,
+                                               RootRecords& records, std::vector<KDList<Event>>& lists,
+                                               const std::vector<SCENE_VERTEX_XYZ>& polygonA,
+                                               const std::vector<SCENE_VERTEX_XYZ>& polygonB,
+                                               AbortPoll& abort) {
   const size_t total = root.triangleList.size();
-  const InstanceRuns runs = CountInstanceRuns(table, total);
-  RootRecords records(tree, table, runs, root);
-  std::vector<KDList<Event>> lists(parts);
+  std::vector<RootPiece> made((total + TrianglesPerPart - 1) / TrianglesPerPart);
   std::atomic<size_t> next{0};
-  RunParts(parts, [&](size_t part) {
+  RunParts(lists.size(), [&](size_t part) {
     if (part == 0) records.Size(total);
     std::vector<SCENE_VERTEX_XYZ> a = polygonA, b = polygonB;
     KDList<Event>& events = lists[part];
     // Six events is the most a triangle makes; untouched slots cost no
-    // memory.
+    // memory, and the list never moves while its pieces are noted.
     events.reserve(total * 6);
     for (bool going = true; going;) {
       const size_t begin = next.fetch_add(TrianglesPerPart, std::memory_order_relaxed);
-      going =
-          begin < total && AddRootEvents(tree, table, runs, begin, std::min(total, begin + TrianglesPerPart),
-                                         root, a, b, events, abort);
+      if (begin >= total) break;
+      const size_t from = events.size();
+      going = AddRootEvents(tree, table, runs, begin, std::min(total, begin + TrianglesPerPart), root, a, b,
+                            events, abort);
+      made[begin / TrianglesPerPart] = RootPiece{part, from, events.size() - from};
     }
-    if (!abort.Aborted()) SortEvents(events);
+  });
+  std::vector<KDEventPiece<Event>> pieces;
+  for (const RootPiece& piece : made)
+    pieces.push_back(KDEventPiece<Event>{lists[piece.list].data() + piece.from, piece.count});
+  return pieces;
+}
+
+// The root's records and its events in list order. The pieces of the lists
+// are sorted in triangle order, so the events of one key come out in
+// triangle order, whichever thread made them: the list that sorting the
+// whole list in triangle order gives. Then the threads give back their
+// lists and fill records in pieces until none is left.
+template <typename Event>
+void MakeRootEvents(KDTree& tree, const SWMeshTable& table, KDBuildNode& root, size_t parts,
+                    const std::vector<SCENE_VERTEX_XYZ>& polygonA,
+                    const std::vector<SCENE_VERTEX_XYZ>& polygonB, AbortPoll& abort) {
+  const InstanceRuns runs = CountInstanceRuns(table, root.triangleList.size());
+  RootRecords records(tree, table, runs, root);
+  std::vector<KDList<Event>> lists(parts);
+  const std::vector<KDEventPiece<Event>> pieces =
+      MakeRootLists(tree, table, root, runs, records, lists, polygonA, polygonB, abort);
+  // The one poll before the list is put in order.
+  KDList<Event>& events = KDEventsOf<Event>(root);
+  if (!abort.AskSticky() && parts == 1) {
+    events.swap(lists[0]);
+    SortEvents(events);
+  } else if (!abort.Aborted()) {
+    // The lists, read by the first pass only, are the other passes'
+    // scratch: memory their threads have already touched.
+    SortPiecesInParts(pieces, lists, events);
+  }
+  RunParts(parts, [&](size_t part) {
+    KDList<Event>().swap(lists[part]);
     records.Fill(abort);
   });
-  // The one poll before the list is put in order.
-  if (abort.AskSticky()) return;
-  KDList<Event>& events = KDEventsOf<Event>(root);
-  events = std::move(lists[0]);
-  for (size_t part = 1; part < parts; ++part) {
-    KDList<Event> merged;
-    MergeEventsByTriangle(events, lists[part], parts, merged);
-    events.swap(merged);
-  }
 }
 
 // Builds of fewer triangles than this pack their events.
