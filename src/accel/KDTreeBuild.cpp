@@ -107,30 +107,29 @@ InstanceRuns CountInstanceRuns(const SWMeshTable& table, size_t total) {
   return runs;
 }
 
-// Fills the records and triangle numbers in [begin, end), asking
-// `shouldAbort` after each instance's part; false on an abort.
+// Fills the records in [begin, end), asking `shouldAbort` after each
+// instance's part; false on an abort.
 bool FillRecords(KDTree& tree, const SWMeshTable& table, const InstanceRuns& runs, size_t begin, size_t end,
-                 KDBuildNode& root, AbortPoll& abort) {
+                 AbortPoll& abort) {
   for (uint32_t i = 0; i < runs.count.size(); ++i) {
     const size_t from = std::max(begin, runs.first[i]);
     const size_t to = std::min(end, runs.first[i] + runs.count[i]);
     if (from >= to) continue;
     FillInstanceTriangles(table, i, tree.triangles.data() + from, to - from, from - runs.first[i]);
-    std::iota(root.triangleList.begin() + from, root.triangleList.begin() + to, uint32_t(from));
     if (abort.AskSticky()) return false;
   }
   return true;
 }
 
-// The root's records, shared out in pieces while they are made. Sizing them
-// (the vector zero-fills 85 bytes per triangle, a fresh page at every 48
-// triangles) is one thread's work; the root's events do not read the
-// records, so the other threads make their events meanwhile, and whoever
-// comes first afterwards fills the next piece.
+// The tree's triangle records, shared out in pieces while they are made.
+// Sizing them (the vector zero-fills 85 bytes per triangle, a fresh page at
+// every 48 triangles) is one thread's work; the root's events do not read
+// the records, so the other threads make their events meanwhile. Nor do
+// the jobs read them: they are filled while the root job runs alone.
 class RootRecords {
  public:
-  RootRecords(KDTree& tree, const SWMeshTable& table, const InstanceRuns& runs, KDBuildNode& root)
-      : tree(tree), table(table), runs(runs), root(root) {}
+  RootRecords(KDTree& tree, const SWMeshTable& table, const InstanceRuns& runs)
+      : tree(tree), table(table), runs(runs) {}
   // The others are let go even when the allocation fails: they find no
   // records to fill, and the exception goes on once all have ended.
   void Size(size_t total) {
@@ -150,8 +149,7 @@ class RootRecords {
     for (;;) {
       const size_t begin = next.fetch_add(TrianglesPerPart, std::memory_order_relaxed);
       if (begin >= total) return;
-      if (!FillRecords(tree, table, runs, begin, std::min(total, begin + TrianglesPerPart), root, abort))
-        return;
+      if (!FillRecords(tree, table, runs, begin, std::min(total, begin + TrianglesPerPart), abort)) return;
     }
   }
 
@@ -159,7 +157,6 @@ class RootRecords {
   KDTree& tree;
   const SWMeshTable& table;
   const InstanceRuns& runs;
-  KDBuildNode& root;
   std::atomic<bool> sized{false};
   std::atomic<size_t> next{0};
 };
@@ -195,9 +192,9 @@ struct RootPiece {
 // long the sizing took. Every thread asks `shouldAbort` after each instance
 // and each triangle, and all stop once one has seen an abort.
 template <typename Event>
-std::vector<KDEventPiece<Event>> MakeRootLists(KDTree& tree, const SWMeshTable& table,
-                                               const KDBuildNode& root, const InstanceRuns& runs,
-                                               RootRecords& records, std::vector<KDList<Event>>& lists,
+std::vector<KDEventPiece<Event>> MakeRootLists(KDTree& tree, const SWMeshTable& table, KDBuildNode& root,
+                                               const InstanceRuns& runs, RootRecords& records,
+                                               std::vector<KDList<Event>>& lists,
                                                const std::vector<SCENE_VERTEX_XYZ>& polygonA,
                                                const std::vector<SCENE_VERTEX_XYZ>& polygonB,
                                                AbortPoll& abort) {
@@ -214,9 +211,9 @@ std::vector<KDEventPiece<Event>> MakeRootLists(KDTree& tree, const SWMeshTable& 
     for (bool going = true; going;) {
       const size_t begin = next.fetch_add(TrianglesPerPart, std::memory_order_relaxed);
       if (begin >= total) break;
-      const size_t from = events.size();
-      going = AddRootEvents(tree, table, runs, begin, std::min(total, begin + TrianglesPerPart), root, a, b,
-                            events, abort);
+      const size_t end = std::min(total, begin + TrianglesPerPart), from = events.size();
+      std::iota(root.triangleList.begin() + begin, root.triangleList.begin() + end, uint32_t(begin));
+      going = AddRootEvents(tree, table, runs, begin, end, root, a, b, events, abort);
       made[begin / TrianglesPerPart] = RootPiece{part, from, events.size() - from};
     }
   });
@@ -226,20 +223,46 @@ std::vector<KDEventPiece<Event>> MakeRootLists(KDTree& tree, const SWMeshTable& 
   return pieces;
 }
 
-// The root's records and its events in list order. The pieces of the lists
-// are sorted in triangle order, so the events of one key come out in
-// triangle order, whichever thread made them: the list that sorting the
-// whole list in triangle order gives. Then the threads give back their
-// lists and fill records in pieces until none is left.
+// What the root's preparation leaves for the time when the root job runs
+// alone and the other processors would idle: the records to fill and the
+// threads' lists to give back.
+class RootLeftovers {
+ public:
+  RootLeftovers(KDTree& tree, const SWMeshTable& table, size_t total)
+      : runs(CountInstanceRuns(table, total)), records(tree, table, runs) {}
+  void Finish(AbortPoll& abort) {
+    decltype(lists)().swap(lists);
+    decltype(packedLists)().swap(packedLists);
+    records.Fill(abort);
+  }
+  template <typename Event>
+  std::vector<KDList<Event>>& Lists() {
+    if constexpr (std::is_same_v<Event, KDPackedEvent>)
+      return packedLists;
+    else
+      return lists;
+  }
+
+  const InstanceRuns runs;
+  RootRecords records;
+
+ private:
+  std::vector<KDEventList> lists;
+  std::vector<KDPackedEventList> packedLists;
+};
+
+// The root's events in list order. The pieces of the lists are sorted in
+// triangle order, so the events of one key come out in triangle order,
+// whichever thread made them: the list that sorting the whole list in
+// triangle order gives.
 template <typename Event>
 void MakeRootEvents(KDTree& tree, const SWMeshTable& table, KDBuildNode& root, size_t parts,
-                    const std::vector<SCENE_VERTEX_XYZ>& polygonA,
+                    RootLeftovers& leftovers, const std::vector<SCENE_VERTEX_XYZ>& polygonA,
                     const std::vector<SCENE_VERTEX_XYZ>& polygonB, AbortPoll& abort) {
-  const InstanceRuns runs = CountInstanceRuns(table, root.triangleList.size());
-  RootRecords records(tree, table, runs, root);
-  std::vector<KDList<Event>> lists(parts);
+  std::vector<KDList<Event>>& lists = leftovers.Lists<Event>();
+  lists.resize(parts);
   const std::vector<KDEventPiece<Event>> pieces =
-      MakeRootLists(tree, table, root, runs, records, lists, polygonA, polygonB, abort);
+      MakeRootLists(tree, table, root, leftovers.runs, leftovers.records, lists, polygonA, polygonB, abort);
   // The one poll before the list is put in order.
   KDList<Event>& events = KDEventsOf<Event>(root);
   if (!abort.AskSticky() && parts == 1) {
@@ -250,40 +273,38 @@ void MakeRootEvents(KDTree& tree, const SWMeshTable& table, KDBuildNode& root, s
     // scratch: memory their threads have already touched.
     SortPiecesInParts(pieces, lists, events);
   }
-  RunParts(parts, [&](size_t part) {
-    KDList<Event>().swap(lists[part]);
-    records.Fill(abort);
-  });
 }
 
 // Builds of fewer triangles than this pack their events.
 std::atomic<size_t> packedEventLimit{KDPackedTriangleLimit};
 
-// The root: every triangle number in order, its record filled, its events
+// The root: every triangle number in order, the records sized, its events
 // from the triangle clipped to the tree's box, sorted unless aborted. The
 // workers sleep while this runs, so it takes as many threads as there are
 // workers. The events are packed when every triangle number fits.
 void PrepareRoot(KDTree& tree, const SWMeshTable& table, size_t total, size_t threads, KDBuildNode& root,
-                 std::vector<SCENE_VERTEX_XYZ>& polygonA, std::vector<SCENE_VERTEX_XYZ>& polygonB,
-                 AbortPoll& abort) {
+                 RootLeftovers& leftovers, std::vector<SCENE_VERTEX_XYZ>& polygonA,
+                 std::vector<SCENE_VERTEX_XYZ>& polygonB, AbortPoll& abort) {
   abort.Ask();
   root.triangleList.resize(total);
   // Every entry is written before the jobs read it, so it is not zeroed.
   tree.buildCorners.resize(total);
   const size_t parts = std::max<size_t>(1, std::min(threads, total / TrianglesPerPart));
   if (total < std::min(packedEventLimit.load(std::memory_order_relaxed), KDPackedTriangleLimit))
-    MakeRootEvents<KDPackedEvent>(tree, table, root, parts, polygonA, polygonB, abort);
+    MakeRootEvents<KDPackedEvent>(tree, table, root, parts, leftovers, polygonA, polygonB, abort);
   else
-    MakeRootEvents<KDEvent>(tree, table, root, parts, polygonA, polygonB, abort);
+    MakeRootEvents<KDEvent>(tree, table, root, parts, leftovers, polygonA, polygonB, abort);
 }
 
-// Queues the root job and waits until the posts of doneSemaphore reach the
-// job count. The build's shared state lives here and outlives every job.
+// Queues the root job, finishes the root's leftovers, and waits until the
+// posts of doneSemaphore reach the job count. The build's shared state
+// lives here and outlives every job.
 void RunJobs(KDTree& tree, const SWMeshTable& table, std::deque<KDBuildNode>& buildStack,
              const std::vector<SCENE_VERTEX_XYZ>& polygonA, const std::vector<SCENE_VERTEX_XYZ>& polygonB,
              uint32_t maxDepth, std::deque<WorkItem>& workQueue, platform::CriticalSection& queueLock,
              const std::vector<RenderThreadRecord>& renderThreads, platform::Semaphore* wakeSemaphore,
-             platform::Semaphore* doneSemaphore, bool (*shouldAbort)(void*), void* abortContext) {
+             platform::Semaphore* doneSemaphore, RootLeftovers& leftovers, AbortPoll& abort,
+             bool (*shouldAbort)(void*), void* abortContext) {
   platform::CriticalSection buildLock;
   uint32_t jobCount = 1;
   uint32_t jobsDone = 0;
@@ -312,6 +333,7 @@ void RunJobs(KDTree& tree, const SWMeshTable& table, std::deque<KDBuildNode>& bu
     workQueue.push_back(WorkItem{RT_JOB_KDTREE_BUILD, job});
   }
   wakeSemaphore->Release(1);
+  leftovers.Finish(abort);
 
   // The count grows before the wakes it counts, and every wake is answered
   // by one post: at least the difference is still to come. The driver
@@ -361,7 +383,9 @@ void KDTree::Build(const SWMeshTable* meshTable, std::deque<WorkItem>& workQueue
   CopyBox(boundsMax, buildStack.back().boxMax);
   std::vector<SCENE_VERTEX_XYZ> polygonA(3, SCENE_VERTEX_XYZ{0, 0, 0});
   std::vector<SCENE_VERTEX_XYZ> polygonB(3, SCENE_VERTEX_XYZ{0, 0, 0});
-  PrepareRoot(*this, table, total, renderThreads.size(), buildStack.back(), polygonA, polygonB, abort);
+  RootLeftovers leftovers(*this, table, total);
+  PrepareRoot(*this, table, total, renderThreads.size(), buildStack.back(), leftovers, polygonA, polygonB,
+              abort);
   const uint32_t maxDepth = KDMaxDepth(total);
 
   // Without workers or semaphores nothing could run the jobs, and a worker
@@ -370,7 +394,9 @@ void KDTree::Build(const SWMeshTable* meshTable, std::deque<WorkItem>& workQueue
   const bool canRun = wakeSemaphore && doneSemaphore && !renderThreads.empty() && !IsWorker(renderThreads);
   if (!abort.AskSticky() && canRun)
     RunJobs(*this, table, buildStack, polygonA, polygonB, maxDepth, workQueue, queueLock, renderThreads,
-            wakeSemaphore, doneSemaphore, shouldAbort, abortContext);
+            wakeSemaphore, doneSemaphore, leftovers, abort, shouldAbort, abortContext);
+  else
+    leftovers.Finish(abort);
   decltype(buildCorners)().swap(buildCorners);
   if (abort.Ask() || !canRun) {
     leafTriangles.clear();
