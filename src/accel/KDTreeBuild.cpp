@@ -307,6 +307,7 @@ void RunJobs(KDTree& tree, const SWMeshTable& table, std::deque<KDBuildNode>& bu
              bool (*shouldAbort)(void*), void* abortContext) {
   platform::CriticalSection buildLock;
   uint32_t jobCount = 1;
+  uint32_t jobsFinished = 0;
   uint32_t jobsDone = 0;
   KDPolygonMap clipPolygonsA, clipPolygonsB;
   KDTriangleSideMap triangleSides;
@@ -324,6 +325,7 @@ void RunJobs(KDTree& tree, const SWMeshTable& table, std::deque<KDBuildNode>& bu
   job->meshTable = &table;
   job->maxDepth = maxDepth;
   job->jobCount = &jobCount;
+  job->jobsFinished = &jobsFinished;
   job->buildLock = &buildLock;
   job->tree = &tree;
   job->shouldAbort = shouldAbort;
@@ -397,16 +399,23 @@ void KDTree::Build(const SWMeshTable* meshTable, std::deque<WorkItem>& workQueue
             wakeSemaphore, doneSemaphore, leftovers, abort, shouldAbort, abortContext);
   else
     leftovers.Finish(abort);
-  decltype(buildCorners)().swap(buildCorners);
   if (abort.Ask() || !canRun) {
+    decltype(buildCorners)().swap(buildCorners);
     leafTriangles.clear();
     nodes.clear();
+    walkLayout.Clear();
     return;
   }
-  // The workers sleep now, so their processors lay out the walk's copy of a
+  // The last job ends the build, unless a job was dropped or found no node.
+  if (!walkLayout.Matches(*this)) FinishBuild(renderThreads.size());
+}
+
+void KDTree::FinishBuild(size_t workers) {
+  decltype(buildCorners)().swap(buildCorners);
+  // Processors that the workers leave idle now lay out the walk's copy of a
   // tree big enough to pay for a thread.
   constexpr size_t NodesWorthAThread = 16384;
-  walkLayout.Make(*this, nodes.size() >= NodesWorthAThread ? renderThreads.size() : 1);
+  walkLayout.Make(*this, nodes.size() >= NodesWorthAThread ? workers : 1);
 }
 
 void KDLimitPackedEvents(size_t triangles) {
