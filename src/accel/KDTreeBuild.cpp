@@ -142,14 +142,15 @@ class RootRecords {
     } letGo{sized};
     tree.triangles.assign(total, SWTriangle{});
   }
-  // Fills pieces until none is left or an abort comes.
-  void Fill(AbortPoll& abort) {
+  // Fills pieces until every piece that begins before `upTo` is taken, or
+  // an abort comes.
+  void Fill(AbortPoll& abort, size_t upTo = SIZE_MAX) {
     sized.wait(false, std::memory_order_acquire);
     const size_t total = tree.triangles.size();
-    for (;;) {
-      const size_t begin = next.fetch_add(TrianglesPerPart, std::memory_order_relaxed);
-      if (begin >= total) return;
+    for (size_t begin = next.load(std::memory_order_relaxed); begin < std::min(total, upTo);) {
+      if (!next.compare_exchange_weak(begin, begin + TrianglesPerPart, std::memory_order_relaxed)) continue;
       if (!FillRecords(tree, table, runs, begin, std::min(total, begin + TrianglesPerPart), abort)) return;
+      begin = next.load(std::memory_order_relaxed);
     }
   }
 
@@ -216,6 +217,10 @@ std::vector<KDEventPiece<Event>> MakeRootLists(KDTree& tree, const SWMeshTable& 
       going = AddRootEvents(tree, table, runs, begin, end, root, a, b, events, abort);
       made[begin / TrianglesPerPart] = RootPiece{part, from, events.size() - from};
     }
+    // Three fifths of the records are filled here, the rest while the root
+    // job sweeps alone: all of them there would last into the root's
+    // partition on two threads, which then shares a processor with them.
+    records.Fill(abort, total / 5 * 3);
   });
   std::vector<KDEventPiece<Event>> pieces;
   for (const RootPiece& piece : made)
