@@ -39,9 +39,9 @@ uint64_t WordOf(KDPackedEvent event) {
 // Least significant digit first over the key bits only, each pass stable,
 // so words of equal key stay in the order they came. A digit in which all
 // keys agree costs no pass. Returns the array that holds the result.
-template <unsigned DigitBits, typename Word>
+template <unsigned DigitBits, typename Word, unsigned SortedBits = KeyBits>
 Word* RadixSortWords(Word* words, Word* spare, size_t n) {
-  constexpr unsigned Digits = (KeyBits + DigitBits - 1) / DigitBits;
+  constexpr unsigned Digits = (SortedBits + DigitBits - 1) / DigitBits;
   constexpr size_t Buckets = size_t(1) << DigitBits;
   // At most 48 KiB, on the stack: workers have the system's default stack.
   uint32_t counts[Digits * Buckets] = {};
@@ -123,20 +123,9 @@ void SortEvents(KDList<Event>& events) {
   }
 }
 
-namespace {
-
-// List order, and of equal keys the lower triangle first.
-struct EventAndTriangleOrder {
-  template <typename Event>
-  bool operator()(const Event& a, const Event& b) const {
-    const uint64_t keyA = KDEventKey(a), keyB = KDEventKey(b);
-    return keyA < keyB || (keyA == keyB && KDTriangleOf(a) < KDTriangleOf(b));
-  }
-};
-
-template <typename Event, typename Order>
-void MergeInParts(const KDList<Event>& older, const KDList<Event>& fresh, size_t parts, KDList<Event>& out,
-                  Order order) {
+template <typename Event>
+void MergeEventsInParts(const KDList<Event>& older, const KDList<Event>& fresh, size_t parts,
+                        KDList<Event>& out) {
   out.resize(older.size() + fresh.size());
   if (older.empty() || parts < 2) parts = 1;
   // Piece k takes the events of keys up to the key of older's event at
@@ -152,21 +141,120 @@ void MergeInParts(const KDList<Event>& older, const KDList<Event>& fresh, size_t
   RunParts(parts, [&](size_t k) {
     // std::merge takes the first range's event on equality: the older one.
     std::merge(older.begin() + cutOlder[k], older.begin() + cutOlder[k + 1], fresh.begin() + cutFresh[k],
-               fresh.begin() + cutFresh[k + 1], out.begin() + cutOlder[k] + cutFresh[k], order);
+               fresh.begin() + cutFresh[k + 1], out.begin() + cutOlder[k] + cutFresh[k], EventOrder());
+  });
+}
+
+namespace {
+
+// The sort in parts: one stable pass over the pieces by the key's top 12
+// bits, each thread moving its share of the places to offsets that put
+// the shares of lower threads first within a bucket, as one thread would.
+// The buckets are then dealt out to the threads in runs of about equal
+// length, and each thread sorts its run bucket by bucket, by the lower 24
+// bits, the only ones that differ within a bucket.
+constexpr unsigned TopDigitBits = 12;
+constexpr unsigned LowBits = KeyBits - TopDigitBits;
+constexpr size_t TopBuckets = size_t(1) << TopDigitBits;
+
+uint32_t TopDigit(KDPackedEvent event) {
+  return uint32_t(event.word >> (PlaceBits + LowBits));
+}
+
+// Calls `visit` on the events at places [begin, end) of the pieces read
+// one after another.
+template <typename Event, typename Visit>
+void VisitPlaces(const std::vector<KDEventPiece<Event>>& pieces, size_t begin, size_t end, Visit visit) {
+  for (const KDEventPiece<Event>& piece : pieces) {
+    if (begin < piece.count) {
+      const size_t to = std::min(end, piece.count);
+      for (const Event* e = piece.events + begin; e != piece.events + to; ++e) visit(*e);
+      if (end <= piece.count) return;
+      begin = piece.count;
+    }
+    begin -= piece.count;
+    end -= piece.count;
+  }
+}
+
+// Turns each thread's counts into its first place in each bucket: the
+// buckets in order, and within a bucket the threads in order.
+void TopOffsets(std::vector<uint32_t>& counts, size_t parts) {
+  uint32_t offset = 0;
+  for (size_t b = 0; b < TopBuckets; ++b)
+    for (size_t t = 0; t < parts; ++t) {
+      const uint32_t c = counts[t * TopBuckets + b];
+      counts[t * TopBuckets + b] = offset;
+      offset += c;
+    }
+}
+
+// The first bucket of each thread's run, and the end: the first bucket
+// that starts at or past its equal share of the places.
+std::vector<size_t> BucketRuns(const std::vector<uint32_t>& starts, size_t parts, size_t n) {
+  std::vector<size_t> runs(parts + 1, TopBuckets);
+  runs[0] = 0;
+  for (size_t t = 1; t < parts; ++t) {
+    size_t b = runs[t - 1];
+    while (b < TopBuckets && starts[b] < n * t / parts) ++b;
+    runs[t] = b;
+  }
+  return runs;
+}
+
+// One bucket's events by their lower bits: the top digit, the same for
+// all, costs no pass.
+void SortBucket(KDPackedEvent* events, KDPackedEvent* spare, size_t n) {
+  if (n < RadixMinimum)
+    std::stable_sort(events, events + n, EventOrder());
+  else if (RadixSort(events, spare, n) != events)
+    std::copy_n(spare, n, events);
+}
+
+void SortInParts(const std::vector<KDEventPiece<KDPackedEvent>>& pieces, size_t parts, size_t n,
+                 KDPackedEventList& out, std::vector<KDPackedEventList>& spares) {
+  std::vector<uint32_t> counts(parts * TopBuckets, 0);
+  RunParts(parts, [&](size_t t) {
+    uint32_t* count = counts.data() + t * TopBuckets;
+    VisitPlaces(pieces, n * t / parts, n * (t + 1) / parts, [&](KDPackedEvent e) { ++count[TopDigit(e)]; });
+  });
+  TopOffsets(counts, parts);
+  RunParts(parts, [&](size_t t) {
+    uint32_t place[TopBuckets];
+    std::copy_n(counts.data() + t * TopBuckets, TopBuckets, place);
+    VisitPlaces(pieces, n * t / parts, n * (t + 1) / parts,
+                [&](KDPackedEvent e) { out[place[TopDigit(e)]++] = e; });
+  });
+  // The first thread's offsets are where the buckets start.
+  counts.resize(TopBuckets + 1);
+  counts[TopBuckets] = uint32_t(n);
+  const std::vector<size_t> runs = BucketRuns(counts, parts, n);
+  RunParts(parts, [&](size_t t) {
+    KDPackedEventList& spare = spares[t];
+    spare.resize(counts[runs[t + 1]] - counts[runs[t]]);
+    for (size_t b = runs[t]; b < runs[t + 1]; ++b)
+      SortBucket(out.data() + counts[b], spare.data(), counts[b + 1] - counts[b]);
   });
 }
 
 }  // namespace
 
 template <typename Event>
-void MergeEventsInParts(const KDList<Event>& older, const KDList<Event>& fresh, size_t parts,
-                        KDList<Event>& out) {
-  MergeInParts(older, fresh, parts, out, EventOrder());
-}
-
-template <typename Event>
-void MergeEventsByTriangle(const KDList<Event>& a, const KDList<Event>& b, size_t parts, KDList<Event>& out) {
-  MergeInParts(a, b, parts, out, EventAndTriangleOrder());
+void SortPiecesInParts(const std::vector<KDEventPiece<Event>>& pieces, std::vector<KDList<Event>>& spares,
+                       KDList<Event>& out) {
+  size_t n = 0;
+  for (const KDEventPiece<Event>& piece : pieces) n += piece.count;
+  out.resize(n);
+  // Offsets are 32-bit, and lists of events that do not pack are rare
+  // enough to be put in order by one thread.
+  if constexpr (std::is_same_v<Event, KDPackedEvent>) {
+    const size_t parts = std::min(spares.size(), n / RadixMinimum);
+    if (parts > 1 && n < (size_t(1) << 32)) return SortInParts(pieces, parts, n, out, spares);
+  }
+  size_t at = 0;
+  for (const KDEventPiece<Event>& piece : pieces)
+    at = std::copy_n(piece.events, piece.count, out.data() + at) - out.data();
+  SortEvents(out);
 }
 
 namespace {
@@ -333,7 +421,8 @@ void AddTriangleEvents(KDTree& tree, const SWMeshTable& table, uint32_t triangle
 #define KD_EVENT_LIST_FUNCTIONS(Event)                                                                       \
   template void SortEvents(KDList<Event>&);                                                                  \
   template void MergeEventsInParts(const KDList<Event>&, const KDList<Event>&, size_t, KDList<Event>&);      \
-  template void MergeEventsByTriangle(const KDList<Event>&, const KDList<Event>&, size_t, KDList<Event>&);   \
+  template void SortPiecesInParts(const std::vector<KDEventPiece<Event>>&, std::vector<KDList<Event>>&,      \
+                                  KDList<Event>&);                                                           \
   template void AppendBoxEvents(uint32_t, const float[3], const float[3], KDList<Event>&);                   \
   template void AddTriangleEvents(KDTree&, const SWMeshTable&, uint32_t, uint32_t, uint32_t, const float[3], \
                                   const float[3], std::vector<SCENE_VERTEX_XYZ>&,                            \

@@ -161,6 +161,10 @@ class KDTree {
  private:
   KDWalkLayout walkLayout;
 
+  // Ends a build whose every job has run: the build's scratch let go and
+  // the walk's copy laid out, on up to `workers` threads.
+  void FinishBuild(size_t workers);
+
   // The box's start value: the largest float as minimum, its negative as
   // maximum, so that the first vertex sets both.
   void ResetBounds();
@@ -185,6 +189,7 @@ struct KDBuildJob {
   const SWMeshTable* meshTable = nullptr;
   uint32_t maxDepth = 0;
   uint32_t* jobCount = nullptr;
+  uint32_t* jobsFinished = nullptr;  // under buildLock, like jobCount
   platform::CriticalSection* buildLock = nullptr;
   KDTree* tree = nullptr;
   bool (*shouldAbort)(void*) = nullptr;

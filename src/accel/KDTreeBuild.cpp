@@ -107,30 +107,29 @@ InstanceRuns CountInstanceRuns(const SWMeshTable& table, size_t total) {
   return runs;
 }
 
-// Fills the records and triangle numbers in [begin, end), asking
-// `shouldAbort` after each instance's part; false on an abort.
+// Fills the records in [begin, end), asking `shouldAbort` after each
+// instance's part; false on an abort.
 bool FillRecords(KDTree& tree, const SWMeshTable& table, const InstanceRuns& runs, size_t begin, size_t end,
-                 KDBuildNode& root, AbortPoll& abort) {
+                 AbortPoll& abort) {
   for (uint32_t i = 0; i < runs.count.size(); ++i) {
     const size_t from = std::max(begin, runs.first[i]);
     const size_t to = std::min(end, runs.first[i] + runs.count[i]);
     if (from >= to) continue;
     FillInstanceTriangles(table, i, tree.triangles.data() + from, to - from, from - runs.first[i]);
-    std::iota(root.triangleList.begin() + from, root.triangleList.begin() + to, uint32_t(from));
     if (abort.AskSticky()) return false;
   }
   return true;
 }
 
-// The root's records, shared out in pieces while they are made. Sizing them
-// (the vector zero-fills 85 bytes per triangle, a fresh page at every 48
-// triangles) is one thread's work; the root's events do not read the
-// records, so the other threads make their events meanwhile, and whoever
-// comes first afterwards fills the next piece.
+// The tree's triangle records, shared out in pieces while they are made.
+// Sizing them (the vector zero-fills 85 bytes per triangle, a fresh page at
+// every 48 triangles) is one thread's work; the root's events do not read
+// the records, so the other threads make their events meanwhile. Nor do
+// the jobs read them: they are filled while the root job runs alone.
 class RootRecords {
  public:
-  RootRecords(KDTree& tree, const SWMeshTable& table, const InstanceRuns& runs, KDBuildNode& root)
-      : tree(tree), table(table), runs(runs), root(root) {}
+  RootRecords(KDTree& tree, const SWMeshTable& table, const InstanceRuns& runs)
+      : tree(tree), table(table), runs(runs) {}
   // The others are let go even when the allocation fails: they find no
   // records to fill, and the exception goes on once all have ended.
   void Size(size_t total) {
@@ -143,15 +142,15 @@ class RootRecords {
     } letGo{sized};
     tree.triangles.assign(total, SWTriangle{});
   }
-  // Fills pieces until none is left or an abort comes.
-  void Fill(AbortPoll& abort) {
+  // Fills pieces until every piece that begins before `upTo` is taken, or
+  // an abort comes.
+  void Fill(AbortPoll& abort, size_t upTo = SIZE_MAX) {
     sized.wait(false, std::memory_order_acquire);
     const size_t total = tree.triangles.size();
-    for (;;) {
-      const size_t begin = next.fetch_add(TrianglesPerPart, std::memory_order_relaxed);
-      if (begin >= total) return;
-      if (!FillRecords(tree, table, runs, begin, std::min(total, begin + TrianglesPerPart), root, abort))
-        return;
+    for (size_t begin = next.load(std::memory_order_relaxed); begin < std::min(total, upTo);) {
+      if (!next.compare_exchange_weak(begin, begin + TrianglesPerPart, std::memory_order_relaxed)) continue;
+      if (!FillRecords(tree, table, runs, begin, std::min(total, begin + TrianglesPerPart), abort)) return;
+      begin = next.load(std::memory_order_relaxed);
     }
   }
 
@@ -159,7 +158,6 @@ class RootRecords {
   KDTree& tree;
   const SWMeshTable& table;
   const InstanceRuns& runs;
-  KDBuildNode& root;
   std::atomic<bool> sized{false};
   std::atomic<size_t> next{0};
 };
@@ -182,81 +180,139 @@ bool AddRootEvents(KDTree& tree, const SWMeshTable& table, const InstanceRuns& r
   return true;
 }
 
-// The root's records and events on `parts` threads, each with polygons
-// of its own. The first thread sizes the records first; all take pieces of
-// the triangle list in order, so that each one's events come in triangle
-// order and the threads end their events together however long the sizing
-// took. Each sorts its own list, then fills records in pieces until none
-// is left. The lists are merged with the lower triangle first among equal
-// keys: the list that sorting the whole list in triangle order gives.
-// Every thread asks `shouldAbort` after each instance and each triangle,
-// and all stop once one has seen an abort.
+// Where a piece of TrianglesPerPart triangles left its events.
+struct RootPiece {
+  size_t list = 0;
+  size_t from = 0;
+  size_t count = 0;
+};
+
+// The root's events on `parts` threads, each with polygons and a list of its
+// own. The first thread sizes the records first; all take pieces of the
+// triangle list in order, so the threads end their events together however
+// long the sizing took. Every thread asks `shouldAbort` after each instance
+// and each triangle, and all stop once one has seen an abort.
 template <typename Event>
-void MakeRootEvents(KDTree& tree, const SWMeshTable& table, KDBuildNode& root, size_t parts,
-                    const std::vector<SCENE_VERTEX_XYZ>& polygonA,
-                    const std::vector<SCENE_VERTEX_XYZ>& polygonB, AbortPoll& abort) {
+std::vector<KDEventPiece<Event>> MakeRootLists(KDTree& tree, const SWMeshTable& table, KDBuildNode& root,
+                                               const InstanceRuns& runs, RootRecords& records,
+                                               std::vector<KDList<Event>>& lists,
+                                               const std::vector<SCENE_VERTEX_XYZ>& polygonA,
+                                               const std::vector<SCENE_VERTEX_XYZ>& polygonB,
+                                               AbortPoll& abort) {
   const size_t total = root.triangleList.size();
-  const InstanceRuns runs = CountInstanceRuns(table, total);
-  RootRecords records(tree, table, runs, root);
-  std::vector<KDList<Event>> lists(parts);
+  std::vector<RootPiece> made((total + TrianglesPerPart - 1) / TrianglesPerPart);
   std::atomic<size_t> next{0};
-  RunParts(parts, [&](size_t part) {
+  RunParts(lists.size(), [&](size_t part) {
     if (part == 0) records.Size(total);
     std::vector<SCENE_VERTEX_XYZ> a = polygonA, b = polygonB;
     KDList<Event>& events = lists[part];
     // Six events is the most a triangle makes; untouched slots cost no
-    // memory.
+    // memory, and the list never moves while its pieces are noted.
     events.reserve(total * 6);
     for (bool going = true; going;) {
       const size_t begin = next.fetch_add(TrianglesPerPart, std::memory_order_relaxed);
-      going =
-          begin < total && AddRootEvents(tree, table, runs, begin, std::min(total, begin + TrianglesPerPart),
-                                         root, a, b, events, abort);
+      if (begin >= total) break;
+      const size_t end = std::min(total, begin + TrianglesPerPart), from = events.size();
+      std::iota(root.triangleList.begin() + begin, root.triangleList.begin() + end, uint32_t(begin));
+      going = AddRootEvents(tree, table, runs, begin, end, root, a, b, events, abort);
+      made[begin / TrianglesPerPart] = RootPiece{part, from, events.size() - from};
     }
-    if (!abort.Aborted()) SortEvents(events);
-    records.Fill(abort);
+    // Three fifths of the records are filled here, the rest while the root
+    // job sweeps alone: all of them there would last into the root's
+    // partition on two threads, which then shares a processor with them.
+    records.Fill(abort, total / 5 * 3);
   });
+  std::vector<KDEventPiece<Event>> pieces;
+  for (const RootPiece& piece : made)
+    pieces.push_back(KDEventPiece<Event>{lists[piece.list].data() + piece.from, piece.count});
+  return pieces;
+}
+
+// What the root's preparation leaves for the time when the root job runs
+// alone and the other processors would idle: the records to fill and the
+// threads' lists to give back.
+class RootLeftovers {
+ public:
+  RootLeftovers(KDTree& tree, const SWMeshTable& table, size_t total)
+      : runs(CountInstanceRuns(table, total)), records(tree, table, runs) {}
+  void Finish(AbortPoll& abort) {
+    decltype(lists)().swap(lists);
+    decltype(packedLists)().swap(packedLists);
+    records.Fill(abort);
+  }
+  template <typename Event>
+  std::vector<KDList<Event>>& Lists() {
+    if constexpr (std::is_same_v<Event, KDPackedEvent>)
+      return packedLists;
+    else
+      return lists;
+  }
+
+  const InstanceRuns runs;
+  RootRecords records;
+
+ private:
+  std::vector<KDEventList> lists;
+  std::vector<KDPackedEventList> packedLists;
+};
+
+// The root's events in list order. The pieces of the lists are sorted in
+// triangle order, so the events of one key come out in triangle order,
+// whichever thread made them: the list that sorting the whole list in
+// triangle order gives.
+template <typename Event>
+void MakeRootEvents(KDTree& tree, const SWMeshTable& table, KDBuildNode& root, size_t parts,
+                    RootLeftovers& leftovers, const std::vector<SCENE_VERTEX_XYZ>& polygonA,
+                    const std::vector<SCENE_VERTEX_XYZ>& polygonB, AbortPoll& abort) {
+  std::vector<KDList<Event>>& lists = leftovers.Lists<Event>();
+  lists.resize(parts);
+  const std::vector<KDEventPiece<Event>> pieces =
+      MakeRootLists(tree, table, root, leftovers.runs, leftovers.records, lists, polygonA, polygonB, abort);
   // The one poll before the list is put in order.
-  if (abort.AskSticky()) return;
   KDList<Event>& events = KDEventsOf<Event>(root);
-  events = std::move(lists[0]);
-  for (size_t part = 1; part < parts; ++part) {
-    KDList<Event> merged;
-    MergeEventsByTriangle(events, lists[part], parts, merged);
-    events.swap(merged);
+  if (!abort.AskSticky() && parts == 1) {
+    events.swap(lists[0]);
+    SortEvents(events);
+  } else if (!abort.Aborted()) {
+    // The lists, read by the first pass only, are the other passes'
+    // scratch: memory their threads have already touched.
+    SortPiecesInParts(pieces, lists, events);
   }
 }
 
 // Builds of fewer triangles than this pack their events.
 std::atomic<size_t> packedEventLimit{KDPackedTriangleLimit};
 
-// The root: every triangle number in order, its record filled, its events
+// The root: every triangle number in order, the records sized, its events
 // from the triangle clipped to the tree's box, sorted unless aborted. The
 // workers sleep while this runs, so it takes as many threads as there are
 // workers. The events are packed when every triangle number fits.
 void PrepareRoot(KDTree& tree, const SWMeshTable& table, size_t total, size_t threads, KDBuildNode& root,
-                 std::vector<SCENE_VERTEX_XYZ>& polygonA, std::vector<SCENE_VERTEX_XYZ>& polygonB,
-                 AbortPoll& abort) {
+                 RootLeftovers& leftovers, std::vector<SCENE_VERTEX_XYZ>& polygonA,
+                 std::vector<SCENE_VERTEX_XYZ>& polygonB, AbortPoll& abort) {
   abort.Ask();
   root.triangleList.resize(total);
   // Every entry is written before the jobs read it, so it is not zeroed.
   tree.buildCorners.resize(total);
   const size_t parts = std::max<size_t>(1, std::min(threads, total / TrianglesPerPart));
   if (total < std::min(packedEventLimit.load(std::memory_order_relaxed), KDPackedTriangleLimit))
-    MakeRootEvents<KDPackedEvent>(tree, table, root, parts, polygonA, polygonB, abort);
+    MakeRootEvents<KDPackedEvent>(tree, table, root, parts, leftovers, polygonA, polygonB, abort);
   else
-    MakeRootEvents<KDEvent>(tree, table, root, parts, polygonA, polygonB, abort);
+    MakeRootEvents<KDEvent>(tree, table, root, parts, leftovers, polygonA, polygonB, abort);
 }
 
-// Queues the root job and waits until the posts of doneSemaphore reach the
-// job count. The build's shared state lives here and outlives every job.
+// Queues the root job, finishes the root's leftovers, and waits until the
+// posts of doneSemaphore reach the job count. The build's shared state
+// lives here and outlives every job.
 void RunJobs(KDTree& tree, const SWMeshTable& table, std::deque<KDBuildNode>& buildStack,
              const std::vector<SCENE_VERTEX_XYZ>& polygonA, const std::vector<SCENE_VERTEX_XYZ>& polygonB,
              uint32_t maxDepth, std::deque<WorkItem>& workQueue, platform::CriticalSection& queueLock,
              const std::vector<RenderThreadRecord>& renderThreads, platform::Semaphore* wakeSemaphore,
-             platform::Semaphore* doneSemaphore, bool (*shouldAbort)(void*), void* abortContext) {
+             platform::Semaphore* doneSemaphore, RootLeftovers& leftovers, AbortPoll& abort,
+             bool (*shouldAbort)(void*), void* abortContext) {
   platform::CriticalSection buildLock;
   uint32_t jobCount = 1;
+  uint32_t jobsFinished = 0;
   uint32_t jobsDone = 0;
   KDPolygonMap clipPolygonsA, clipPolygonsB;
   KDTriangleSideMap triangleSides;
@@ -274,6 +330,7 @@ void RunJobs(KDTree& tree, const SWMeshTable& table, std::deque<KDBuildNode>& bu
   job->meshTable = &table;
   job->maxDepth = maxDepth;
   job->jobCount = &jobCount;
+  job->jobsFinished = &jobsFinished;
   job->buildLock = &buildLock;
   job->tree = &tree;
   job->shouldAbort = shouldAbort;
@@ -283,6 +340,7 @@ void RunJobs(KDTree& tree, const SWMeshTable& table, std::deque<KDBuildNode>& bu
     workQueue.push_back(WorkItem{RT_JOB_KDTREE_BUILD, job});
   }
   wakeSemaphore->Release(1);
+  leftovers.Finish(abort);
 
   // The count grows before the wakes it counts, and every wake is answered
   // by one post: at least the difference is still to come. The driver
@@ -332,7 +390,9 @@ void KDTree::Build(const SWMeshTable* meshTable, std::deque<WorkItem>& workQueue
   CopyBox(boundsMax, buildStack.back().boxMax);
   std::vector<SCENE_VERTEX_XYZ> polygonA(3, SCENE_VERTEX_XYZ{0, 0, 0});
   std::vector<SCENE_VERTEX_XYZ> polygonB(3, SCENE_VERTEX_XYZ{0, 0, 0});
-  PrepareRoot(*this, table, total, renderThreads.size(), buildStack.back(), polygonA, polygonB, abort);
+  RootLeftovers leftovers(*this, table, total);
+  PrepareRoot(*this, table, total, renderThreads.size(), buildStack.back(), leftovers, polygonA, polygonB,
+              abort);
   const uint32_t maxDepth = KDMaxDepth(total);
 
   // Without workers or semaphores nothing could run the jobs, and a worker
@@ -341,17 +401,26 @@ void KDTree::Build(const SWMeshTable* meshTable, std::deque<WorkItem>& workQueue
   const bool canRun = wakeSemaphore && doneSemaphore && !renderThreads.empty() && !IsWorker(renderThreads);
   if (!abort.AskSticky() && canRun)
     RunJobs(*this, table, buildStack, polygonA, polygonB, maxDepth, workQueue, queueLock, renderThreads,
-            wakeSemaphore, doneSemaphore, shouldAbort, abortContext);
-  decltype(buildCorners)().swap(buildCorners);
+            wakeSemaphore, doneSemaphore, leftovers, abort, shouldAbort, abortContext);
+  else
+    leftovers.Finish(abort);
   if (abort.Ask() || !canRun) {
+    decltype(buildCorners)().swap(buildCorners);
     leafTriangles.clear();
     nodes.clear();
+    walkLayout.Clear();
     return;
   }
-  // The workers sleep now, so their processors lay out the walk's copy of a
+  // The last job ends the build, unless a job was dropped or found no node.
+  if (!walkLayout.Matches(*this)) FinishBuild(renderThreads.size());
+}
+
+void KDTree::FinishBuild(size_t workers) {
+  decltype(buildCorners)().swap(buildCorners);
+  // Processors that the workers leave idle now lay out the walk's copy of a
   // tree big enough to pay for a thread.
   constexpr size_t NodesWorthAThread = 16384;
-  walkLayout.Make(*this, nodes.size() >= NodesWorthAThread ? renderThreads.size() : 1);
+  walkLayout.Make(*this, nodes.size() >= NodesWorthAThread ? workers : 1);
 }
 
 void KDLimitPackedEvents(size_t triangles) {

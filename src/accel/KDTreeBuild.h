@@ -128,12 +128,20 @@ template <typename Event>
 void MergeEventsInParts(const KDList<Event>& older, const KDList<Event>& fresh, size_t parts,
                         KDList<Event>& out);
 
-// Merges `a` and `b`, each sorted into list order with the events of one
-// key in triangle order, into `out` in the same order, on `parts` threads
-// as MergeEventsInParts does. The root's list is that of its triangles in
-// order sorted, however they were dealt out to the lists.
+// A run of events in a list that is read with others in turn.
 template <typename Event>
-void MergeEventsByTriangle(const KDList<Event>& a, const KDList<Event>& b, size_t parts, KDList<Event>& out);
+struct KDEventPiece {
+  const Event* events;
+  size_t count;
+};
+// Sorts the events of `pieces`, read one after another, into list order in
+// `out`, on as many threads as there are `spares`; events of one key keep
+// the order they are read in. The spares are scratch, one per thread, and
+// may be the lists that the pieces lie in: they are written only after
+// every piece has been read.
+template <typename Event>
+void SortPiecesInParts(const std::vector<KDEventPiece<Event>>& pieces, std::vector<KDList<Event>>& spares,
+                       KDList<Event>& out);
 
 // Builds of fewer triangles than this, and than KDPackedTriangleLimit, keep
 // their events packed; the rest keep 16-byte records. It starts at

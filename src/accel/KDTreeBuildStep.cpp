@@ -13,7 +13,7 @@ namespace {
 
 bool JobIsComplete(const KDBuildJob& job) {
   return job.buildStack && job.clipPolygonsA && job.clipPolygonsB && job.triangleSides && job.meshTable &&
-         job.jobCount && job.buildLock && job.tree;
+         job.jobCount && job.jobsFinished && job.buildLock && job.tree;
 }
 
 template <typename Map>
@@ -43,12 +43,15 @@ bool PopBuildNode(const KDBuildJob& job, KDBuildNode& node) {
   return node.node < job.tree->nodes.size();
 }
 
-void MakeLeaf(const KDBuildJob& job, const KDBuildNode& node) {
+// True for the leaf that ends the build: every job issued has run, and as
+// only a split issues jobs, none will be.
+bool MakeLeaf(const KDBuildJob& job, const KDBuildNode& node) {
   KDTree& tree = *job.tree;
   platform::CriticalSectionGuard guard(*job.buildLock);
   const uint32_t first = uint32_t(tree.leafTriangles.size());
   tree.leafTriangles.insert(tree.leafTriangles.end(), node.triangleList.begin(), node.triangleList.end());
   tree.nodes[node.node] = KDNode{first * 4 | 3u, uint32_t(node.triangleList.size())};
+  return ++*job.jobsFinished == std::atomic_ref<uint32_t>(*job.jobCount).load();
 }
 
 void SetUpChild(const KDBuildNode& parent, KDBuildNode& child) {
@@ -78,6 +81,7 @@ void PushSplit(const KDBuildJob& job, const KDBuildNode& node, const KDSplit& sp
   job.buildStack->push_back(std::move(left));
   job.buildStack->push_back(std::move(right));
   std::atomic_ref<uint32_t>(*job.jobCount).fetch_add(2);
+  ++*job.jobsFinished;
 }
 
 // A failed allocation queues a null payload, which the worker skips; its
@@ -109,9 +113,14 @@ void KDTree::BuildStep(KDBuildJob* job, std::deque<WorkItem>& workQueue, platfor
   KDBuildNode node;
   if (!PopBuildNode(*job, node)) return;
 
+  // The last leaf's worker ends the build at once: the driver would
+  // start only once the workers had answered every wake that piled up
+  // while they were busy, which they do on both processors at the same
+  // time, handing the queue lock and semaphore words to and fro.
+  const size_t workers = job->triangleSides->size();
   const KDTree& tree = *job->tree;
   if (KDIsLeafAnyway(node, job->maxDepth)) {
-    MakeLeaf(*job, node);
+    if (MakeLeaf(*job, node)) job->tree->FinishBuild(workers);
     return;
   }
   const float area = KDSurfaceArea(node.boxMin, node.boxMax);
@@ -120,7 +129,7 @@ void KDTree::BuildStep(KDBuildJob* job, std::deque<WorkItem>& workQueue, platfor
   const float leafCost = area * (tree.leafBaseCost + float(node.triangleList.size()) * tree.triangleCost);
   // An equal cost splits.
   if (!found || split.cost > leafCost) {
-    MakeLeaf(*job, node);
+    if (MakeLeaf(*job, node)) job->tree->FinishBuild(workers);
     return;
   }
 

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <bit>
 #include <chrono>
@@ -168,28 +169,57 @@ TEST(KDBuildParts, MergeInPiecesKeepsOlderEventsFirstWhereTheCutsFall) {
   }
 }
 
-TEST(KDBuildParts, MergeByTriangleGivesTheWholeListSortedInTriangleOrder) {
-  // Triangles dealt out to two lists not in runs: among equal keys the
-  // lower triangle comes first whichever list holds it, and -0 beside +0
-  // (one key) keeps triangle order too, in both records.
-  const auto list = [](std::initializer_list<std::pair<float, uint32_t>> items) {
-    KDEventList events;
-    for (const auto& [position, triangle] : items) events.push_back({KD_EVENT_END, position, triangle, 1});
-    return events;
-  };
-  const KDEventList a = list({{-0.0f, 3}, {1, 0}, {2, 2}, {2, 5}});
-  const KDEventList b = list({{0.0f, 1}, {0.5f, 4}, {2, 1}, {2, 3}});
-  const std::vector<uint32_t> want = {1, 3, 4, 0, 1, 2, 3, 5};
-  for (const size_t parts : {1u, 2u, 3u}) {
-    KDEventList merged;
-    MergeEventsByTriangle(a, b, parts, merged);
-    EXPECT_EQ(Triangles(merged), want) << parts;
-    KDPackedEventList packed;
-    MergeEventsByTriangle(Packed(a), Packed(b), parts, packed);
-    std::vector<uint32_t> got;
-    for (const KDPackedEvent e : packed) got.push_back(KDTriangleOf(e));
-    EXPECT_EQ(got, want) << parts;
-    EXPECT_TRUE(std::signbit(KDPositionOf(packed[1]))) << "triangle 3 keeps its -0";
+// Positions over many magnitudes and both signs, so that keys fall in many
+// top buckets, with -0 and +0 (one key) among them.
+float PositionNumber(size_t i) {
+  if (i % 5 == 0) return i % 2 ? -0.0f : 0.0f;
+  return std::ldexp(float(i % 7 + 1), int(i % 41) - 20) * (i % 3 ? 1.0f : -1.0f);
+}
+
+TEST(KDBuildParts, SortingPiecesInPartsGivesTheStableSortOfThePiecesReadInTurn) {
+  // Pieces of one list, dealt out at random to the threads' lists as the
+  // root's threads make them. The rule: key order, and within a key the
+  // order of the pieces read in turn, which a stable sort of the whole list
+  // gives. Few positions make long runs of one key, and one bucket may hold
+  // every event.
+  const struct {
+    size_t events, positions, parts;
+  } cases[] = {{5, 3, 2}, {300, 7, 2}, {5000, 40, 2}, {5000, 3000, 3}, {20000, 1, 2}, {20000, 20000, 4}};
+  for (const auto& c : cases) {
+    std::mt19937 random(uint32_t(c.events + c.parts));
+    std::uniform_int_distribution<size_t> position(0, c.positions - 1), length(0, 50), list(0, c.parts - 1);
+    KDEventList whole;
+    for (uint32_t i = 0; i < c.events; ++i)
+      whole.push_back({int32_t(i % 3), PositionNumber(position(random)), i, i / 3 % 3});
+    std::vector<KDEventList> lists(c.parts);
+    std::vector<KDPackedEventList> packedLists(c.parts);
+    std::vector<std::array<size_t, 3>> made;  // list, first, count
+    for (size_t at = 0; at < whole.size();) {
+      const size_t l = list(random), n = std::min(length(random), whole.size() - at);
+      made.push_back({l, lists[l].size(), n});
+      lists[l].insert(lists[l].end(), whole.begin() + at, whole.begin() + at + n);
+      const KDPackedEventList packed = Packed(KDEventList(whole.begin() + at, whole.begin() + at + n));
+      packedLists[l].insert(packedLists[l].end(), packed.begin(), packed.end());
+      at += n;
+    }
+    std::vector<KDEventPiece<KDEvent>> pieces;
+    std::vector<KDEventPiece<KDPackedEvent>> packedPieces;
+    for (const auto& [l, first, n] : made) {
+      pieces.push_back({lists[l].data() + first, n});
+      packedPieces.push_back({packedLists[l].data() + first, n});
+    }
+    KDEventList sorted;
+    KDPackedEventList packedSorted;
+    SortPiecesInParts(pieces, lists, sorted);
+    SortPiecesInParts(packedPieces, packedLists, packedSorted);
+
+    std::stable_sort(whole.begin(), whole.end(),
+                     [](const KDEvent& a, const KDEvent& b) { return KDEventKey(a) < KDEventKey(b); });
+    const KDPackedEventList want = Packed(whole);
+    ASSERT_EQ(packedSorted.size(), want.size()) << c.events;
+    for (size_t i = 0; i < want.size(); ++i)
+      ASSERT_EQ(packedSorted[i].word, want[i].word) << c.events << " " << i;
+    EXPECT_EQ(Triangles(sorted), Triangles(whole)) << c.events;
   }
 }
 
