@@ -93,6 +93,13 @@ class BoundedStack {
   size_t Size() const { return count; }
   bool Empty() const { return count == 0; }
   void Push(const KDStackEntry& entry) { entries[count++] = entry; }
+  // Writes the entry above the top and keeps it only when `keep` is 1: no
+  // jump. The slot is there: a node at depth d has at most d entries
+  // waiting, and inner nodes lie fewer than MaxDepth levels deep.
+  void PushIf(const KDStackEntry& entry, uint32_t keep) {
+    entries[count] = entry;
+    count += keep;
+  }
   // A reference, read field by field: a copy of the entry went through a
   // second stack slot whose wider reads the stores could not forward.
   const KDStackEntry& Pop() { return entries[--count]; }
@@ -286,11 +293,46 @@ class WalkFields {
   const uint32_t* entries;
 };
 
+// `a` if `pick` is not 0, else `b`, by a conditional move: GCC turns a ?:
+// of this kind into a jump when it guesses the jump predictable.
+template <class T>
+inline T* Pick(uint32_t pick, T* a, T* b) {
+  asm("test %[pick], %[pick]\n\tcmovne %[a], %[b]" : [b] "+r"(b) : [a] "r"(a), [pick] "r"(pick) : "cc");
+  return b;
+}
+
+// One node step of a ray with no parallel axis, without a jump on t: the
+// same three outcomes as the walk's cascade (far side only, near side only,
+// both) and the same values, chosen by masks. A ray whose steps the
+// processor cannot predict waits here for t instead of paying a wrong
+// guess; a coherent ray loses by it, as a guessed jump starts the next
+// node's load before t is known.
+template <class Fields, class Node, class Stack>
+inline const Node* SelectStep(const Fields& fields, const Node* node, uint32_t word, double t,
+                              bool lowerFirst, double tNear, double& tFar, Stack& stack) {
+  const Node* lower = fields.Lower(node, word);
+  const Node* upper = fields.Upper(node, word);
+  __builtin_prefetch(upper);
+  const Node* nearChild = Pick(lowerFirst, lower, upper);
+  const Node* farChild = Pick(lowerFirst, upper, lower);
+  // Bit 0: tNear > t, bit 1: t > 0.0; then bit 0: t > tFar, bit 1: 0.0 > t.
+  // A NaN sets no bit, and pushes, as in the cascade.
+  const int before = _mm_movemask_pd(_mm_cmpgt_pd(_mm_set_pd(t, tNear), _mm_set_pd(0.0, t)));
+  const int beyond = _mm_movemask_pd(_mm_cmpgt_pd(_mm_set_pd(0.0, t), _mm_set_pd(t, tFar)));
+  const uint32_t far = before == 3;
+  const uint32_t both = !far & (beyond == 0);
+  stack.PushIf({farChild, t, tFar}, both);
+  const uint64_t keep = uint64_t(both) - 1;
+  tFar = std::bit_cast<double>((std::bit_cast<uint64_t>(tFar) & keep) | (std::bit_cast<uint64_t>(t) & ~keep));
+  return Pick(far, farChild, nearChild);
+}
+
 // The walk from the root, front to back. tNear and tFar stay in registers:
 // nothing outside this function sees them.
 // `MayBeParallel` false: no axis of the ray is parallel to the planes, so
-// the walk leaves out that test at every node.
-template <bool MayBeParallel, class Fields>
+// the walk leaves out that test at every node. `Select`: node steps by
+// SelectStep, for rays that do not follow the rays before them.
+template <bool MayBeParallel, class Fields, bool Select = false>
 bool Walk(const Fields& fields, const Ray& ray, double tNear, double tFar, SWRayIntersectionResult& result) {
   using Node = typename Fields::Node;
   typename Fields::Stack stack;
@@ -316,21 +358,25 @@ bool Walk(const Fields& fields, const Ray& ray, double tNear, double tFar, SWRay
       } else {
         const double t = (split - origin) * ray.inverse[axis];
         const bool lowerFirst = split >= origin;
-        const Node* lower = fields.Lower(node, word);
-        const Node* upper = fields.Upper(node, word);
-        const Node* nearChild = lowerFirst ? lower : upper;
-        const Node* farChild = lowerFirst ? upper : lower;
-        if (tNear > t && t > 0.0) {
-          node = farChild;
-        } else if (t > tFar || 0.0 > t) {
-          node = nearChild;
+        if constexpr (Select) {
+          node = SelectStep(fields, node, word, t, lowerFirst, tNear, tFar, stack);
         } else {
-          // The far child waits until the near side's subtree is walked:
-          // time enough for its line to arrive, if it is not in the cache.
-          __builtin_prefetch(farChild);
-          stack.Push({farChild, t, tFar});
-          node = nearChild;
-          tFar = t;
+          const Node* lower = fields.Lower(node, word);
+          const Node* upper = fields.Upper(node, word);
+          const Node* nearChild = lowerFirst ? lower : upper;
+          const Node* farChild = lowerFirst ? upper : lower;
+          if (tNear > t && t > 0.0) {
+            node = farChild;
+          } else if (t > tFar || 0.0 > t) {
+            node = nearChild;
+          } else {
+            // The far child waits until the near side's subtree is walked:
+            // time enough for its line to arrive, if it is not in the cache.
+            __builtin_prefetch(farChild);
+            stack.Push({farChild, t, tFar});
+            node = nearChild;
+            tFar = t;
+          }
         }
       }
       fields.CheckDepth(stack.Size(), __LINE__);
@@ -344,6 +390,43 @@ bool Walk(const Fields& fields, const Ray& ray, double tNear, double tFar, SWRay
     tNear = next.tNear;
     tFar = next.tFar;
   }
+}
+
+// Where the last few rays that took the layout's walk on this thread
+// started, the latest first. A ray that starts near one of them (a camera's
+// rays, the shadow and bounce rays of neighbouring pixels' hits, however a
+// renderer interleaves them) follows rays before it closely enough for the
+// processor to guess its node steps; any other ray takes the steps by
+// masks. Both walks give the same hit, so the choice changes no result.
+// Initial-exec: a few bytes of the static TLS block, reached without a call.
+struct Point {
+  double at[3];
+};
+struct RecentOrigins {
+  static constexpr size_t Count = 4;
+  Point origin[Count];
+};
+[[gnu::tls_model("initial-exec")]] thread_local RecentOrigins recent;
+
+inline bool Near(const double (&a)[3], const Point& b, double reach) {
+  return (std::fabs(a[0] - b.at[0]) <= reach) & (std::fabs(a[1] - b.at[1]) <= reach) &
+         (std::fabs(a[2] - b.at[2]) <= reach);
+}
+
+// Whether the ray starts near a recent origin; its origin becomes the latest.
+bool FollowsRecentRays(const Ray& ray, double reach) {
+  RecentOrigins& seen = recent;
+  size_t found = 0;
+  while (found < RecentOrigins::Count && !Near(ray.origin, seen.origin[found], reach)) ++found;
+  const bool near = found < RecentOrigins::Count;
+  // Written out: as a loop, GCC makes it a call to memmove.
+  static_assert(RecentOrigins::Count == 4);
+  const size_t moved = near ? found : RecentOrigins::Count - 1;
+  if (moved >= 3) seen.origin[3] = seen.origin[2];
+  if (moved >= 2) seen.origin[2] = seen.origin[1];
+  if (moved >= 1) seen.origin[1] = seen.origin[0];
+  seen.origin[0] = {{ray.origin[0], ray.origin[1], ray.origin[2]}};
+  return near;
 }
 
 // Clips the ray to the tree's box, from the interval [nearT, farT]; false on
@@ -402,7 +485,9 @@ bool KDTree::Intersect(const SCENE_VERTEX_XYZ_64& origin, const SCENE_VERTEX_XYZ
     const WalkFields fields(walkLayout, *this);
     const bool mayBeParallel = Parallel(ray, 0) || Parallel(ray, 1) || Parallel(ray, 2);
     if (mayBeParallel) return Walk<true>(fields, ray, tNear, tFar, result);
-    return Walk<false>(fields, ray, tNear, tFar, result);
+    if (!(walkLayout.nearOrigin > 0.0) || FollowsRecentRays(ray, walkLayout.nearOrigin))
+      return Walk<false>(fields, ray, tNear, tFar, result);
+    return Walk<false, WalkFields, true>(fields, ray, tNear, tFar, result);
   } catch (...) {
     // A tree that is not sound, or a stack that cannot grow: the ray counts
     // as a miss and the worker goes on.
