@@ -4,6 +4,7 @@
 
 #include <bit>
 #include <cmath>
+#include <cstring>
 #include <limits>
 #include <vector>
 
@@ -251,6 +252,11 @@ class WalkFields {
   const KDWalkNode* Root() const { return nodes; }
   const KDWalkNode* Lower(const KDWalkNode* node, uint32_t) const { return node + 1; }
   const KDWalkNode* Upper(const KDWalkNode*, uint32_t word) const { return nodes + (word >> 2); }
+  // The one of the children `a` and `b` that is not `child`.
+  static const KDWalkNode* Other(const KDWalkNode* a, const KDWalkNode* b, const KDWalkNode* child) {
+    return reinterpret_cast<const KDWalkNode*>(
+        reinterpret_cast<uintptr_t>(a) ^ reinterpret_cast<uintptr_t>(b) ^ reinterpret_cast<uintptr_t>(child));
+  }
   bool Leaf(const KDWalkNode& leaf, const ProjectedRay& ray, SWRayIntersectionResult& result) const {
     double nearest = result.distance;
     if (leaf.splitOrCount & KDWalkNode::InlineLeaf) {
@@ -293,46 +299,116 @@ class WalkFields {
   const uint32_t* entries;
 };
 
-// `a` if `pick` is not 0, else `b`, by a conditional move: GCC turns a ?:
-// of this kind into a jump when it guesses the jump predictable.
-template <class T>
-inline T* Pick(uint32_t pick, T* a, T* b) {
-  asm("test %[pick], %[pick]\n\tcmovne %[a], %[b]" : [b] "+r"(b) : [a] "r"(a), [pick] "r"(pick) : "cc");
-  return b;
+// After a leaf: false when the walk is over, else the newest waiting node
+// and its interval. Nothing that a later node holds can be nearer than
+// `nearest` once tFar reaches it.
+template <class Stack, class Node>
+inline bool Resume(Stack& stack, double nearest, const Node*& node, double& tNear, double& tFar) {
+  if (tFar >= nearest || stack.Empty()) return false;
+  const auto& next = stack.Pop();
+  node = next.node;
+  tNear = next.tNear;
+  tFar = next.tFar;
+  return true;
 }
 
-// One node step of a ray with no parallel axis, without a jump on t: the
-// same three outcomes as the walk's cascade (far side only, near side only,
-// both) and the same values, chosen by masks. A ray whose steps the
-// processor cannot predict waits here for t instead of paying a wrong
-// guess; a coherent ray loses by it, as a guessed jump starts the next
-// node's load before t is known.
-template <class Fields, class Node, class Stack>
-inline const Node* SelectStep(const Fields& fields, const Node* node, uint32_t word, double t,
-                              bool lowerFirst, double tNear, double& tFar, Stack& stack) {
-  const Node* lower = fields.Lower(node, word);
-  const Node* upper = fields.Upper(node, word);
-  __builtin_prefetch(upper);
-  const Node* nearChild = Pick(lowerFirst, lower, upper);
-  const Node* farChild = Pick(lowerFirst, upper, lower);
-  // Bit 0: tNear > t, bit 1: t > 0.0; then bit 0: t > tFar, bit 1: 0.0 > t.
-  // A NaN sets no bit, and pushes, as in the cascade.
-  const int before = _mm_movemask_pd(_mm_cmpgt_pd(_mm_set_pd(t, tNear), _mm_set_pd(0.0, t)));
-  const int beyond = _mm_movemask_pd(_mm_cmpgt_pd(_mm_set_pd(0.0, t), _mm_set_pd(t, tFar)));
-  const uint32_t far = before == 3;
-  const uint32_t both = !far & (beyond == 0);
-  stack.PushIf({farChild, t, tFar}, both);
-  const uint64_t keep = uint64_t(both) - 1;
-  tFar = std::bit_cast<double>((std::bit_cast<uint64_t>(tFar) & keep) | (std::bit_cast<uint64_t>(t) & ~keep));
-  return Pick(far, farChild, nearChild);
+// `a` if `pick` is not 0, else `b`, by a conditional move: GCC turns a ?:
+// of this kind into a jump when it guesses the jump predictable. Two
+// pairs on one test.
+template <class T, class U>
+inline void PickBoth(uint32_t pick, T a, T& b, U c, U& d) {
+  asm("test %[pick], %[pick]\n\tcmovne %[a], %[b]\n\tcmovne %[c], %[d]"
+      : [b] "+r"(b), [d] "+r"(d)
+      : [a] "r"(a), [c] "r"(c), [pick] "r"(pick)
+      : "cc");
+}
+
+// A node's two words as one, childAndAxis in the low half.
+inline uint64_t Word(const KDWalkNode* node) {
+  uint64_t word;
+  std::memcpy(&word, node, sizeof word);
+  return word;
+}
+
+// The three outcomes of a node step of a ray with no parallel axis, as the
+// walk's cascade decides them (far side only, near side only, both), from
+// masks in the low lanes of SSE registers, without a jump; written out
+// because the intrinsics of single lanes made GCC zero and shuffle the
+// upper lanes at every step. Bit 0 of the answer: the next node is the
+// lower child; bit 1: only one child is walked. `end` becomes t when both
+// are. A NaN t sets neither outcome's mask, and pushes, as in the cascade.
+// The near child is the lower one when split >= origin, and the far-only
+// outcome turns that round.
+inline uint32_t StepMasks(double t, double tNear, double& end, double split, double origin) {
+  double farOnly, single, scratch, zero, toLower = origin;
+  uint32_t bits;
+  asm("xorpd %[zero], %[zero]\n\t"
+      "movapd %[t], %[farOnly]\n\t"
+      "cmpltsd %[tNear], %[farOnly]\n\t"  // t < tNear
+      "movapd %[zero], %[scratch]\n\t"
+      "cmpltsd %[t], %[scratch]\n\t"  // 0 < t
+      "andpd %[scratch], %[farOnly]\n\t"
+      "movapd %[end], %[single]\n\t"
+      "cmpltsd %[t], %[single]\n\t"  // tFar < t
+      "movapd %[t], %[scratch]\n\t"
+      "cmpltsd %[zero], %[scratch]\n\t"  // t < 0
+      "orpd %[scratch], %[single]\n\t"
+      "orpd %[farOnly], %[single]\n\t"
+      "cmplesd %[split], %[toLower]\n\t"  // origin <= split
+      "xorpd %[farOnly], %[toLower]\n\t"
+      "unpcklpd %[single], %[toLower]\n\t"
+      "movmskpd %[toLower], %[bits]\n\t"
+      "andpd %[single], %[end]\n\t"
+      "andnpd %[t], %[single]\n\t"
+      "orpd %[single], %[end]"
+      : [bits] "=r"(bits), [farOnly] "=&x"(farOnly), [single] "=&x"(single), [scratch] "=&x"(scratch),
+        [zero] "=&x"(zero), [toLower] "+&x"(toLower), [end] "+&x"(end)
+      : [t] "x"(t), [tNear] "x"(tNear), [split] "x"(split));
+  return bits;
+}
+
+// The walk over the layout for a ray with no parallel axis whose node steps
+// the processor cannot guess: the same steps, values and triangle tests as
+// Walk, so the same hit, with each step chosen by StepMasks instead of
+// jumps. A coherent ray loses by it, as a guessed jump starts the next
+// node's load before t is known; here both children's words are loaded
+// while t is computed, and the step picks the word along with the node, so
+// that no load waits on the choice.
+bool WalkByMasks(const WalkFields& fields, const Ray& ray, double tNear, double tFar,
+                 SWRayIntersectionResult& result) {
+  WalkFields::Stack stack;
+  const ProjectedRay projected(ray);
+  bool hit = false;
+  const KDWalkNode* node = fields.Root();
+  uint64_t word = Word(node);
+  for (;;) {
+    while ((word & 3) != 3) {
+      const KDWalkNode* lower = fields.Lower(node, uint32_t(word));
+      const KDWalkNode* upper = fields.Upper(node, uint32_t(word));
+      const uint64_t lowerWord = Word(lower), upperWord = Word(upper);
+      const uint32_t axis = word & 3;
+      const double split = std::bit_cast<float>(uint32_t(word >> 32));
+      const double origin = ray.origin[axis];
+      const double t = (split - origin) * ray.inverse[axis];
+      double end = tFar;
+      const uint32_t bits = StepMasks(t, tNear, end, split, origin);
+      node = upper;
+      word = upperWord;
+      PickBoth(bits & 1, lower, node, lowerWord, word);
+      stack.PushIf({fields.Other(lower, upper, node), t, tFar}, (bits >> 1) ^ 1);
+      tFar = end;
+    }
+    if (fields.Leaf(*node, projected, result)) hit = true;
+    if (!Resume(stack, result.distance, node, tNear, tFar)) return hit;
+    word = Word(node);
+  }
 }
 
 // The walk from the root, front to back. tNear and tFar stay in registers:
 // nothing outside this function sees them.
 // `MayBeParallel` false: no axis of the ray is parallel to the planes, so
-// the walk leaves out that test at every node. `Select`: node steps by
-// SelectStep, for rays that do not follow the rays before them.
-template <bool MayBeParallel, class Fields, bool Select = false>
+// the walk leaves out that test at every node.
+template <bool MayBeParallel, class Fields>
 bool Walk(const Fields& fields, const Ray& ray, double tNear, double tFar, SWRayIntersectionResult& result) {
   using Node = typename Fields::Node;
   typename Fields::Stack stack;
@@ -358,37 +434,27 @@ bool Walk(const Fields& fields, const Ray& ray, double tNear, double tFar, SWRay
       } else {
         const double t = (split - origin) * ray.inverse[axis];
         const bool lowerFirst = split >= origin;
-        if constexpr (Select) {
-          node = SelectStep(fields, node, word, t, lowerFirst, tNear, tFar, stack);
+        const Node* lower = fields.Lower(node, word);
+        const Node* upper = fields.Upper(node, word);
+        const Node* nearChild = lowerFirst ? lower : upper;
+        const Node* farChild = lowerFirst ? upper : lower;
+        if (tNear > t && t > 0.0) {
+          node = farChild;
+        } else if (t > tFar || 0.0 > t) {
+          node = nearChild;
         } else {
-          const Node* lower = fields.Lower(node, word);
-          const Node* upper = fields.Upper(node, word);
-          const Node* nearChild = lowerFirst ? lower : upper;
-          const Node* farChild = lowerFirst ? upper : lower;
-          if (tNear > t && t > 0.0) {
-            node = farChild;
-          } else if (t > tFar || 0.0 > t) {
-            node = nearChild;
-          } else {
-            // The far child waits until the near side's subtree is walked:
-            // time enough for its line to arrive, if it is not in the cache.
-            __builtin_prefetch(farChild);
-            stack.Push({farChild, t, tFar});
-            node = nearChild;
-            tFar = t;
-          }
+          // The far child waits until the near side's subtree is walked:
+          // time enough for its line to arrive, if it is not in the cache.
+          __builtin_prefetch(farChild);
+          stack.Push({farChild, t, tFar});
+          node = nearChild;
+          tFar = t;
         }
       }
       fields.CheckDepth(stack.Size(), __LINE__);
     }
     if (fields.Leaf(*node, projected, result)) hit = true;
-    // Nothing that a later node holds can be nearer than this.
-    if (tFar >= result.distance) return hit;
-    if (stack.Empty()) return hit;
-    const KDStackEntry<Node>& next = stack.Pop();
-    node = next.node;
-    tNear = next.tNear;
-    tFar = next.tFar;
+    if (!Resume(stack, result.distance, node, tNear, tFar)) return hit;
   }
 }
 
@@ -487,7 +553,7 @@ bool KDTree::Intersect(const SCENE_VERTEX_XYZ_64& origin, const SCENE_VERTEX_XYZ
     if (mayBeParallel) return Walk<true>(fields, ray, tNear, tFar, result);
     if (!(walkLayout.nearOrigin > 0.0) || FollowsRecentRays(ray, walkLayout.nearOrigin))
       return Walk<false>(fields, ray, tNear, tFar, result);
-    return Walk<false, WalkFields, true>(fields, ray, tNear, tFar, result);
+    return WalkByMasks(fields, ray, tNear, tFar, result);
   } catch (...) {
     // A tree that is not sound, or a stack that cannot grow: the ray counts
     // as a miss and the worker goes on.
