@@ -166,8 +166,11 @@ struct ProjectedRay {
 
 // The projected test of one triangle against the hits so far; `k` is its
 // dominant axis, already known to be 0, 1 or 2. Shared by both layouts so
-// that both compute every hit from the same expressions.
-template <class Triangle>
+// that both compute every hit from the same expressions. `OneJump`: every
+// value is computed whatever the tests find, and the tests are joined
+// before a single jump, which is mostly "no hit"; for rays that do not
+// follow the rays before them, whose tests the processor cannot guess.
+template <bool OneJump = false, class Triangle>
 inline bool TestTriangle(const Triangle& tri, uint32_t k, uint32_t instanceIndex, const ProjectedRay& ray,
                          double& nearest, SWRayIntersectionResult& result) {
   const double* row = ray.axes[k];
@@ -183,14 +186,21 @@ inline bool TestTriangle(const Triangle& tri, uint32_t k, uint32_t instanceIndex
   // and a parallel ray (x / 0) are misses too. The comparisons of each test
   // are made side by side in one register and joined before one jump, which
   // random triangles cannot predict, instead of one jump for each.
-  if (!SameSideOfZero(numerator, denominator)) return false;
+  const bool sameSide = SameSideOfZero(numerator, denominator);
+  if (!OneJump && !sameSide) return false;
   const double t = numerator * (1.0 / denominator);
-  if (!BothAtMost(t, nearest, Nearest, t)) return false;
+  const bool inReach = BothAtMost(t, nearest, Nearest, t);
+  if (!OneJump && !inReach) return false;
   const double hu = ou + t * du - tri.vertexU;
   const double hv = ov + t * dv - tri.vertexV;
   const double weightB = hv * tri.edge1U + hu * tri.edge1NegV;
   const double weightC = hu * tri.edge2V + hv * tri.edge2NegU;
-  if (!((weightB >= 0.0) & (weightC >= 0.0) & (weightB + weightC <= 1.0))) return false;
+  const bool inside = (weightB >= 0.0) & (weightC >= 0.0) & (weightB + weightC <= 1.0);
+  if constexpr (OneJump) {
+    if (!(inside & sameSide & inReach)) return false;
+  } else if (!inside) {
+    return false;
+  }
   nearest = t;
   result.distance = t;
   result.weightB = weightB;
@@ -257,6 +267,7 @@ class WalkFields {
     return reinterpret_cast<const KDWalkNode*>(
         reinterpret_cast<uintptr_t>(a) ^ reinterpret_cast<uintptr_t>(b) ^ reinterpret_cast<uintptr_t>(child));
   }
+  template <bool OneJump = false>
   bool Leaf(const KDWalkNode& leaf, const ProjectedRay& ray, SWRayIntersectionResult& result) const {
     double nearest = result.distance;
     if (leaf.splitOrCount & KDWalkNode::InlineLeaf) {
@@ -264,10 +275,10 @@ class WalkFields {
       // the stack would store them and read them back.
       const SWTriangle* first = Prefetched(leaf.childAndAxis >> 2);
       const uint32_t second = leaf.splitOrCount & KDWalkNode::NoSecond;
-      if (second == KDWalkNode::NoSecond) return Test(*first, ray, nearest, result);
+      if (second == KDWalkNode::NoSecond) return Test<OneJump>(*first, ray, nearest, result);
       const SWTriangle* other = Prefetched(second);
-      const bool improved = Test(*first, ray, nearest, result);
-      return Test(*other, ray, nearest, result) || improved;
+      const bool improved = Test<OneJump>(*first, ray, nearest, result);
+      return Test<OneJump>(*other, ray, nearest, result) || improved;
     }
     const uint32_t* entry = entries + (leaf.childAndAxis >> 2);
     const uint32_t* const end = entry + leaf.splitOrCount;
@@ -277,7 +288,7 @@ class WalkFields {
     for (const uint32_t* next = entry; next != end; ++next) Prefetched(*next);
     bool improved = false;
     for (; entry != end; ++entry)
-      if (Test(triangles[*entry], ray, nearest, result)) improved = true;
+      if (Test<OneJump>(triangles[*entry], ray, nearest, result)) improved = true;
     return improved;
   }
   void CheckDepth(size_t, int) const {}
@@ -289,9 +300,10 @@ class WalkFields {
     __builtin_prefetch(record + sizeof(SWTriangle) - 1);
     return triangles + number;
   }
+  template <bool OneJump>
   static bool Test(const SWTriangle& tri, const ProjectedRay& ray, double& nearest,
                    SWRayIntersectionResult& result) {
-    return TestTriangle(tri, tri.dominantAxis, tri.instanceIndex, ray, nearest, result);
+    return TestTriangle<OneJump>(tri, tri.dominantAxis, tri.instanceIndex, ray, nearest, result);
   }
 
   const KDWalkNode* nodes;
@@ -398,7 +410,7 @@ bool WalkByMasks(const WalkFields& fields, const Ray& ray, double tNear, double 
       stack.PushIf({fields.Other(lower, upper, node), t, tFar}, (bits >> 1) ^ 1);
       tFar = end;
     }
-    if (fields.Leaf(*node, projected, result)) hit = true;
+    if (fields.Leaf<true>(*node, projected, result)) hit = true;
     if (!Resume(stack, result.distance, node, tNear, tFar)) return hit;
     word = Word(node);
   }
