@@ -4,6 +4,7 @@
 
 #include <bit>
 #include <cmath>
+#include <cstring>
 #include <limits>
 #include <vector>
 
@@ -93,6 +94,13 @@ class BoundedStack {
   size_t Size() const { return count; }
   bool Empty() const { return count == 0; }
   void Push(const KDStackEntry& entry) { entries[count++] = entry; }
+  // Writes the entry above the top and keeps it only when `keep` is 1: no
+  // jump. The slot is there: a node at depth d has at most d entries
+  // waiting, and inner nodes lie fewer than MaxDepth levels deep.
+  void PushIf(const KDStackEntry& entry, uint32_t keep) {
+    entries[count] = entry;
+    count += keep;
+  }
   // A reference, read field by field: a copy of the entry went through a
   // second stack slot whose wider reads the stores could not forward.
   const KDStackEntry& Pop() { return entries[--count]; }
@@ -158,8 +166,11 @@ struct ProjectedRay {
 
 // The projected test of one triangle against the hits so far; `k` is its
 // dominant axis, already known to be 0, 1 or 2. Shared by both layouts so
-// that both compute every hit from the same expressions.
-template <class Triangle>
+// that both compute every hit from the same expressions. `OneJump`: every
+// value is computed whatever the tests find, and the tests are joined
+// before a single jump, which is mostly "no hit"; for rays that do not
+// follow the rays before them, whose tests the processor cannot guess.
+template <bool OneJump = false, class Triangle>
 inline bool TestTriangle(const Triangle& tri, uint32_t k, uint32_t instanceIndex, const ProjectedRay& ray,
                          double& nearest, SWRayIntersectionResult& result) {
   const double* row = ray.axes[k];
@@ -175,14 +186,21 @@ inline bool TestTriangle(const Triangle& tri, uint32_t k, uint32_t instanceIndex
   // and a parallel ray (x / 0) are misses too. The comparisons of each test
   // are made side by side in one register and joined before one jump, which
   // random triangles cannot predict, instead of one jump for each.
-  if (!SameSideOfZero(numerator, denominator)) return false;
+  const bool sameSide = SameSideOfZero(numerator, denominator);
+  if (!OneJump && !sameSide) return false;
   const double t = numerator * (1.0 / denominator);
-  if (!BothAtMost(t, nearest, Nearest, t)) return false;
+  const bool inReach = BothAtMost(t, nearest, Nearest, t);
+  if (!OneJump && !inReach) return false;
   const double hu = ou + t * du - tri.vertexU;
   const double hv = ov + t * dv - tri.vertexV;
   const double weightB = hv * tri.edge1U + hu * tri.edge1NegV;
   const double weightC = hu * tri.edge2V + hv * tri.edge2NegU;
-  if (!((weightB >= 0.0) & (weightC >= 0.0) & (weightB + weightC <= 1.0))) return false;
+  const bool inside = (weightB >= 0.0) & (weightC >= 0.0) & (weightB + weightC <= 1.0);
+  if constexpr (OneJump) {
+    if (!(inside & sameSide & inReach)) return false;
+  } else if (!inside) {
+    return false;
+  }
   nearest = t;
   result.distance = t;
   result.weightB = weightB;
@@ -244,6 +262,12 @@ class WalkFields {
   const KDWalkNode* Root() const { return nodes; }
   const KDWalkNode* Lower(const KDWalkNode* node, uint32_t) const { return node + 1; }
   const KDWalkNode* Upper(const KDWalkNode*, uint32_t word) const { return nodes + (word >> 2); }
+  // The one of the children `a` and `b` that is not `child`.
+  static const KDWalkNode* Other(const KDWalkNode* a, const KDWalkNode* b, const KDWalkNode* child) {
+    return reinterpret_cast<const KDWalkNode*>(
+        reinterpret_cast<uintptr_t>(a) ^ reinterpret_cast<uintptr_t>(b) ^ reinterpret_cast<uintptr_t>(child));
+  }
+  template <bool OneJump = false>
   bool Leaf(const KDWalkNode& leaf, const ProjectedRay& ray, SWRayIntersectionResult& result) const {
     double nearest = result.distance;
     if (leaf.splitOrCount & KDWalkNode::InlineLeaf) {
@@ -251,10 +275,10 @@ class WalkFields {
       // the stack would store them and read them back.
       const SWTriangle* first = Prefetched(leaf.childAndAxis >> 2);
       const uint32_t second = leaf.splitOrCount & KDWalkNode::NoSecond;
-      if (second == KDWalkNode::NoSecond) return Test(*first, ray, nearest, result);
+      if (second == KDWalkNode::NoSecond) return Test<OneJump>(*first, ray, nearest, result);
       const SWTriangle* other = Prefetched(second);
-      const bool improved = Test(*first, ray, nearest, result);
-      return Test(*other, ray, nearest, result) || improved;
+      const bool improved = Test<OneJump>(*first, ray, nearest, result);
+      return Test<OneJump>(*other, ray, nearest, result) || improved;
     }
     const uint32_t* entry = entries + (leaf.childAndAxis >> 2);
     const uint32_t* const end = entry + leaf.splitOrCount;
@@ -264,7 +288,7 @@ class WalkFields {
     for (const uint32_t* next = entry; next != end; ++next) Prefetched(*next);
     bool improved = false;
     for (; entry != end; ++entry)
-      if (Test(triangles[*entry], ray, nearest, result)) improved = true;
+      if (Test<OneJump>(triangles[*entry], ray, nearest, result)) improved = true;
     return improved;
   }
   void CheckDepth(size_t, int) const {}
@@ -276,15 +300,121 @@ class WalkFields {
     __builtin_prefetch(record + sizeof(SWTriangle) - 1);
     return triangles + number;
   }
+  template <bool OneJump>
   static bool Test(const SWTriangle& tri, const ProjectedRay& ray, double& nearest,
                    SWRayIntersectionResult& result) {
-    return TestTriangle(tri, tri.dominantAxis, tri.instanceIndex, ray, nearest, result);
+    return TestTriangle<OneJump>(tri, tri.dominantAxis, tri.instanceIndex, ray, nearest, result);
   }
 
   const KDWalkNode* nodes;
   const SWTriangle* triangles;
   const uint32_t* entries;
 };
+
+// After a leaf: false when the walk is over, else the newest waiting node
+// and its interval. Nothing that a later node holds can be nearer than
+// `nearest` once tFar reaches it.
+template <class Stack, class Node>
+inline bool Resume(Stack& stack, double nearest, const Node*& node, double& tNear, double& tFar) {
+  if (tFar >= nearest || stack.Empty()) return false;
+  const auto& next = stack.Pop();
+  node = next.node;
+  tNear = next.tNear;
+  tFar = next.tFar;
+  return true;
+}
+
+// `a` if `pick` is not 0, else `b`, by a conditional move: GCC turns a ?:
+// of this kind into a jump when it guesses the jump predictable. Two
+// pairs on one test.
+template <class T, class U>
+inline void PickBoth(uint32_t pick, T a, T& b, U c, U& d) {
+  asm("test %[pick], %[pick]\n\tcmovne %[a], %[b]\n\tcmovne %[c], %[d]"
+      : [b] "+r"(b), [d] "+r"(d)
+      : [a] "r"(a), [c] "r"(c), [pick] "r"(pick)
+      : "cc");
+}
+
+// A node's two words as one, childAndAxis in the low half.
+inline uint64_t Word(const KDWalkNode* node) {
+  uint64_t word;
+  std::memcpy(&word, node, sizeof word);
+  return word;
+}
+
+// The three outcomes of a node step of a ray with no parallel axis, as the
+// walk's cascade decides them (far side only, near side only, both), from
+// masks in the low lanes of SSE registers, without a jump; written out
+// because the intrinsics of single lanes made GCC zero and shuffle the
+// upper lanes at every step. Bit 0 of the answer: the next node is the
+// lower child; bit 1: only one child is walked. `end` becomes t when both
+// are. A NaN t sets neither outcome's mask, and pushes, as in the cascade.
+// The near child is the lower one when split >= origin, and the far-only
+// outcome turns that round.
+inline uint32_t StepMasks(double t, double tNear, double& end, double split, double origin) {
+  double farOnly, single, scratch, zero, toLower = origin;
+  uint32_t bits;
+  asm("xorpd %[zero], %[zero]\n\t"
+      "movapd %[t], %[farOnly]\n\t"
+      "cmpltsd %[tNear], %[farOnly]\n\t"  // t < tNear
+      "movapd %[zero], %[scratch]\n\t"
+      "cmpltsd %[t], %[scratch]\n\t"  // 0 < t
+      "andpd %[scratch], %[farOnly]\n\t"
+      "movapd %[end], %[single]\n\t"
+      "cmpltsd %[t], %[single]\n\t"  // tFar < t
+      "movapd %[t], %[scratch]\n\t"
+      "cmpltsd %[zero], %[scratch]\n\t"  // t < 0
+      "orpd %[scratch], %[single]\n\t"
+      "orpd %[farOnly], %[single]\n\t"
+      "cmplesd %[split], %[toLower]\n\t"  // origin <= split
+      "xorpd %[farOnly], %[toLower]\n\t"
+      "unpcklpd %[single], %[toLower]\n\t"
+      "movmskpd %[toLower], %[bits]\n\t"
+      "andpd %[single], %[end]\n\t"
+      "andnpd %[t], %[single]\n\t"
+      "orpd %[single], %[end]"
+      : [bits] "=r"(bits), [farOnly] "=&x"(farOnly), [single] "=&x"(single), [scratch] "=&x"(scratch),
+        [zero] "=&x"(zero), [toLower] "+&x"(toLower), [end] "+&x"(end)
+      : [t] "x"(t), [tNear] "x"(tNear), [split] "x"(split));
+  return bits;
+}
+
+// The walk over the layout for a ray with no parallel axis whose node steps
+// the processor cannot guess: the same steps, values and triangle tests as
+// Walk, so the same hit, with each step chosen by StepMasks instead of
+// jumps. A coherent ray loses by it, as a guessed jump starts the next
+// node's load before t is known; here both children's words are loaded
+// while t is computed, and the step picks the word along with the node, so
+// that no load waits on the choice.
+bool WalkByMasks(const WalkFields& fields, const Ray& ray, double tNear, double tFar,
+                 SWRayIntersectionResult& result) {
+  WalkFields::Stack stack;
+  const ProjectedRay projected(ray);
+  bool hit = false;
+  const KDWalkNode* node = fields.Root();
+  uint64_t word = Word(node);
+  for (;;) {
+    while ((word & 3) != 3) {
+      const KDWalkNode* lower = fields.Lower(node, uint32_t(word));
+      const KDWalkNode* upper = fields.Upper(node, uint32_t(word));
+      const uint64_t lowerWord = Word(lower), upperWord = Word(upper);
+      const uint32_t axis = word & 3;
+      const double split = std::bit_cast<float>(uint32_t(word >> 32));
+      const double origin = ray.origin[axis];
+      const double t = (split - origin) * ray.inverse[axis];
+      double end = tFar;
+      const uint32_t bits = StepMasks(t, tNear, end, split, origin);
+      node = upper;
+      word = upperWord;
+      PickBoth(bits & 1, lower, node, lowerWord, word);
+      stack.PushIf({fields.Other(lower, upper, node), t, tFar}, (bits >> 1) ^ 1);
+      tFar = end;
+    }
+    if (fields.Leaf<true>(*node, projected, result)) hit = true;
+    if (!Resume(stack, result.distance, node, tNear, tFar)) return hit;
+    word = Word(node);
+  }
+}
 
 // The walk from the root, front to back. tNear and tFar stay in registers:
 // nothing outside this function sees them.
@@ -336,14 +466,45 @@ bool Walk(const Fields& fields, const Ray& ray, double tNear, double tFar, SWRay
       fields.CheckDepth(stack.Size(), __LINE__);
     }
     if (fields.Leaf(*node, projected, result)) hit = true;
-    // Nothing that a later node holds can be nearer than this.
-    if (tFar >= result.distance) return hit;
-    if (stack.Empty()) return hit;
-    const KDStackEntry<Node>& next = stack.Pop();
-    node = next.node;
-    tNear = next.tNear;
-    tFar = next.tFar;
+    if (!Resume(stack, result.distance, node, tNear, tFar)) return hit;
   }
+}
+
+// Where the last few rays that took the layout's walk on this thread
+// started, the latest first. A ray that starts near one of them (a camera's
+// rays, the shadow and bounce rays of neighbouring pixels' hits, however a
+// renderer interleaves them) follows rays before it closely enough for the
+// processor to guess its node steps; any other ray takes the steps by
+// masks. Both walks give the same hit, so the choice changes no result.
+// Initial-exec: a few bytes of the static TLS block, reached without a call.
+struct Point {
+  double at[3];
+};
+struct RecentOrigins {
+  static constexpr size_t Count = 4;
+  Point origin[Count];
+};
+[[gnu::tls_model("initial-exec")]] thread_local RecentOrigins recent;
+
+inline bool Near(const double (&a)[3], const Point& b, double reach) {
+  return (std::fabs(a[0] - b.at[0]) <= reach) & (std::fabs(a[1] - b.at[1]) <= reach) &
+         (std::fabs(a[2] - b.at[2]) <= reach);
+}
+
+// Whether the ray starts near a recent origin; its origin becomes the latest.
+bool FollowsRecentRays(const Ray& ray, double reach) {
+  RecentOrigins& seen = recent;
+  size_t found = 0;
+  while (found < RecentOrigins::Count && !Near(ray.origin, seen.origin[found], reach)) ++found;
+  const bool near = found < RecentOrigins::Count;
+  // Written out: as a loop, GCC makes it a call to memmove.
+  static_assert(RecentOrigins::Count == 4);
+  const size_t moved = near ? found : RecentOrigins::Count - 1;
+  if (moved >= 3) seen.origin[3] = seen.origin[2];
+  if (moved >= 2) seen.origin[2] = seen.origin[1];
+  if (moved >= 1) seen.origin[1] = seen.origin[0];
+  seen.origin[0] = {{ray.origin[0], ray.origin[1], ray.origin[2]}};
+  return near;
 }
 
 // Clips the ray to the tree's box, from the interval [nearT, farT]; false on
@@ -402,7 +563,9 @@ bool KDTree::Intersect(const SCENE_VERTEX_XYZ_64& origin, const SCENE_VERTEX_XYZ
     const WalkFields fields(walkLayout, *this);
     const bool mayBeParallel = Parallel(ray, 0) || Parallel(ray, 1) || Parallel(ray, 2);
     if (mayBeParallel) return Walk<true>(fields, ray, tNear, tFar, result);
-    return Walk<false>(fields, ray, tNear, tFar, result);
+    if (!(walkLayout.nearOrigin > 0.0) || FollowsRecentRays(ray, walkLayout.nearOrigin))
+      return Walk<false>(fields, ray, tNear, tFar, result);
+    return WalkByMasks(fields, ray, tNear, tFar, result);
   } catch (...) {
     // A tree that is not sound, or a stack that cannot grow: the ray counts
     // as a miss and the worker goes on.

@@ -57,6 +57,12 @@ class KDWalkLayout {
 
   std::vector<KDWalkNode> nodes;      // element 0 is the root
   std::vector<uint32_t> leafEntries;  // one run per leaf, triangle numbers
+  // Two ray origins closer than this on every axis count as near when the
+  // walk chooses how to take its node steps (by jumps, or by masks for a ray
+  // that starts far from the rays before it): 1/32 of the tree box's
+  // largest side. 0 where every ray takes jumps. It plays no part in any
+  // result.
+  double nearOrigin = 0.0;
 
  private:
   const void* sourceNodes = nullptr;

@@ -133,10 +133,15 @@ class GroundTruth {
     while (compared < ComparedRays) {
       const int kind = (compared + onPlanes) % 6;
       const TestRay ray = MakeRay(random, kind);
-      SWRayIntersectionResult a{}, b{};
+      // The layout's walk takes its node steps by masks for a ray from a new
+      // origin and by jumps for one from the origin before: each must give
+      // what the tree's own walk gives.
+      SWRayIntersectionResult a{}, again{}, b{};
       const bool hitA = laid.Intersect(ray.origin, ray.direction, ray.inverse, a);
+      const bool hitAgain = laid.Intersect(ray.origin, ray.direction, ray.inverse, again);
       const bool hitB = fields.Intersect(ray.origin, ray.direction, ray.inverse, b);
       walksApart += hitA != hitB || std::memcmp(&a, &b, sizeof a) != 0;
+      walksApart += hitAgain != hitB || std::memcmp(&again, &b, sizeof a) != 0;
       SWRayIntersectionResult tree{}, every{};
       const bool hit = engine->IntersectSWGeometry(ray.origin, ray.direction, ray.inverse, tree);
       const bool everyHit = EveryTriangle(ray, every);
