@@ -189,7 +189,8 @@ struct KDBuildJob {
   const SWMeshTable* meshTable = nullptr;
   uint32_t maxDepth = 0;
   uint32_t* jobCount = nullptr;
-  uint32_t* jobsFinished = nullptr;  // under buildLock, like jobCount
+  uint32_t* jobsFinished = nullptr;     // under buildLock, like jobCount
+  const bool* recordsFilled = nullptr;  // under buildLock
   platform::CriticalSection* buildLock = nullptr;
   KDTree* tree = nullptr;
   bool (*shouldAbort)(void*) = nullptr;

@@ -143,15 +143,17 @@ class RootRecords {
     tree.triangles.assign(total, SWTriangle{});
   }
   // Fills pieces until every piece that begins before `upTo` is taken, or
-  // an abort comes.
-  void Fill(AbortPoll& abort, size_t upTo = SIZE_MAX) {
+  // an abort comes; false on an abort.
+  bool Fill(AbortPoll& abort, size_t upTo = SIZE_MAX) {
     sized.wait(false, std::memory_order_acquire);
     const size_t total = tree.triangles.size();
     for (size_t begin = next.load(std::memory_order_relaxed); begin < std::min(total, upTo);) {
       if (!next.compare_exchange_weak(begin, begin + TrianglesPerPart, std::memory_order_relaxed)) continue;
-      if (!FillRecords(tree, table, runs, begin, std::min(total, begin + TrianglesPerPart), abort)) return;
+      if (!FillRecords(tree, table, runs, begin, std::min(total, begin + TrianglesPerPart), abort))
+        return false;
       begin = next.load(std::memory_order_relaxed);
     }
+    return !abort.Aborted();
   }
 
  private:
@@ -235,10 +237,11 @@ class RootLeftovers {
  public:
   RootLeftovers(KDTree& tree, const SWMeshTable& table, size_t total)
       : runs(CountInstanceRuns(table, total)), records(tree, table, runs) {}
-  void Finish(AbortPoll& abort) {
+  // True once every record is filled: not after an abort.
+  bool Finish(AbortPoll& abort) {
     decltype(lists)().swap(lists);
     decltype(packedLists)().swap(packedLists);
-    records.Fill(abort);
+    return records.Fill(abort);
   }
   template <typename Event>
   std::vector<KDList<Event>>& Lists() {
@@ -313,6 +316,7 @@ void RunJobs(KDTree& tree, const SWMeshTable& table, std::deque<KDBuildNode>& bu
   platform::CriticalSection buildLock;
   uint32_t jobCount = 1;
   uint32_t jobsFinished = 0;
+  bool recordsFilled = false;
   uint32_t jobsDone = 0;
   KDPolygonMap clipPolygonsA, clipPolygonsB;
   KDTriangleSideMap triangleSides;
@@ -331,6 +335,7 @@ void RunJobs(KDTree& tree, const SWMeshTable& table, std::deque<KDBuildNode>& bu
   job->maxDepth = maxDepth;
   job->jobCount = &jobCount;
   job->jobsFinished = &jobsFinished;
+  job->recordsFilled = &recordsFilled;
   job->buildLock = &buildLock;
   job->tree = &tree;
   job->shouldAbort = shouldAbort;
@@ -340,7 +345,14 @@ void RunJobs(KDTree& tree, const SWMeshTable& table, std::deque<KDBuildNode>& bu
     workQueue.push_back(WorkItem{RT_JOB_KDTREE_BUILD, job});
   }
   wakeSemaphore->Release(1);
-  leftovers.Finish(abort);
+  // The walk's copy reads the records, so a job ends the build only once
+  // they are all filled; a build whose last leaf came sooner is ended by
+  // the driver.
+  const bool filled = leftovers.Finish(abort);
+  {
+    platform::CriticalSectionGuard guard(buildLock);
+    recordsFilled = filled;
+  }
 
   // The count grows before the wakes it counts, and every wake is answered
   // by one post: at least the difference is still to come. The driver

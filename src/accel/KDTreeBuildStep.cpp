@@ -13,7 +13,7 @@ namespace {
 
 bool JobIsComplete(const KDBuildJob& job) {
   return job.buildStack && job.clipPolygonsA && job.clipPolygonsB && job.triangleSides && job.meshTable &&
-         job.jobCount && job.jobsFinished && job.buildLock && job.tree;
+         job.jobCount && job.jobsFinished && job.recordsFilled && job.buildLock && job.tree;
 }
 
 template <typename Map>
@@ -44,14 +44,16 @@ bool PopBuildNode(const KDBuildJob& job, KDBuildNode& node) {
 }
 
 // True for the leaf that ends the build: every job issued has run, and as
-// only a split issues jobs, none will be.
+// only a split issues jobs, none will be; and the records that the walk's
+// copy reads are filled.
 bool MakeLeaf(const KDBuildJob& job, const KDBuildNode& node) {
   KDTree& tree = *job.tree;
   platform::CriticalSectionGuard guard(*job.buildLock);
   const uint32_t first = uint32_t(tree.leafTriangles.size());
   tree.leafTriangles.insert(tree.leafTriangles.end(), node.triangleList.begin(), node.triangleList.end());
   tree.nodes[node.node] = KDNode{first * 4 | 3u, uint32_t(node.triangleList.size())};
-  return ++*job.jobsFinished == std::atomic_ref<uint32_t>(*job.jobCount).load();
+  const bool last = ++*job.jobsFinished == std::atomic_ref<uint32_t>(*job.jobCount).load();
+  return last && *job.recordsFilled;
 }
 
 void SetUpChild(const KDBuildNode& parent, KDBuildNode& child) {
