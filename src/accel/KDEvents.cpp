@@ -123,28 +123,6 @@ void SortEvents(KDList<Event>& events) {
   }
 }
 
-template <typename Event>
-void MergeEventsInParts(const KDList<Event>& older, const KDList<Event>& fresh, size_t parts,
-                        KDList<Event>& out) {
-  out.resize(older.size() + fresh.size());
-  if (older.empty() || parts < 2) parts = 1;
-  // Piece k takes the events of keys up to the key of older's event at
-  // k / parts of its length, from both lists.
-  std::vector<size_t> cutOlder(parts + 1, 0), cutFresh(parts + 1, 0);
-  cutOlder[parts] = older.size();
-  cutFresh[parts] = fresh.size();
-  for (size_t k = 1; k < parts; ++k) {
-    const Event& at = older[older.size() * k / parts];
-    cutOlder[k] = std::upper_bound(older.begin(), older.end(), at, EventOrder()) - older.begin();
-    cutFresh[k] = std::upper_bound(fresh.begin(), fresh.end(), at, EventOrder()) - fresh.begin();
-  }
-  RunParts(parts, [&](size_t k) {
-    // std::merge takes the first range's event on equality: the older one.
-    std::merge(older.begin() + cutOlder[k], older.begin() + cutOlder[k + 1], fresh.begin() + cutFresh[k],
-               fresh.begin() + cutFresh[k + 1], out.begin() + cutOlder[k] + cutFresh[k], EventOrder());
-  });
-}
-
 namespace {
 
 // The sort in parts: one stable pass over the pieces by the key's top 12
@@ -420,7 +398,6 @@ void AddTriangleEvents(KDTree& tree, const SWMeshTable& table, uint32_t triangle
 // Both record types, for the build and its tests.
 #define KD_EVENT_LIST_FUNCTIONS(Event)                                                                       \
   template void SortEvents(KDList<Event>&);                                                                  \
-  template void MergeEventsInParts(const KDList<Event>&, const KDList<Event>&, size_t, KDList<Event>&);      \
   template void SortPiecesInParts(const std::vector<KDEventPiece<Event>>&, std::vector<KDList<Event>>&,      \
                                   KDList<Event>&);                                                           \
   template void AppendBoxEvents(uint32_t, const float[3], const float[3], KDList<Event>&);                   \

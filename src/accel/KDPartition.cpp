@@ -58,11 +58,11 @@ size_t ShareTriangles(const KDBuildNode& parent, const KDSplit& split, std::vect
 // Writes one child's list as the pass over the parent's reaches its events,
 // merging in the sorted fresh events of the triangles it shares. A fresh
 // event goes before the first inherited event that is greater, so on
-// equality the inherited one stays first, as in MergeEventsInParts. The
-// pass hands every parent event to the list, which keeps only its own: a
-// fresh event let out before an event of the other side still lands
-// before the next event of its own, which is no less. So the side decides
-// no branch, only how far the list moves on.
+// equality the inherited one stays first. The pass hands every parent
+// event to the list, which keeps only its own: a fresh event let out before
+// an event of the other side still lands before the next event of its own,
+// which is no less. So the side decides no branch, only how far the list
+// moves on.
 template <typename Event>
 class ChildList {
  public:

@@ -119,15 +119,6 @@ inline size_t KDEventCount(const KDBuildNode& node) {
 // Sorts into list order; equal events keep their order.
 template <typename Event>
 void SortEvents(KDList<Event>& events);
-// Merges the sorted `older` and `fresh` into `out`. A fresh event goes
-// before the first older event that is greater, so on equality the older
-// stays first. The lists are cut by key into `parts` pieces that run on
-// threads of their own; every event of a key goes to one piece, so the cuts
-// change nothing in the order.
-template <typename Event>
-void MergeEventsInParts(const KDList<Event>& older, const KDList<Event>& fresh, size_t parts,
-                        KDList<Event>& out);
-
 // A run of events in a list that is read with others in turn.
 template <typename Event>
 struct KDEventPiece {

@@ -152,23 +152,6 @@ TEST(KDBuildParts, ATriangleWhollyInTheBoxGetsTheClipsRangeSignedZerosIncluded) 
   }
 }
 
-TEST(KDBuildParts, MergeInPiecesKeepsOlderEventsFirstWhereTheCutsFall) {
-  // Older events at 1, 2, 2, 2, 3 (triangles 0-4), fresh ones at 2, 2, 4
-  // (10-12). Cuts fall on the key 2, which has events in both lists.
-  const auto list = [](std::initializer_list<std::pair<float, uint32_t>> items) {
-    KDEventList events;
-    for (const auto& [position, triangle] : items) events.push_back({KD_EVENT_START, position, triangle, 0});
-    return events;
-  };
-  const KDEventList older = list({{1, 0}, {2, 1}, {2, 2}, {2, 3}, {3, 4}});
-  const KDEventList fresh = list({{2, 10}, {2, 11}, {4, 12}});
-  for (const size_t parts : {1u, 2u, 3u, 4u}) {
-    KDEventList merged;
-    MergeEventsInParts(older, fresh, parts, merged);
-    EXPECT_EQ(Triangles(merged), std::vector<uint32_t>({0, 1, 2, 3, 10, 11, 4, 12})) << parts;
-  }
-}
-
 // Positions over many magnitudes and both signs, so that keys fall in many
 // top buckets, with -0 and +0 (one key) among them.
 float PositionNumber(size_t i) {

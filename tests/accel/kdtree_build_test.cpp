@@ -216,7 +216,7 @@ TEST_F(KDBuildFixture, HandWorkedTrees) {
   }
 }
 
-TEST(KDEventLists, SortIsTheStableListOrderAtEverySizeAndMergeKeepsOlderEventsFirst) {
+TEST(KDEventLists, SortIsTheStableListOrderAtEverySize) {
   // The list order written out on its own: position as floats compare (-0
   // equal to +0, NaN after everything), then axis, then type; equals keep
   // their place, which the triangle number records, counting down so that
@@ -268,19 +268,6 @@ TEST(KDEventLists, SortIsTheStableListOrderAtEverySizeAndMergeKeepsOlderEventsFi
         ASSERT_EQ(std::bit_cast<uint32_t>(p), std::bit_cast<uint32_t>(in));
     }
   }
-  // Merged, -0 meets +0 as an equal: the older event (triangle 10) stays
-  // first, and keeps its sign.
-  KDEventList merged;
-  MergeEventsInParts({{KD_EVENT_END, -0.0f, 10, 0}}, {{KD_EVENT_END, 0.0f, 0, 0}}, 1, merged);
-  EXPECT_TRUE(merged.size() == 2 && merged[0].triangle == 10);
-  KDPackedEventList mergedPacked;
-  MergeEventsInParts(KDPackedEventList{KDMakeEvent<KDPackedEvent>(KD_EVENT_END, -0.0f, 10, 0)},
-                     KDPackedEventList{KDMakeEvent<KDPackedEvent>(KD_EVENT_END, 0.0f, 0, 0)}, 1,
-                     mergedPacked);
-  ASSERT_EQ(mergedPacked.size(), 2u);
-  EXPECT_EQ(KDTriangleOf(mergedPacked[0]), 10u);
-  EXPECT_EQ(std::bit_cast<uint32_t>(KDPositionOf(mergedPacked[0])), 0x80000000u);
-  EXPECT_EQ(std::bit_cast<uint32_t>(KDPositionOf(mergedPacked[1])), 0u);
 }
 
 TEST_F(KDBuildFixture, AbortAtAnyPollLeavesNoJobBehindAndAnEmptyTree) {
