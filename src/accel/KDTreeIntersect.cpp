@@ -86,27 +86,25 @@ class TraversalStack {
 // more entries than the tree has levels, and the layout is made only for
 // trees of at most KDWalkLayout::MaxDepth levels: no check, no spill, and
 // nothing that keeps its top out of a register.
-template <class Node>
+template <class Entry>
 class BoundedStack {
-  using KDStackEntry = ::KDStackEntry<Node>;
-
  public:
   size_t Size() const { return count; }
   bool Empty() const { return count == 0; }
-  void Push(const KDStackEntry& entry) { entries[count++] = entry; }
+  void Push(const Entry& entry) { entries[count++] = entry; }
   // Writes the entry above the top and keeps it only when `keep` is 1: no
   // jump. The slot is there: a node at depth d has at most d entries
   // waiting, and inner nodes lie fewer than MaxDepth levels deep.
-  void PushIf(const KDStackEntry& entry, uint32_t keep) {
+  void PushIf(const Entry& entry, uint32_t keep) {
     entries[count] = entry;
     count += keep;
   }
   // A reference, read field by field: a copy of the entry went through a
   // second stack slot whose wider reads the stores could not forward.
-  const KDStackEntry& Pop() { return entries[--count]; }
+  const Entry& Pop() { return entries[--count]; }
 
  private:
-  KDStackEntry entries[KDWalkLayout::MaxDepth];
+  Entry entries[KDWalkLayout::MaxDepth];
   size_t count = 0;
 };
 
@@ -256,7 +254,7 @@ class TreeFields {
 class WalkFields {
  public:
   using Node = KDWalkNode;
-  using Stack = BoundedStack<KDWalkNode>;
+  using Stack = BoundedStack<KDStackEntry<KDWalkNode>>;
   WalkFields(const KDWalkLayout& layout, const KDTree& tree)
       : nodes(layout.nodes.data()), triangles(tree.triangles.data()), entries(layout.leafEntries.data()) {}
   const KDWalkNode* Root() const { return nodes; }
@@ -431,48 +429,84 @@ inline __m128d Choose(__m128d toLower, __m128d pair) {
 // their children's words loaded, so that a step waits only for its own
 // comparisons and the moves that pick what the next step needs; the loads
 // of a leaf child's children read the leaf itself.
+// What the walk ahead knows of a node when it reaches it: the node, its
+// interval, its word, its plane and its children's words. A node that waits
+// on the stack keeps all of it, so that a pop waits for no load. Written
+// above the stack's top at every step, and kept only when both children
+// are walked.
+struct AheadState {
+  const KDWalkNode* node;
+  double tNear, tFar;
+  uint64_t word, lowerWord, upperWord;
+  Planes plane;
+};
+
+// The one of two values that is not `chosen`, for values picked by a mask.
+inline uint64_t OtherOf(uint64_t a, uint64_t b, uint64_t chosen) {
+  return a ^ b ^ chosen;
+}
+inline __m128d OtherOf(__m128d pair, __m128d chosen) {
+  return _mm_xor_pd(_mm_xor_pd(pair, _mm_shuffle_pd(pair, pair, 1)), chosen);
+}
+
 bool WalkByMasks(const WalkFields& fields, const Ray& ray, double tNear, double tFar,
                  SWRayIntersectionResult& result) {
-  WalkFields::Stack stack;
+  BoundedStack<AheadState> stack;
   const ProjectedRay projected(ray);
   const AxisRows rows(ray);
   bool hit = false;
   const KDWalkNode* node = fields.Root();
-  uint64_t word = Word(node);
+  uint64_t word = Word(node), lowerWord = 0, upperWord = 0;
+  Planes plane = PlaneOf(word, rows);
+  if ((word & 3) != 3) {
+    lowerWord = Word(fields.Lower(node, uint32_t(word)));
+    upperWord = Word(fields.Upper(node, uint32_t(word)));
+  }
   for (;;) {
-    if ((word & 3) != 3) {
-      Planes plane = PlaneOf(word, rows);
-      uint64_t lowerWord = Word(fields.Lower(node, uint32_t(word)));
-      uint64_t upperWord = Word(fields.Upper(node, uint32_t(word)));
-      do {
-        const KDWalkNode* lower = fields.Lower(node, uint32_t(word));
-        const KDWalkNode* upper = fields.Upper(node, uint32_t(word));
-        const Planes children = PlanesOf(lowerWord, upperWord, rows);
-        const KDWalkNode *lowerLower = lower, *lowerUpper = lower, *upperLower = upper, *upperUpper = upper;
-        PickBoth((lowerWord & 3) ^ 3, fields.Lower(lower, uint32_t(lowerWord)), lowerLower,
-                 fields.Upper(lower, uint32_t(lowerWord)), lowerUpper);
-        PickBoth((upperWord & 3) ^ 3, fields.Lower(upper, uint32_t(upperWord)), upperLower,
-                 fields.Upper(upper, uint32_t(upperWord)), upperUpper);
-        const uint64_t lowerLowerWord = Word(lowerLower), lowerUpperWord = Word(lowerUpper);
-        uint64_t nextLower = Word(upperLower), nextUpper = Word(upperUpper);
-        double end = tFar;
-        __m128d toLower;
-        const double t = _mm_cvtsd_f64(plane.t);
-        const uint32_t bits = StepMasks(t, tNear, end, plane.lowerNear, toLower);
-        node = upper;
-        word = upperWord;
-        PickBoth(bits & 1, lower, node, lowerWord, word);
-        PickBoth(bits & 1, lowerLowerWord, nextLower, lowerUpperWord, nextUpper);
-        stack.PushIf({fields.Other(lower, upper, node), t, tFar}, (bits >> 1) ^ 1);
-        tFar = end;
-        plane = {Choose(toLower, children.t), Choose(toLower, children.lowerNear)};
-        lowerWord = nextLower;
-        upperWord = nextUpper;
-      } while ((word & 3) != 3);
+    while ((word & 3) != 3) {
+      const KDWalkNode* lower = fields.Lower(node, uint32_t(word));
+      const KDWalkNode* upper = fields.Upper(node, uint32_t(word));
+      const Planes children = PlanesOf(lowerWord, upperWord, rows);
+      const KDWalkNode *lowerLower = lower, *lowerUpper = lower, *upperLower = upper, *upperUpper = upper;
+      PickBoth((lowerWord & 3) ^ 3, fields.Lower(lower, uint32_t(lowerWord)), lowerLower,
+               fields.Upper(lower, uint32_t(lowerWord)), lowerUpper);
+      PickBoth((upperWord & 3) ^ 3, fields.Lower(upper, uint32_t(upperWord)), upperLower,
+               fields.Upper(upper, uint32_t(upperWord)), upperUpper);
+      const uint64_t lowerLowerWord = Word(lowerLower), lowerUpperWord = Word(lowerUpper);
+      const uint64_t upperLowerWord = Word(upperLower), upperUpperWord = Word(upperUpper);
+      double end = tFar;
+      __m128d toLower;
+      const double t = _mm_cvtsd_f64(plane.t);
+      const uint32_t bits = StepMasks(t, tNear, end, plane.lowerNear, toLower);
+      node = upper;
+      word = upperWord;
+      uint64_t nextLower = upperLowerWord, nextUpper = upperUpperWord;
+      PickBoth(bits & 1, lower, node, lowerWord, word);
+      PickBoth(bits & 1, lowerLowerWord, nextLower, lowerUpperWord, nextUpper);
+      const Planes next = {Choose(toLower, children.t), Choose(toLower, children.lowerNear)};
+      stack.PushIf({fields.Other(lower, upper, node),
+                    t,
+                    tFar,
+                    OtherOf(lowerWord, upperWord, word),
+                    OtherOf(lowerLowerWord, upperLowerWord, nextLower),
+                    OtherOf(lowerUpperWord, upperUpperWord, nextUpper),
+                    {OtherOf(children.t, next.t), OtherOf(children.lowerNear, next.lowerNear)}},
+                   (bits >> 1) ^ 1);
+      tFar = end;
+      plane = next;
+      lowerWord = nextLower;
+      upperWord = nextUpper;
     }
     if (fields.Leaf<true>(*node, projected, result)) hit = true;
-    if (!Resume(stack, result.distance, node, tNear, tFar)) return hit;
-    word = Word(node);
+    if (tFar >= result.distance || stack.Empty()) return hit;
+    const AheadState& next = stack.Pop();
+    node = next.node;
+    tNear = next.tNear;
+    tFar = next.tFar;
+    word = next.word;
+    lowerWord = next.lowerWord;
+    upperWord = next.upperWord;
+    plane = next.plane;
   }
 }
 
