@@ -86,27 +86,25 @@ class TraversalStack {
 // more entries than the tree has levels, and the layout is made only for
 // trees of at most KDWalkLayout::MaxDepth levels: no check, no spill, and
 // nothing that keeps its top out of a register.
-template <class Node>
+template <class Entry>
 class BoundedStack {
-  using KDStackEntry = ::KDStackEntry<Node>;
-
  public:
   size_t Size() const { return count; }
   bool Empty() const { return count == 0; }
-  void Push(const KDStackEntry& entry) { entries[count++] = entry; }
+  void Push(const Entry& entry) { entries[count++] = entry; }
   // Writes the entry above the top and keeps it only when `keep` is 1: no
   // jump. The slot is there: a node at depth d has at most d entries
   // waiting, and inner nodes lie fewer than MaxDepth levels deep.
-  void PushIf(const KDStackEntry& entry, uint32_t keep) {
+  void PushIf(const Entry& entry, uint32_t keep) {
     entries[count] = entry;
     count += keep;
   }
   // A reference, read field by field: a copy of the entry went through a
   // second stack slot whose wider reads the stores could not forward.
-  const KDStackEntry& Pop() { return entries[--count]; }
+  const Entry& Pop() { return entries[--count]; }
 
  private:
-  KDStackEntry entries[KDWalkLayout::MaxDepth];
+  Entry entries[KDWalkLayout::MaxDepth];
   size_t count = 0;
 };
 
@@ -256,7 +254,7 @@ class TreeFields {
 class WalkFields {
  public:
   using Node = KDWalkNode;
-  using Stack = BoundedStack<KDWalkNode>;
+  using Stack = BoundedStack<KDStackEntry<KDWalkNode>>;
   WalkFields(const KDWalkLayout& layout, const KDTree& tree)
       : nodes(layout.nodes.data()), triangles(tree.triangles.data()), entries(layout.leafEntries.data()) {}
   const KDWalkNode* Root() const { return nodes; }
@@ -347,13 +345,15 @@ inline uint64_t Word(const KDWalkNode* node) {
 // masks in the low lanes of SSE registers, without a jump; written out
 // because the intrinsics of single lanes made GCC zero and shuffle the
 // upper lanes at every step. Bit 0 of the answer: the next node is the
-// lower child; bit 1: only one child is walked. `end` becomes t when both
-// are. A NaN t sets neither outcome's mask, and pushes, as in the cascade.
-// The near child is the lower one when split >= origin, and the far-only
+// lower child; bit 1: only one child is walked. `toLower` holds bit 0 as a
+// mask in its low lane. `end` becomes t when both are walked. A NaN t sets
+// neither outcome's mask, and pushes, as in the cascade. The near child is
+// the lower one when `lowerNear` (split >= origin) is set, and the far-only
 // outcome turns that round.
-inline uint32_t StepMasks(double t, double tNear, double& end, double split, double origin) {
-  double farOnly, single, scratch, zero, toLower = origin;
+inline uint32_t StepMasks(double t, double tNear, double& end, __m128d lowerNear, __m128d& toLower) {
+  double farOnly, single, scratch, zero;
   uint32_t bits;
+  toLower = lowerNear;
   asm("xorpd %[zero], %[zero]\n\t"
       "movapd %[t], %[farOnly]\n\t"
       "cmpltsd %[tNear], %[farOnly]\n\t"  // t < tNear
@@ -366,53 +366,147 @@ inline uint32_t StepMasks(double t, double tNear, double& end, double split, dou
       "cmpltsd %[zero], %[scratch]\n\t"  // t < 0
       "orpd %[scratch], %[single]\n\t"
       "orpd %[farOnly], %[single]\n\t"
-      "cmplesd %[split], %[toLower]\n\t"  // origin <= split
       "xorpd %[farOnly], %[toLower]\n\t"
-      "unpcklpd %[single], %[toLower]\n\t"
-      "movmskpd %[toLower], %[bits]\n\t"
+      "movapd %[toLower], %[scratch]\n\t"
+      "unpcklpd %[single], %[scratch]\n\t"
+      "movmskpd %[scratch], %[bits]\n\t"
       "andpd %[single], %[end]\n\t"
       "andnpd %[t], %[single]\n\t"
       "orpd %[single], %[end]"
       : [bits] "=r"(bits), [farOnly] "=&x"(farOnly), [single] "=&x"(single), [scratch] "=&x"(scratch),
         [zero] "=&x"(zero), [toLower] "+&x"(toLower), [end] "+&x"(end)
-      : [t] "x"(t), [tNear] "x"(tNear), [split] "x"(split));
+      : [t] "x"(t), [tNear] "x"(tNear));
   return bits;
+}
+
+// The ray's origin and inverse direction by axis, with a fourth axis that a
+// leaf's low bits (3) name: the walk ahead computes a child's plane before
+// it knows whether the child is a leaf, and a leaf's value is never read.
+struct AxisRows {
+  double origin[4];
+  double inverse[4];
+  explicit AxisRows(const Ray& ray)
+      : origin{ray.origin[0], ray.origin[1], ray.origin[2], 0.0},
+        inverse{ray.inverse[0], ray.inverse[1], ray.inverse[2], 0.0} {}
+};
+
+// What a masked step needs of both children's planes, the lower child in
+// the low lane: t, and split >= origin as a mask. A leaf's count stays out
+// of the float conversion (0 instead).
+struct Planes {
+  __m128d t;
+  __m128d lowerNear;
+};
+inline Planes PlanesOf(uint64_t lowerWord, uint64_t upperWord, const AxisRows& rows) {
+  const __m128i words = _mm_set_epi64x(int64_t(upperWord), int64_t(lowerWord));
+  const __m128i axes = _mm_and_si128(_mm_shuffle_epi32(words, _MM_SHUFFLE(2, 0, 2, 0)), _mm_set1_epi32(3));
+  const __m128i leaves = _mm_cmpeq_epi32(axes, _mm_set1_epi32(3));
+  const __m128i splitBits = _mm_andnot_si128(leaves, _mm_shuffle_epi32(words, _MM_SHUFFLE(3, 1, 3, 1)));
+  const __m128d split = _mm_cvtps_pd(_mm_castsi128_ps(splitBits));
+  const uint32_t lowerAxis = lowerWord & 3, upperAxis = upperWord & 3;
+  const __m128d origin = _mm_loadh_pd(_mm_load_sd(&rows.origin[lowerAxis]), &rows.origin[upperAxis]);
+  const __m128d inverse = _mm_loadh_pd(_mm_load_sd(&rows.inverse[lowerAxis]), &rows.inverse[upperAxis]);
+  return {_mm_mul_pd(_mm_sub_pd(split, origin), inverse), _mm_cmple_pd(origin, split)};
+}
+// The node's own plane, for the first step after the root or a pop.
+inline Planes PlaneOf(uint64_t word, const AxisRows& rows) {
+  return PlanesOf(word, word, rows);
+}
+
+// Both lanes of `pair` with the low one chosen by the low lane of `toLower`:
+// the lower child's value if it is set, else the upper child's.
+inline __m128d Choose(__m128d toLower, __m128d pair) {
+  const __m128d mask = _mm_unpacklo_pd(toLower, toLower);
+  return _mm_or_pd(_mm_and_pd(mask, pair), _mm_andnot_pd(mask, _mm_shuffle_pd(pair, pair, 1)));
 }
 
 // The walk over the layout for a ray with no parallel axis whose node steps
 // the processor cannot guess: the same steps, values and triangle tests as
 // Walk, so the same hit, with each step chosen by StepMasks instead of
 // jumps. A coherent ray loses by it, as a guessed jump starts the next
-// node's load before t is known; here both children's words are loaded
-// while t is computed, and the step picks the word along with the node, so
-// that no load waits on the choice.
+// node's load before t is known. Here the walk runs two levels ahead:
+// while a node's step is decided, its children's planes are computed and
+// their children's words loaded, so that a step waits only for its own
+// comparisons and the moves that pick what the next step needs; the loads
+// of a leaf child's children read the leaf itself.
+// What the walk ahead knows of a node when it reaches it: the node, its
+// interval, its word, its plane and its children's words. A node that waits
+// on the stack keeps all of it, so that a pop waits for no load. Written
+// above the stack's top at every step, and kept only when both children
+// are walked.
+struct AheadState {
+  const KDWalkNode* node;
+  double tNear, tFar;
+  uint64_t word, lowerWord, upperWord;
+  Planes plane;
+};
+
+// The one of two values that is not `chosen`, for values picked by a mask.
+inline uint64_t OtherOf(uint64_t a, uint64_t b, uint64_t chosen) {
+  return a ^ b ^ chosen;
+}
+inline __m128d OtherOf(__m128d pair, __m128d chosen) {
+  return _mm_xor_pd(_mm_xor_pd(pair, _mm_shuffle_pd(pair, pair, 1)), chosen);
+}
+
 bool WalkByMasks(const WalkFields& fields, const Ray& ray, double tNear, double tFar,
                  SWRayIntersectionResult& result) {
-  WalkFields::Stack stack;
+  BoundedStack<AheadState> stack;
   const ProjectedRay projected(ray);
+  const AxisRows rows(ray);
   bool hit = false;
   const KDWalkNode* node = fields.Root();
-  uint64_t word = Word(node);
+  uint64_t word = Word(node), lowerWord = 0, upperWord = 0;
+  Planes plane = PlaneOf(word, rows);
+  if ((word & 3) != 3) {
+    lowerWord = Word(fields.Lower(node, uint32_t(word)));
+    upperWord = Word(fields.Upper(node, uint32_t(word)));
+  }
   for (;;) {
     while ((word & 3) != 3) {
       const KDWalkNode* lower = fields.Lower(node, uint32_t(word));
       const KDWalkNode* upper = fields.Upper(node, uint32_t(word));
-      const uint64_t lowerWord = Word(lower), upperWord = Word(upper);
-      const uint32_t axis = word & 3;
-      const double split = std::bit_cast<float>(uint32_t(word >> 32));
-      const double origin = ray.origin[axis];
-      const double t = (split - origin) * ray.inverse[axis];
+      const Planes children = PlanesOf(lowerWord, upperWord, rows);
+      const KDWalkNode *lowerLower = lower, *lowerUpper = lower, *upperLower = upper, *upperUpper = upper;
+      PickBoth((lowerWord & 3) ^ 3, fields.Lower(lower, uint32_t(lowerWord)), lowerLower,
+               fields.Upper(lower, uint32_t(lowerWord)), lowerUpper);
+      PickBoth((upperWord & 3) ^ 3, fields.Lower(upper, uint32_t(upperWord)), upperLower,
+               fields.Upper(upper, uint32_t(upperWord)), upperUpper);
+      const uint64_t lowerLowerWord = Word(lowerLower), lowerUpperWord = Word(lowerUpper);
+      const uint64_t upperLowerWord = Word(upperLower), upperUpperWord = Word(upperUpper);
       double end = tFar;
-      const uint32_t bits = StepMasks(t, tNear, end, split, origin);
+      __m128d toLower;
+      const double t = _mm_cvtsd_f64(plane.t);
+      const uint32_t bits = StepMasks(t, tNear, end, plane.lowerNear, toLower);
       node = upper;
       word = upperWord;
+      uint64_t nextLower = upperLowerWord, nextUpper = upperUpperWord;
       PickBoth(bits & 1, lower, node, lowerWord, word);
-      stack.PushIf({fields.Other(lower, upper, node), t, tFar}, (bits >> 1) ^ 1);
+      PickBoth(bits & 1, lowerLowerWord, nextLower, lowerUpperWord, nextUpper);
+      const Planes next = {Choose(toLower, children.t), Choose(toLower, children.lowerNear)};
+      stack.PushIf({fields.Other(lower, upper, node),
+                    t,
+                    tFar,
+                    OtherOf(lowerWord, upperWord, word),
+                    OtherOf(lowerLowerWord, upperLowerWord, nextLower),
+                    OtherOf(lowerUpperWord, upperUpperWord, nextUpper),
+                    {OtherOf(children.t, next.t), OtherOf(children.lowerNear, next.lowerNear)}},
+                   (bits >> 1) ^ 1);
       tFar = end;
+      plane = next;
+      lowerWord = nextLower;
+      upperWord = nextUpper;
     }
     if (fields.Leaf<true>(*node, projected, result)) hit = true;
-    if (!Resume(stack, result.distance, node, tNear, tFar)) return hit;
-    word = Word(node);
+    if (tFar >= result.distance || stack.Empty()) return hit;
+    const AheadState& next = stack.Pop();
+    node = next.node;
+    tNear = next.tNear;
+    tFar = next.tFar;
+    word = next.word;
+    lowerWord = next.lowerWord;
+    upperWord = next.upperWord;
+    plane = next.plane;
   }
 }
 
