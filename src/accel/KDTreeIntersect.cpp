@@ -420,15 +420,6 @@ inline __m128d Choose(__m128d toLower, __m128d pair) {
   return _mm_or_pd(_mm_and_pd(mask, pair), _mm_andnot_pd(mask, _mm_shuffle_pd(pair, pair, 1)));
 }
 
-// The walk over the layout for a ray with no parallel axis whose node steps
-// the processor cannot guess: the same steps, values and triangle tests as
-// Walk, so the same hit, with each step chosen by StepMasks instead of
-// jumps. A coherent ray loses by it, as a guessed jump starts the next
-// node's load before t is known. Here the walk runs two levels ahead:
-// while a node's step is decided, its children's planes are computed and
-// their children's words loaded, so that a step waits only for its own
-// comparisons and the moves that pick what the next step needs; the loads
-// of a leaf child's children read the leaf itself.
 // What the walk ahead knows of a node when it reaches it: the node, its
 // interval, its word, its plane and its children's words. A node that waits
 // on the stack keeps all of it, so that a pop waits for no load. Written
@@ -449,6 +440,15 @@ inline __m128d OtherOf(__m128d pair, __m128d chosen) {
   return _mm_xor_pd(_mm_xor_pd(pair, _mm_shuffle_pd(pair, pair, 1)), chosen);
 }
 
+// The walk over the layout for a ray with no parallel axis whose node steps
+// the processor cannot guess: the same steps, values and triangle tests as
+// Walk, so the same hit, with each step chosen by StepMasks instead of
+// jumps. A coherent ray loses by it, as a guessed jump starts the next
+// node's load before t is known. Here the walk runs two levels ahead:
+// while a node's step is decided, its children's planes are computed and
+// their children's words loaded, so that a step waits only for its own
+// comparisons and the moves that pick what the next step needs; the loads
+// of a leaf child's children read the leaf itself.
 bool WalkByMasks(const WalkFields& fields, const Ray& ray, double tNear, double tFar,
                  SWRayIntersectionResult& result) {
   BoundedStack<AheadState> stack;
@@ -498,6 +498,7 @@ bool WalkByMasks(const WalkFields& fields, const Ray& ray, double tNear, double 
       upperWord = nextUpper;
     }
     if (fields.Leaf<true>(*node, projected, result)) hit = true;
+    // Resume's rule, with the whole state that the entry keeps.
     if (tFar >= result.distance || stack.Empty()) return hit;
     const AheadState& next = stack.Pop();
     node = next.node;
