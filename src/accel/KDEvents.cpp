@@ -39,9 +39,9 @@ uint64_t WordOf(KDPackedEvent event) {
 // Least significant digit first over the key bits only, each pass stable,
 // so words of equal key stay in the order they came. A digit in which all
 // keys agree costs no pass. Returns the array that holds the result.
-template <unsigned DigitBits, typename Word, unsigned SortedBits = KeyBits>
+template <unsigned DigitBits, typename Word>
 Word* RadixSortWords(Word* words, Word* spare, size_t n) {
-  constexpr unsigned Digits = (SortedBits + DigitBits - 1) / DigitBits;
+  constexpr unsigned Digits = (KeyBits + DigitBits - 1) / DigitBits;
   constexpr size_t Buckets = size_t(1) << DigitBits;
   // At most 48 KiB, on the stack: workers have the system's default stack.
   uint32_t counts[Digits * Buckets] = {};

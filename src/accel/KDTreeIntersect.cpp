@@ -260,11 +260,6 @@ class WalkFields {
   const KDWalkNode* Root() const { return nodes; }
   const KDWalkNode* Lower(const KDWalkNode* node, uint32_t) const { return node + 1; }
   const KDWalkNode* Upper(const KDWalkNode*, uint32_t word) const { return nodes + (word >> 2); }
-  // The one of the children `a` and `b` that is not `child`.
-  static const KDWalkNode* Other(const KDWalkNode* a, const KDWalkNode* b, const KDWalkNode* child) {
-    return reinterpret_cast<const KDWalkNode*>(
-        reinterpret_cast<uintptr_t>(a) ^ reinterpret_cast<uintptr_t>(b) ^ reinterpret_cast<uintptr_t>(child));
-  }
   template <bool OneJump = false>
   bool Leaf(const KDWalkNode& leaf, const ProjectedRay& ray, SWRayIntersectionResult& result) const {
     double nearest = result.distance;
@@ -432,9 +427,13 @@ struct AheadState {
   Planes plane;
 };
 
-// The one of two values that is not `chosen`, for values picked by a mask.
-inline uint64_t OtherOf(uint64_t a, uint64_t b, uint64_t chosen) {
-  return a ^ b ^ chosen;
+// The one of two values that is not `chosen`, for values picked by a mask:
+// node places and words.
+template <class T>
+inline T OtherOf(T a, T b, T chosen) {
+  static_assert(sizeof(T) == sizeof(uint64_t));
+  return std::bit_cast<T>(std::bit_cast<uint64_t>(a) ^ std::bit_cast<uint64_t>(b) ^
+                          std::bit_cast<uint64_t>(chosen));
 }
 inline __m128d OtherOf(__m128d pair, __m128d chosen) {
   return _mm_xor_pd(_mm_xor_pd(pair, _mm_shuffle_pd(pair, pair, 1)), chosen);
@@ -484,7 +483,7 @@ bool WalkByMasks(const WalkFields& fields, const Ray& ray, double tNear, double 
       PickBoth(bits & 1, lower, node, lowerWord, word);
       PickBoth(bits & 1, lowerLowerWord, nextLower, lowerUpperWord, nextUpper);
       const Planes next = {Choose(toLower, children.t), Choose(toLower, children.lowerNear)};
-      stack.PushIf({fields.Other(lower, upper, node),
+      stack.PushIf({OtherOf(lower, upper, node),
                     t,
                     tFar,
                     OtherOf(lowerWord, upperWord, word),
