@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstdio>
 #include <fstream>
 
@@ -172,8 +173,12 @@ TEST_F(UpdateFrameTest, AnAbortAtAnyPollLeavesARebuildForTheNextCall) {
     AddMesh(id);
   }
   Options().SetLighting(false);
+  // Build workers poll too, so the count is atomic; `abortFrom` is set
+  // only between updates.
   struct Polls {
-    int count = 0, abortFrom = 0;  // 0: never
+    std::atomic<int> count{0};
+    int abortFrom = 0;  // 0: never
+    void Reset(int from) { count = 0, abortFrom = from; }
   } polls;
   engine->SetShouldAbortRenderFunction(
       [](void* context) {
@@ -184,17 +189,18 @@ TEST_F(UpdateFrameTest, AnAbortAtAnyPollLeavesARebuildForTheNextCall) {
   Update(1);
   const int rebuild = polls.count;
   const size_t leaves = access.Tree(0).leafTriangles.size();
-  polls = {};
+  polls.Reset(0);
   Update(1);  // the polls of an update without changes follow a rebuild's
-  ASSERT_LT(polls.count, rebuild);
-  for (int n = 1; n <= rebuild - polls.count; ++n) {
+  const int unchanged = polls.count;
+  ASSERT_LT(unchanged, rebuild);
+  for (int n = 1; n <= rebuild - unchanged; ++n) {
     SCOPED_TRACE(n);
     engine->ModifyAllMaterialTypes();
-    polls = {0, n};
+    polls.Reset(n);
     Update(100 + n);
     EXPECT_TRUE(access.Flags().IsSet(RebuildScene));
     EXPECT_EQ(access.LastFrameTag(), 100 + n);
-    polls = {0, 0};
+    polls.Reset(0);
     Update(100 + n);
     EXPECT_FALSE(access.Flags().IsSet(RebuildScene));
     EXPECT_EQ(access.Tree(0).leafTriangles.size(), leaves);
