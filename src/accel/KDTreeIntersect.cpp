@@ -615,11 +615,15 @@ inline bool ClipToBox(const KDTree& tree, const Ray& ray, double nearT, double f
       ++skipped;
       continue;
     }
-    double t1 = (lo[axis] - ray.origin[axis]) * ray.inverse[axis];
-    double t2 = (hi[axis] - ray.origin[axis]) * ray.inverse[axis];
-    if (t1 > t2) std::swap(t1, t2);
-    if (t1 > nearT) nearT = t1;
-    if (farT > t2) farT = t2;
+    const __m128d t1 = _mm_set_sd((lo[axis] - ray.origin[axis]) * ray.inverse[axis]);
+    const __m128d t2 = _mm_set_sd((hi[axis] - ray.origin[axis]) * ray.inverse[axis]);
+    // The ordered pair and the narrowed interval by minsd and maxsd, which
+    // pick as these comparisons do (a NaN keeps what the plain code kept):
+    // a random direction's sign is a coin toss for a jump.
+    const __m128d entry = _mm_min_sd(t2, t1);  // t1 > t2 ? t2 : t1
+    const __m128d exit = _mm_max_sd(t1, t2);   // t1 > t2 ? t1 : t2
+    nearT = _mm_cvtsd_f64(_mm_max_sd(entry, _mm_set_sd(nearT)));  // entry > nearT ? entry : nearT
+    farT = _mm_cvtsd_f64(_mm_min_sd(exit, _mm_set_sd(farT)));     // farT > exit ? exit : farT
     if (nearT > farT) return false;
   }
   if (skipped == 3) return false;
