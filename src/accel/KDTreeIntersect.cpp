@@ -439,6 +439,45 @@ inline __m128d OtherOf(__m128d pair, __m128d chosen) {
   return _mm_xor_pd(_mm_xor_pd(pair, _mm_shuffle_pd(pair, pair, 1)), chosen);
 }
 
+// The way down from the root of a ray that starts inside the tree's box
+// (tNear 0), as the masked steps would take it: no step can send it to the
+// far child alone (that takes tNear > t > 0), so the next node is always
+// the near one, the origin's side of the plane, and t decides only whether
+// the far child waits. The choice needs neither t nor masks, so this loop
+// does without the walk ahead: both children's words are loaded a step
+// early, and a step waits only for split >= origin. A waiting far child
+// gets all that the masked walk keeps of it. Stops at the leaf that holds
+// the origin.
+inline const KDWalkNode* DescendToOrigin(const WalkFields& fields, const AxisRows& rows,
+                                         const KDWalkNode* node, uint64_t& word, double& tFar,
+                                         BoundedStack<AheadState>& stack) {
+  while ((word & 3) != 3) {
+    const KDWalkNode* lower = fields.Lower(node, uint32_t(word));
+    const KDWalkNode* upper = fields.Upper(node, uint32_t(word));
+    const uint64_t lowerWord = Word(lower), upperWord = Word(upper);
+    const Planes plane = PlaneOf(word, rows);
+    const double t = _mm_cvtsd_f64(plane.t);
+    const KDWalkNode* nearNode = upper;
+    uint64_t nearWord = upperWord;
+    PickBoth(uint32_t(_mm_movemask_pd(plane.lowerNear) & 1), lower, nearNode, lowerWord, nearWord);
+    const KDWalkNode* farNode = OtherOf(lower, upper, nearNode);
+    const uint64_t farWord = OtherOf(lowerWord, upperWord, nearWord);
+    const KDWalkNode *farLower = farNode, *farUpper = farNode;
+    PickBoth((farWord & 3) ^ 3, fields.Lower(farNode, uint32_t(farWord)), farLower,
+             fields.Upper(farNode, uint32_t(farWord)), farUpper);
+    // The cascade's "near side only" (tFar < t or t < 0) as a mask, and
+    // tFar narrowed to t without a jump; a NaN t pushes, as there.
+    const __m128d end = _mm_set_sd(tFar);
+    const __m128d single = _mm_or_pd(_mm_cmplt_sd(end, plane.t), _mm_cmplt_sd(plane.t, _mm_setzero_pd()));
+    stack.PushIf({farNode, t, tFar, farWord, Word(farLower), Word(farUpper), PlaneOf(farWord, rows)},
+                 uint32_t(_mm_movemask_pd(single) & 1) ^ 1);
+    tFar = _mm_cvtsd_f64(_mm_or_pd(_mm_and_pd(single, end), _mm_andnot_pd(single, plane.t)));
+    node = nearNode;
+    word = nearWord;
+  }
+  return node;
+}
+
 // The walk over the layout for a ray with no parallel axis whose node steps
 // the processor cannot guess: the same steps, values and triangle tests as
 // Walk, so the same hit, with each step chosen by StepMasks instead of
@@ -456,6 +495,7 @@ bool WalkByMasks(const WalkFields& fields, const Ray& ray, double tNear, double 
   bool hit = false;
   const KDWalkNode* node = fields.Root();
   uint64_t word = Word(node), lowerWord = 0, upperWord = 0;
+  if (tNear == 0.0) node = DescendToOrigin(fields, rows, node, word, tFar, stack);
   Planes plane = PlaneOf(word, rows);
   if ((word & 3) != 3) {
     lowerWord = Word(fields.Lower(node, uint32_t(word)));
