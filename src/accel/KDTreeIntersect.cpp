@@ -444,10 +444,10 @@ inline __m128d OtherOf(__m128d pair, __m128d chosen) {
 // far child alone (that takes tNear > t > 0), so the next node is always
 // the near one, the origin's side of the plane, and t decides only whether
 // the far child waits. The choice needs neither t nor masks, so this loop
-// does without the walk ahead: both children's words are loaded a step
-// early, and a step waits only for split >= origin. A waiting far child
-// gets all that the masked walk keeps of it. Stops at the leaf that holds
-// the origin.
+// does without the walk ahead: the children's words are loaded while the
+// node's plane is compared, and a step waits only for split >= origin and
+// one conditional move. A waiting far child gets all that the masked walk
+// keeps of it. Stops at the leaf that holds the origin.
 inline const KDWalkNode* DescendToOrigin(const WalkFields& fields, const AxisRows& rows,
                                          const KDWalkNode* node, uint64_t& word, double& tFar,
                                          BoundedStack<AheadState>& stack) {
@@ -657,11 +657,11 @@ inline bool ClipToBox(const KDTree& tree, const Ray& ray, double nearT, double f
     }
     const __m128d t1 = _mm_set_sd((lo[axis] - ray.origin[axis]) * ray.inverse[axis]);
     const __m128d t2 = _mm_set_sd((hi[axis] - ray.origin[axis]) * ray.inverse[axis]);
-    // The ordered pair and the narrowed interval by minsd and maxsd, which
-    // pick as these comparisons do (a NaN keeps what the plain code kept):
-    // a random direction's sign is a coin toss for a jump.
-    const __m128d entry = _mm_min_sd(t2, t1);  // t1 > t2 ? t2 : t1
-    const __m128d exit = _mm_max_sd(t1, t2);   // t1 > t2 ? t1 : t2
+    // The pair in order and the interval narrowed by minsd and maxsd, which
+    // pick by the comparison written beside each, a NaN included: as jumps,
+    // the signs of a random direction were a coin toss each.
+    const __m128d entry = _mm_min_sd(t2, t1);                     // t1 > t2 ? t2 : t1
+    const __m128d exit = _mm_max_sd(t1, t2);                      // t1 > t2 ? t1 : t2
     nearT = _mm_cvtsd_f64(_mm_max_sd(entry, _mm_set_sd(nearT)));  // entry > nearT ? entry : nearT
     farT = _mm_cvtsd_f64(_mm_min_sd(exit, _mm_set_sd(farT)));     // farT > exit ? exit : farT
     if (nearT > farT) return false;
