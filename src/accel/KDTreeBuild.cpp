@@ -271,8 +271,8 @@ void MakeRootEvents(KDTree& tree, const SWMeshTable& table, KDBuildNode& root, s
   lists.resize(parts);
   const std::vector<KDEventPiece<Event>> pieces =
       MakeRootLists(tree, table, root, leftovers.runs, leftovers.records, lists, polygonA, polygonB, abort);
-  // The one poll before the list is put in order.
   KDList<Event>& events = KDEventsOf<Event>(root);
+  // The one poll before the list is put in order.
   if (!abort.AskSticky() && parts == 1) {
     events.swap(lists[0]);
     SortEvents(events);

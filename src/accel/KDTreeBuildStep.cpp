@@ -96,13 +96,18 @@ void QueueChildJobs(const KDBuildJob& job, std::deque<WorkItem>& workQueue,
   for (KDBuildJob* copy : copies) workQueue.push_back(WorkItem{RT_JOB_KDTREE_BUILD, copy});
 }
 
+// The build's job holds one triangle side map for each worker.
+size_t WorkerCount(const KDBuildJob& job) {
+  return job.triangleSides->size();
+}
+
 // The first splits run while other workers have no node yet: at depth d
 // there are at most 2^d jobs for them. A node big enough to pay for a thread
 // then lends an idle worker's processor to itself.
 bool HasIdleWorker(const KDBuildJob& job, const KDBuildNode& node) {
   constexpr size_t WorthAThread = 65536;
-  const size_t workers = job.triangleSides->size();
-  return node.depth < 32 && (size_t(1) << node.depth) < workers && KDEventCount(node) >= WorthAThread;
+  return node.depth < 32 && (size_t(1) << node.depth) < WorkerCount(job) &&
+         KDEventCount(node) >= WorthAThread;
 }
 
 }  // namespace
@@ -119,7 +124,7 @@ void KDTree::BuildStep(KDBuildJob* job, std::deque<WorkItem>& workQueue, platfor
   // start only once the workers had answered every wake that piled up
   // while they were busy, which they do on both processors at the same
   // time, handing the queue lock and semaphore words to and fro.
-  const size_t workers = job->triangleSides->size();
+  const size_t workers = WorkerCount(*job);
   const KDTree& tree = *job->tree;
   if (KDIsLeafAnyway(node, job->maxDepth)) {
     if (MakeLeaf(*job, node)) job->tree->FinishBuild(workers);

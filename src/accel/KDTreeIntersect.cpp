@@ -439,6 +439,16 @@ inline __m128d OtherOf(__m128d pair, __m128d chosen) {
   return _mm_xor_pd(_mm_xor_pd(pair, _mm_shuffle_pd(pair, pair, 1)), chosen);
 }
 
+// A node's children, or the node itself twice when it is a leaf: the walk
+// ahead loads a leaf child's would-be children from the leaf itself, and
+// never reads them.
+inline void ChildrenOrSelf(const WalkFields& fields, const KDWalkNode* node, uint64_t word,
+                           const KDWalkNode*& lower, const KDWalkNode*& upper) {
+  lower = upper = node;
+  PickBoth((word & 3) ^ 3, fields.Lower(node, uint32_t(word)), lower, fields.Upper(node, uint32_t(word)),
+           upper);
+}
+
 // The way down from the root of a ray that starts inside the tree's box
 // (tNear 0), as the masked steps would take it: no step can send it to the
 // far child alone (that takes tNear > t > 0), so the next node is always
@@ -462,9 +472,8 @@ inline const KDWalkNode* DescendToOrigin(const WalkFields& fields, const AxisRow
     PickBoth(uint32_t(_mm_movemask_pd(plane.lowerNear) & 1), lower, nearNode, lowerWord, nearWord);
     const KDWalkNode* farNode = OtherOf(lower, upper, nearNode);
     const uint64_t farWord = OtherOf(lowerWord, upperWord, nearWord);
-    const KDWalkNode *farLower = farNode, *farUpper = farNode;
-    PickBoth((farWord & 3) ^ 3, fields.Lower(farNode, uint32_t(farWord)), farLower,
-             fields.Upper(farNode, uint32_t(farWord)), farUpper);
+    const KDWalkNode *farLower, *farUpper;
+    ChildrenOrSelf(fields, farNode, farWord, farLower, farUpper);
     // The cascade's "near side only" (tFar < t or t < 0) as a mask, and
     // tFar narrowed to t without a jump; a NaN t pushes, as there.
     const __m128d end = _mm_set_sd(tFar);
@@ -485,8 +494,7 @@ inline const KDWalkNode* DescendToOrigin(const WalkFields& fields, const AxisRow
 // node's load before t is known. Here the walk runs two levels ahead:
 // while a node's step is decided, its children's planes are computed and
 // their children's words loaded, so that a step waits only for its own
-// comparisons and the moves that pick what the next step needs; the loads
-// of a leaf child's children read the leaf itself.
+// comparisons and the moves that pick what the next step needs.
 bool WalkByMasks(const WalkFields& fields, const Ray& ray, double tNear, double tFar,
                  SWRayIntersectionResult& result) {
   BoundedStack<AheadState> stack;
@@ -506,11 +514,9 @@ bool WalkByMasks(const WalkFields& fields, const Ray& ray, double tNear, double 
       const KDWalkNode* lower = fields.Lower(node, uint32_t(word));
       const KDWalkNode* upper = fields.Upper(node, uint32_t(word));
       const Planes children = PlanesOf(lowerWord, upperWord, rows);
-      const KDWalkNode *lowerLower = lower, *lowerUpper = lower, *upperLower = upper, *upperUpper = upper;
-      PickBoth((lowerWord & 3) ^ 3, fields.Lower(lower, uint32_t(lowerWord)), lowerLower,
-               fields.Upper(lower, uint32_t(lowerWord)), lowerUpper);
-      PickBoth((upperWord & 3) ^ 3, fields.Lower(upper, uint32_t(upperWord)), upperLower,
-               fields.Upper(upper, uint32_t(upperWord)), upperUpper);
+      const KDWalkNode *lowerLower, *lowerUpper, *upperLower, *upperUpper;
+      ChildrenOrSelf(fields, lower, lowerWord, lowerLower, lowerUpper);
+      ChildrenOrSelf(fields, upper, upperWord, upperLower, upperUpper);
       const uint64_t lowerLowerWord = Word(lowerLower), lowerUpperWord = Word(lowerUpper);
       const uint64_t upperLowerWord = Word(upperLower), upperUpperWord = Word(upperUpper);
       double end = tFar;
