@@ -10,6 +10,7 @@
 
 #include "accel/KDTree.h"
 #include "accel/RayIntersection.h"
+#include "accel/SplitOrder.h"
 #include "host/brindlexutil.h"
 #include "host/Numbers.h"
 
@@ -456,11 +457,16 @@ inline void ChildrenOrSelf(const WalkFields& fields, const KDWalkNode* node, uin
 // the far child waits. The choice needs neither t nor masks, so this loop
 // does without the walk ahead: the children's words are loaded while the
 // node's plane is compared, and a step waits only for split >= origin and
-// one conditional move. A waiting far child gets all that the masked walk
-// keeps of it. Stops at the leaf that holds the origin.
+// one conditional move. That comparison is made on the integer keys of
+// SplitOrder.h, in the registers that hold the node's word, instead of
+// widening the plane in a vector register and moving the answer back. A
+// waiting far child gets all that the masked walk keeps of it. Stops at the
+// leaf that holds the origin.
 inline const KDWalkNode* DescendToOrigin(const WalkFields& fields, const AxisRows& rows,
                                          const KDWalkNode* node, uint64_t& word, double& tFar,
                                          BoundedStack<AheadState>& stack) {
+  // By axis; a leaf's 3 is never looked up.
+  const int32_t keys[3] = {OriginKey(rows.origin[0]), OriginKey(rows.origin[1]), OriginKey(rows.origin[2])};
   while ((word & 3) != 3) {
     const KDWalkNode* lower = fields.Lower(node, uint32_t(word));
     const KDWalkNode* upper = fields.Upper(node, uint32_t(word));
@@ -469,7 +475,8 @@ inline const KDWalkNode* DescendToOrigin(const WalkFields& fields, const AxisRow
     const double t = _mm_cvtsd_f64(plane.t);
     const KDWalkNode* nearNode = upper;
     uint64_t nearWord = upperWord;
-    PickBoth(uint32_t(_mm_movemask_pd(plane.lowerNear) & 1), lower, nearNode, lowerWord, nearWord);
+    PickBoth(uint32_t(SplitKey(uint32_t(word >> 32)) >= keys[word & 3]), lower, nearNode, lowerWord,
+             nearWord);
     const KDWalkNode* farNode = OtherOf(lower, upper, nearNode);
     const uint64_t farWord = OtherOf(lowerWord, upperWord, nearWord);
     const KDWalkNode *farLower, *farUpper;

@@ -5,6 +5,7 @@
 
 #include "accel/KDParallel.h"
 #include "accel/KDTree.h"
+#include "accel/SplitOrder.h"
 
 namespace {
 
@@ -132,7 +133,9 @@ bool LaySubtree(const Source& source, uint32_t root, uint32_t depth, uint32_t cu
       continue;
     }
     const uint64_t first = word >> 2;
-    if (first <= next.source || first + 1 >= count || next.depth + 1 > KDWalkLayout::MaxDepth) return false;
+    if (first <= next.source || first + 1 >= count || next.depth + 1 > KDWalkLayout::MaxDepth ||
+        !HasSplitKey(from.splitOrCount))
+      return false;
     node.childAndAxis = word & 3;  // the upper child's index comes later
     node.splitOrCount = from.splitOrCount;
     nodes.push_back(node);

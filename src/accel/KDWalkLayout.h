@@ -40,8 +40,11 @@ class KDWalkLayout {
 
   // Lays out `tree`; leaves the layout empty when the tree has no nodes or
   // cannot be laid out: a child index that does not lie after its parent and
-  // inside `nodes`, a node reached twice, a tree deeper than MaxDepth, or an
-  // index that does not fit the 30 bits of a packed field. The walk then uses the tree's own fields.
+  // inside `nodes`, a node reached twice, a tree deeper than MaxDepth, an
+  // index that does not fit the 30 bits of a packed field, or a plane that
+  // is NaN or subnormal (from coordinates that are not numbers, or nearer 0
+  // than 1.2e-38 but not 0): the walk over the layout compares planes as
+  // integers (SplitOrder.h). The walk then uses the tree's own fields.
   // With `threads` above 1 the subtrees a few levels down are laid out on
   // that many threads at once, for processors that would otherwise sleep;
   // the layout is the same, byte for byte.

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <limits>
 #include <random>
 
 #include "accel/KDTree.h"
@@ -148,6 +149,25 @@ TEST(KDWalkLayout, LaysOutTreesAsDeepAsItsStack) {
         EXPECT_EQ(layout.nodes.back().childAndAxis & 3, 3u) << c.levels << " levels";
       }
     }
+}
+
+TEST(KDWalkLayout, LaysOutOnlyPlanesThatCompareAsIntegers) {
+  struct Case {
+    float plane;
+    bool laid;
+  };
+  const Case cases[] = {{-0.0f, true},
+                        {std::numeric_limits<float>::infinity(), true},
+                        {std::numeric_limits<float>::min(), true},
+                        {std::numeric_limits<float>::denorm_min(), false},
+                        {std::numeric_limits<float>::quiet_NaN(), false}};
+  for (const Case& c : cases) {
+    KDTree tree = Chain(3);
+    tree.nodes[2] = Inner(0, 3, c.plane);
+    KDWalkLayout layout;
+    layout.Make(tree);
+    EXPECT_EQ(layout.Matches(tree), c.laid) << c.plane;
+  }
 }
 
 TEST(KDWalkLayout, OnTwoThreadsLaysOutTheSameBytes) {
