@@ -1,8 +1,9 @@
 // Which side of a node's plane a ray's origin lies on, decided on whole
 // numbers: the way down to the origin's leaf makes this choice at every
-// level, and the double comparison (the float plane widened, compared,
-// and the answer moved back from a vector register) was most of the time
-// of each level there. The integer form gives the same answer.
+// level, and as a double comparison (the plane's float widened in a vector
+// register, compared, and the answer moved back to pick the child) each
+// level waited several cycles longer for it. The integer form gives the
+// same answer.
 #pragma once
 
 #include <bit>
@@ -17,9 +18,10 @@ inline int32_t SplitKey(uint32_t bits) {
   return ((value & 0x7fffffff) ^ sign) - sign;
 }
 
-// Planes whose keys order as their values do under any rounding and
-// denormal setting of the processor: neither NaN nor subnormal. A tree with
-// any other plane is not laid out.
+// Planes whose keys decide as the double comparison does under any rounding
+// and denormal setting of the processor: neither NaN (no comparison holds)
+// nor subnormal (read as 0 where denormals are zero). A tree with any other
+// plane is not laid out.
 inline bool HasSplitKey(uint32_t bits) {
   const uint32_t magnitude = bits & 0x7fffffffu;
   return magnitude == 0 || (magnitude >= 0x00800000u && magnitude <= 0x7f800000u);
@@ -27,9 +29,11 @@ inline bool HasSplitKey(uint32_t bits) {
 
 // The key of the least float at or above `origin`: for every plane s with
 // HasSplitKey, SplitKey(s) >= OriginKey(origin) exactly when
-// double(s) >= origin. The float nearest the origin is one of its two
-// neighbours whatever the rounding; one step up where it lies below. A NaN
-// origin lies above every plane, as no comparison with it holds.
+// double(s) >= origin. float(origin) is one of the two floats either side
+// of the origin whatever the rounding mode, and the key steps up one where
+// it lies below (a subnormal flushed to 0 decides the same, as no plane is
+// subnormal). A NaN origin lies above every plane, as no comparison with
+// it holds.
 inline int32_t OriginKey(double origin) {
   if (std::isnan(origin)) return std::numeric_limits<int32_t>::max();
   const float nearest = float(origin);

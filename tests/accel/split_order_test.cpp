@@ -4,8 +4,8 @@
 #include <gtest/gtest.h>
 #include <xmmintrin.h>
 
-#include <cfloat>
 #include <bit>
+#include <cfloat>
 #include <cmath>
 #include <limits>
 
