@@ -61,26 +61,39 @@ const float Planes[] = {0.0f,
                         2.5f,
                         -2.5f};
 
+// Gives the processor its rounding and denormal settings back however the
+// test leaves its scope, a failed ASSERT included, so that no later test in
+// this binary runs in a mode it did not ask for.
+class ModeRestorer {
+ public:
+  ModeRestorer() : saved(_mm_getcsr()) {}
+  ~ModeRestorer() { _mm_setcsr(saved); }
+  ModeRestorer(const ModeRestorer&) = delete;
+  ModeRestorer& operator=(const ModeRestorer&) = delete;
+  const unsigned int saved;
+};
+
 }  // namespace
 
 TEST(SplitOrder, KeysCompareAsTheDoublesUnderEveryProcessorMode) {
-  const unsigned int saved = _mm_getcsr();
-  const unsigned int roundings[] = {_MM_ROUND_NEAREST, _MM_ROUND_DOWN, _MM_ROUND_UP, _MM_ROUND_TOWARD_ZERO};
-  for (unsigned int rounding : roundings)
-    for (unsigned int zeros : {0u, unsigned(_MM_FLUSH_ZERO_ON | 0x0040 /* denormals are zero */)}) {
-      _mm_setcsr((saved & ~(_MM_ROUND_MASK | _MM_FLUSH_ZERO_MASK | 0x0040u)) | rounding | zeros);
-      for (double origin : Origins)
-        for (float plane : Planes) {
-          const uint32_t bits = std::bit_cast<uint32_t>(plane);
-          ASSERT_TRUE(HasSplitKey(bits)) << plane;
-          const volatile double widened = plane;
-          const bool expected = widened >= origin;
-          const bool got = SplitKey(bits) >= OriginKey(origin);
-          EXPECT_EQ(got, expected) << "plane " << plane << " origin " << origin << " mode " << std::hex
-                                   << (rounding | zeros);
-        }
-    }
-  _mm_setcsr(saved);
+  {
+    const ModeRestorer mode;
+    const unsigned int roundings[] = {_MM_ROUND_NEAREST, _MM_ROUND_DOWN, _MM_ROUND_UP, _MM_ROUND_TOWARD_ZERO};
+    for (unsigned int rounding : roundings)
+      for (unsigned int zeros : {0u, unsigned(_MM_FLUSH_ZERO_ON | 0x0040 /* denormals are zero */)}) {
+        _mm_setcsr((mode.saved & ~(_MM_ROUND_MASK | _MM_FLUSH_ZERO_MASK | 0x0040u)) | rounding | zeros);
+        for (double origin : Origins)
+          for (float plane : Planes) {
+            const uint32_t bits = std::bit_cast<uint32_t>(plane);
+            ASSERT_TRUE(HasSplitKey(bits)) << plane;
+            const volatile double widened = plane;
+            const bool expected = widened >= origin;
+            const bool got = SplitKey(bits) >= OriginKey(origin);
+            EXPECT_EQ(got, expected) << "plane " << plane << " origin " << origin << " mode " << std::hex
+                                     << (rounding | zeros);
+          }
+      }
+  }
   // NaN and subnormal planes have no key.
   for (float plane : {std::numeric_limits<float>::quiet_NaN(), -std::numeric_limits<float>::quiet_NaN(),
                       std::numeric_limits<float>::denorm_min(), -FLT_MIN / 2})
